@@ -1,0 +1,8 @@
+#include "Kes/Exception.h"
+
+namespace Kes {
+
+Exception::~Exception() = default;
+RangeException::~RangeException() = default;
+
+}  // namespace Kes

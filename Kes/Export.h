@@ -1,0 +1,6 @@
+#pragma once
+
+// Marks what libKes offers across its boundary; everything else is built with hidden visibility. Classes that
+// are derived from, caught or compared in other libraries are exported whole, so that their type information
+// is one object in the process.
+#define KES_EXPORT __attribute__((visibility("default")))

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <bit>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "Kes/Types.h"
+
+namespace Kes {
+
+// Flat hash map: the members stand side by side in one array, in the order in which they were inserted, and
+// an open-addressed table of their indexes finds them. Walking the map is walking the array. A deletion moves
+// the last member into the gap; that order carries no meaning beyond being stable while nothing is deleted.
+//
+// Hash is a callable U64(Key const&); keys are compared with ==. References to members are good until the
+// next insertion or deletion.
+template <class Key, class Value, class Hash>
+class HashMap {
+ public:
+  struct Member {
+    Key key;
+    Value value;
+  };
+
+  // Position in the map. Deleting at it leaves it on the member that comes next.
+  class Iterator {
+   public:
+    explicit operator bool() const { return index_ < map_->members_.size(); }
+    Key const& key() const { return map_->members_[index_].key; }
+    Value const& operator*() const { return map_->members_[index_].value; }
+    Iterator& operator++() {
+      ++index_;
+      return *this;
+    }
+
+   private:
+    friend class HashMap;
+    explicit Iterator(HashMap const& map) : map_(&map) {}
+    HashMap const* map_;
+    std::size_t index_ = 0;
+  };
+
+  std::size_t size() const { return members_.size(); }
+  bool empty() const { return members_.empty(); }
+  Iterator iterator() const { return Iterator(*this); }
+  auto begin() const { return members_.begin(); }
+  auto end() const { return members_.end(); }
+
+  // The value under a key; null pointer when there is none.
+  Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
+  Value const* find(Key const& key) const {
+    if (members_.empty()) return nullptr;
+    Cell const& cell = cells_[probe(key, fold(Hash{}(key)))];
+    return cell.index == Cell::vacant ? nullptr : &members_[cell.index].value;
+  }
+
+  // Stores a value under a key, replacing one that is there.
+  Value& put(Key const& key, Value value) {
+    if ((members_.size() + 1) * 2 > cells_.size()) rehash();
+    U32 const hash = fold(Hash{}(key));
+    Cell& cell = cells_[probe(key, hash)];
+    if (cell.index == Cell::vacant) {
+      members_.push_back({key, std::move(value)});
+      cell = {hash, static_cast<U32>(members_.size() - 1)};
+    } else {
+      std::swap(members_[cell.index].value, value);
+    }
+    return members_[cell.index].value;
+  }
+
+  // Removes the member under a key and returns its value; Value() when there is none.
+  Value del(Key const& key) {
+    if (members_.empty()) return Value();
+    std::size_t const at = probe(key, fold(Hash{}(key)));
+    return cells_[at].index == Cell::vacant ? Value() : removeCell(at);
+  }
+  Value del(Iterator& at) { return removeCell(probe(at.key(), fold(Hash{}(at.key())))); }
+
+  void delAll() {
+    std::vector<Member> released;
+    released.swap(members_);
+    for (Cell& cell : cells_) cell = Cell();
+    // Keep the room: a map that is emptied over and over (an entry-key index) must not allocate each time.
+    if constexpr (std::is_trivially_destructible_v<Member>) {
+      released.clear();
+      members_.swap(released);
+    }
+  }
+
+ private:
+  struct Cell {
+    static constexpr U32 vacant = ~U32{0};
+    U32 hash = 0;
+    U32 index = vacant;
+  };
+
+  static U32 fold(U64 hash) { return static_cast<U32>(hash ^ (hash >> 32)); }
+
+  // The cell that holds the key, or the vacant one where it belongs.
+  std::size_t probe(Key const& key, U32 hash) const {
+    std::size_t const mask = cells_.size() - 1;
+    std::size_t at = hash & mask;
+    while (cells_[at].index != Cell::vacant &&
+           !(cells_[at].hash == hash && members_[cells_[at].index].key == key))
+      at = (at + 1) & mask;
+    return at;
+  }
+
+  // The cell that points at the member of a given hash and index.
+  std::size_t cellOf(U32 hash, U32 index) const {
+    std::size_t const mask = cells_.size() - 1;
+    std::size_t at = hash & mask;
+    while (cells_[at].index != index) at = (at + 1) & mask;
+    return at;
+  }
+
+  void rehash() {
+    std::vector<Cell> larger(std::bit_ceil((members_.size() + 1) * 4));
+    std::size_t const mask = larger.size() - 1;
+    for (Cell const& cell : cells_) {
+      if (cell.index == Cell::vacant) continue;
+      std::size_t at = cell.hash & mask;
+      while (larger[at].index != Cell::vacant) at = (at + 1) & mask;
+      larger[at] = cell;
+    }
+    cells_.swap(larger);
+  }
+
+  Value removeCell(std::size_t at) {
+    U32 const index = cells_[at].index;
+    U32 const last = static_cast<U32>(members_.size() - 1);
+    Member removed = std::move(members_[index]);
+    if (index != last) {
+      cells_[cellOf(fold(Hash{}(members_[last].key)), last)].index = index;
+      members_[index] = std::move(members_[last]);
+    }
+    members_.pop_back();
+    closeGap(at);
+    return std::move(removed.value);
+  }
+
+  // Linear probing without tombstones: moves later cells of the run back over the vacated one.
+  void closeGap(std::size_t gap) {
+    std::size_t const mask = cells_.size() - 1;
+    for (std::size_t at = (gap + 1) & mask; cells_[at].index != Cell::vacant; at = (at + 1) & mask) {
+      std::size_t const home = cells_[at].hash & mask;
+      if (((at - home) & mask) < ((at - gap) & mask)) continue;
+      cells_[gap] = cells_[at];
+      gap = at;
+    }
+    cells_[gap] = Cell();
+  }
+
+  std::vector<Member> members_;
+  std::vector<Cell> cells_;
+};
+
+}  // namespace Kes

@@ -1,0 +1,32 @@
+#include "Kes/Strep.h"
+
+#include <charconv>
+#include <limits>
+
+namespace Kes {
+
+void appendStrep(std::string& text, U64 number) {
+  char digits[std::numeric_limits<U64>::digits10 + 1];
+  auto const written = std::to_chars(digits, digits + sizeof digits, number);
+  text.append(digits, written.ptr);
+}
+
+U64 deserializeUnsigned(StrepPos& pos, StrepPos end, U64 max) {
+  U64 number = 0;
+  auto const read = std::from_chars(pos, end, number);
+  if (read.ec == std::errc::invalid_argument) throw RangeException("no digits where a number was expected");
+  if (read.ec == std::errc::result_out_of_range || number > max)
+    throw RangeException(format("number larger than %u", max));
+  pos = read.ptr;
+  return number;
+}
+
+U64 deserializeAttribute(StrepPos& pos, StrepPos end, U64 max, char const* attribute) {
+  try {
+    return deserializeUnsigned(pos, end, max);
+  } catch (RangeException const& failure) {
+    throw RangeException(format("attribute %s: %s", attribute, failure.what()));
+  }
+}
+
+}  // namespace Kes

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <concepts>
+#include <string>
+#include <string_view>
+
+#include "Kes/Exception.h"
+#include "Kes/Export.h"
+#include "Kes/Format.h"
+#include "Kes/String.h"
+#include "Kes/Types.h"
+
+// String representations: every value type writes itself as text ("strep") and reads itself back.
+//
+// Numbers are decimal digits and nothing else. Reading wants at least one digit and takes digits only: no
+// sign, no blanks; leading zeros are fine. "No digits" and a number too large for its type are range
+// exceptions.
+namespace Kes {
+
+// A reading position in a text; `pos` moves past what was read.
+using StrepPos = char const*;
+
+KES_EXPORT void appendStrep(std::string& text, U64 number);
+
+// Reads an unsigned number of at most `max`, moving `pos` past its digits. After an exception `pos` stands
+// where it stood.
+KES_EXPORT U64 deserializeUnsigned(StrepPos& pos, StrepPos end, U64 max);
+
+// The same on behalf of an attribute: the range exception then names it.
+KES_EXPORT U64 deserializeAttribute(StrepPos& pos, StrepPos end, U64 max, char const* attribute);
+
+template <std::unsigned_integral T>
+String valueToStrep(T number) {
+  std::string text;
+  appendStrep(text, number);
+  return text;
+}
+
+// Reads a whole text as a T, by T's deserialising constructor T(pos, end). Anything left over is a range
+// exception "junk at column COLUMN deserializing TEXT", the column counted from 0.
+template <class T>
+T strepToValue(String const& text) {
+  StrepPos const begin = text.view().data();
+  StrepPos const end = begin + text.size();
+  StrepPos pos = begin;
+  T value(pos, end);
+  if (pos != end) throw RangeException(format("junk at column %lld deserializing %s", pos - begin, text));
+  return value;
+}
+
+}  // namespace Kes

@@ -1,0 +1,13 @@
+#include "Kes/String.h"
+
+#include <ostream>
+
+namespace Kes {
+
+String::String(std::string_view text) {
+  if (!text.empty()) bytes_ = makePtr<Bytes const>(text);
+}
+
+std::ostream& operator<<(std::ostream& out, String const& text) { return out << text.view(); }
+
+}  // namespace Kes

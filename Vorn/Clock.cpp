@@ -1,0 +1,14 @@
+#include "Vorn/Clock.h"
+
+namespace Vorn {
+
+Clock::~Clock() = default;
+Kes::Seconds Clock::getUTCTime() const { return Kes::utcNow(); }
+Kes::Seconds Clock::getTime() const { return Kes::now(); }
+
+TestClock::~TestClock() = default;
+
+Clock::Ptr clockFactory() { return Kes::makePtr<Clock>(); }
+TestClock::Ptr testClockFactory() { return Kes::makePtr<TestClock>(); }
+
+}  // namespace Vorn

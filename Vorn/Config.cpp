@@ -1,0 +1,7 @@
+#include "Vorn/Config.h"
+
+namespace Vorn {
+
+Config::~Config() = default;
+
+}  // namespace Vorn

@@ -1,0 +1,195 @@
+#pragma once
+
+#include <string>
+
+#include "Kes/HashMap.h"
+#include "Kes/Ptr.h"
+#include "Kes/RingQueue.h"
+#include "Kes/String.h"
+#include "Pylo/IntfId.h"
+#include "Vorn/Clock.h"
+#include "Vorn/Config.h"
+#include "Vorn/Export.h"
+#include "Vorn/GlobalBufferChunk.h"
+#include "Vorn/HardwareStatus.h"
+#include "Vorn/PortData.h"
+#include "Vorn/PortMetaDataDumper.h"
+
+namespace Vorn {
+
+struct CommandOptions;
+
+// The recorder: owns the log of every interface, the pool of shared chunks and the log of the global buffer;
+// takes records in, and writes reports. A host makes one. One thread uses it; reports and intake never
+// overlap.
+//
+// A record's journey: doAddToLog finds or makes the interface's PortData, raises the threshold message if one
+// is due, and appends the record to the newest chunk. When there is none, or it holds 500 records,
+// allocateChunk supplies one:
+//
+//   - an interface's first chunk is its own for life and never in the pool;
+//   - further chunks are shared: new ones while the pool holds fewer than numSharedChunks,
+//   - and from then on the one that was handed out longest ago, taken from whichever interface holds it, with
+//   the
+//     oldest part of that interface's history (drawn in docs/pool.md).
+//
+// So memory is bounded by numSharedChunks shared chunks, one private chunk an interface, and the 500 records
+// of the global buffer.
+//
+// Errors: a null record raises the range exception "null ValidPtr" before anything has changed. Broken
+// invariants end the process.
+class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
+ public:
+  using Ptr = Kes::Ptr<CongestionData>;
+  using PtrConst = Kes::Ptr<CongestionData const>;
+
+  using PortDataMap = Kes::HashMap<Pylo::IntfId, PortData::Ptr, Pylo::IntfIdHash>;
+  using ChunkArray = Kes::RingQueue<Chunk::Ptr>;
+
+  static constexpr Kes::U32 defaultNumSharedChunks = 200;
+
+  // State of the pool queue for saving and restoring: the position of its first element, and the capacity
+  // that its ring must have.
+  struct ChunkArrayMetadata {
+    Kes::U32 head = 0;
+    Kes::U32 capacity = 0;
+    bool operator==(ChunkArrayMetadata const&) const = default;
+  };
+
+  // Keeps its four inputs for life, and ends by calling handleInitialized.
+  CongestionData(Hardware::Status::PtrConst const& vornHwStatus, Clock::Ptr const& clock,
+                 Config::PtrConst const& vornConfig, PortMetaDataDumper::PtrConst const& portMetaDataDumper);
+
+  std::string_view fwkType() const override { return "Vorn::CongestionData"; }
+
+  Hardware::Status::PtrConst const& vornHwStatus() const { return vornHwStatus_; }
+  Clock::Ptr const& clock() const { return clock_; }
+  Config::PtrConst const& vornConfig() const { return vornConfig_; }
+  PortMetaDataDumper::PtrConst const& portMetaDataDumper() const { return portMetaDataDumper_; }
+
+  // Reads the environment variable SIM_NUM_SHARED_CHUNKS (once a process; strtol's rules, cut to 32 bits)
+  // into numSharedChunks where it is set. An assertion when called a second time.
+  void handleInitialized();
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+
+  // The collection `portData`: one log per interface that ever sent a record. Deleting a log clears its
+  // chunks; the shared ones stay in the pool as free ones. Iteration order is stable between deletions and
+  // means nothing.
+  PortData::Ptr portData(Pylo::IntfId const& intfId) const;
+  // The interface's log, made if there is none.
+  PortData::Ptr portDataIs(Pylo::IntfId const& intfId);
+  PortDataMap const& portDataMap() const { return portData_; }
+  PortDataMap::Iterator portDataIterator() const { return portData_.iterator(); }
+  void portDataDel(Pylo::IntfId const& intfId);
+  void portDataDel(PortDataMap::Iterator& at);
+  void portDataDelAll();
+
+  // The collection `chunkArray`: the pool of shared chunks as a queue, the one handed out longest ago first,
+  // each under a position that it keeps. A null chunk cannot be enqueued: "null ValidPtr".
+  Chunk::Ptr chunkArray(Kes::U32 position) const { return chunkArray_.at(position); }
+  // Positions from head to tail, emptied ones included.
+  Kes::U32 chunkArrayCount() const { return chunkArray_.count(); }
+  ChunkArray::Iterator chunkArrayIterator() const { return chunkArray_.iterator(); }
+  Kes::U32 chunkArrayModificationCount() const { return chunkArray_.modificationCount(); }
+  void chunkArrayEnq(Chunk::Ptr const& chunk);
+  Chunk::Ptr chunkArrayDeq() { return chunkArray_.deq(); }
+  // Stores at an explicit position, for restoring; null deletes. RangeException beyond 2^24 slots.
+  void chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk);
+  Chunk::Ptr chunkArrayDel(Kes::U32 position) { return chunkArray_.del(position); }
+  void chunkArrayDelAll() { chunkArray_.delAll(); }
+  ChunkArrayMetadata chunkArrayMetadata() const {
+    return {chunkArray_.headPosition(), chunkArray_.capacity()};
+  }
+  void chunkArrayMetadataIs(ChunkArrayMetadata const& metadata) {
+    chunkArray_.stateIs(metadata.head, metadata.capacity);
+  }
+
+  // How many chunks the pool may hold. Takes effect at the next request; a larger pool never shrinks.
+  Kes::U32 numSharedChunks() const { return numSharedChunks_; }
+  void numSharedChunksIs(Kes::U32 numSharedChunks) { numSharedChunks_ = numSharedChunks; }
+
+  // The log of the global buffer; null until allocateGlobalChunk.
+  GlobalBufferChunk::Ptr const& globalBufferChunk() const { return globalBufferChunk_; }
+  void globalBufferChunkIs(GlobalBufferChunk::Ptr const& chunk) { globalBufferChunk_ = chunk; }
+
+  // Intake. All return the timestamp of `entry`, and keep that very object when they append it.
+
+  // Gives an interface that has a PortData a fresh, empty chunk as its newest. Never null; an assertion when
+  // there is no PortData, or when the pool is limited to 0 chunks and a shared one is needed.
+  Chunk::Ptr allocateChunk(Pylo::IntfId intfId);
+  // Merges the record into the latest one under the same key if it starts at most `coalesceTime` after that
+  // one's end: the duration then reaches up to its timestamp, the queue length keeps the larger. Appends it
+  // otherwise. Only records in the interface's newest chunk are merged into.
+  Microseconds updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry, Microseconds const& coalesceTime,
+                           Kes::U32 entryKey);
+  // Appends. The record is judged against the thresholds when the log interval (if not 0) has passed since
+  // the interface's last judgement, or when it says alwaysLog.
+  Microseconds doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry);
+  // Makes the log of the global buffer if there is none.
+  void allocateGlobalChunk();
+  // Appends to the log of the global buffer, dropping its oldest record when it holds 500; judged like
+  // others, but with no interface name, and alwaysLog plays no part. Before allocateGlobalChunk: "null
+  // ValidPtr".
+  Microseconds doAddToGlobalLog(Entry::Ptr const& entry);
+
+  // Reports. `stream` is a FILE* open for writing; header and footer are written verbatim. A null stream is
+  // traced as an error and nothing is written.
+
+  // Answers a command on a connected stream socket: enlarges its send buffer past the system's limit (which
+  // takes a privilege), writes one report and closes the socket. Where enlarging or opening fails the error
+  // is traced and the socket stays open. std::regex_error passes through for a bad interface pattern, the
+  // socket closed. A client that goes away cannot end the process.
+  void handleCommand(Kes::U32 socket, Kes::String command, Kes::String reportHeader, Kes::String footer);
+  // Writes the report that the command chooses (CommandOptions.h has the vocabulary): by default the text
+  // report of all interfaces, latest record first.
+  void doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String command, Kes::String reportHeader,
+                             Kes::String footer);
+  // Writes every record of the interfaces whose mergeEntries is set, oldest first, between the start records
+  // of startEntry() (oldest first). Returns how many characters the footer has, negative on an output error,
+  // or the non-zero result of the writer that failed.
+  Kes::S32 doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer,
+                                    bool showAll);
+  // One line per metadata object whose counter is not 0, by interface number, and the global hit count.
+  void doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer);
+  // The log of the global buffer, latest first. Without records: no footer either.
+  void doDumpGlobalBufferChunk(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer);
+  // Writes the global records that come before `entry` in a report (all that are left when it is null),
+  // oldest first when `ascending`; its cursor stays in the GlobalBufferChunk between calls. Records of the
+  // same time as `entry` come after it.
+  void doMergeAndDumpGlobalChunk(Kes::VoidPtr stream, Entry const* entry, bool ascending);
+
+  // For tests: the first thing that is wrong with logs and pool as the recorder keeps them, or nothing.
+  std::string checkInvariants() const;
+
+ protected:
+  ~CongestionData() override;
+
+ private:
+  // Chunk allocation.
+  void releaseFromOwner(Chunk::Ptr const& chunk, PortData const& requester);
+
+  // Intake.
+  PortData::Ptr portFor(Pylo::IntfId const& intfId, char const* operation);
+  PortData::Ptr append(Pylo::IntfId const& intfId, PortData::Ptr port, Entry::Ptr const& entry);
+  bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry);
+
+  // Reports.
+  void selectPorts(CommandOptions const& options);
+  Kes::U32 loadNewest();
+  void dumpText(Kes::VoidPtr stream, CommandOptions const& options, Kes::Seconds reportTime,
+                Kes::String const& reportHeader, Kes::String const& footer);
+  void resetGlobalCursor();
+
+  Hardware::Status::PtrConst const vornHwStatus_;
+  Clock::Ptr const clock_;
+  Config::PtrConst const vornConfig_;
+  PortMetaDataDumper::PtrConst const portMetaDataDumper_;
+  PortDataMap portData_;
+  ChunkArray chunkArray_;
+  Kes::U32 numSharedChunks_ = defaultNumSharedChunks;
+  GlobalBufferChunk::Ptr globalBufferChunk_;
+  bool initialized_ = false;
+};
+
+}  // namespace Vorn

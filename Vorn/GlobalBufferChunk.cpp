@@ -1,0 +1,7 @@
+#include "Vorn/GlobalBufferChunk.h"
+
+namespace Vorn {
+
+GlobalBufferChunk::~GlobalBufferChunk() { entryDelAll(); }
+
+}  // namespace Vorn

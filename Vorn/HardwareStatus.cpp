@@ -1,0 +1,7 @@
+#include "Vorn/HardwareStatus.h"
+
+namespace Vorn::Hardware {
+
+Status::~Status() = default;
+
+}  // namespace Vorn::Hardware

@@ -1,0 +1,32 @@
+#include "Vorn/Messages.h"
+
+namespace Vorn {
+
+// The three numbers that end every definition: rate-limit interval and burst (never silenced), and the number
+// of leading arguments in the rate-limit key.
+
+Kes::LogHandle QUEUEMONITOR_LENGTH_OVER_THRESHOLD("QUEUEMONITOR_LENGTH_OVER_THRESHOLD",
+                                                  Kes::LogSeverity::informational, "%s",
+                                                  "Interface queue length is over threshold.",
+                                                  Kes::NoActionRequired, 0.0, 1.0, 0);
+
+Kes::LogHandle QUEUEMONITOR_LENGTH_UNDER_THRESHOLD(
+    "QUEUEMONITOR_LENGTH_UNDER_THRESHOLD", Kes::LogSeverity::informational,
+    "Interface %s max queue length was %d, now back under low threshold of %d",
+    "Interface queue length is back under low threshold.", Kes::NoActionRequired, 0.0, 1.0, 0);
+
+Kes::LogHandle QUEUEMONITOR_LENGTH_UPDATE("QUEUEMONITOR_LENGTH_UPDATE", Kes::LogSeverity::informational, "%s",
+                                          "Interface queue length and queue drop update message.",
+                                          Kes::NoActionRequired, 0.0, 1.0, 0);
+
+Kes::LogHandle QUEUEMONITOR_HW_RESOURCE_FULL(
+    "QUEUEMONITOR_HW_RESOURCE_FULL", Kes::LogSeverity::error, "%s",
+    "The ASIC is unable to program all VORN configuration due to insufficient hardware resources.",
+    "Reconfigure VORN to reduce the amount of resources needed.", 0.0, 1.0, 0);
+
+Kes::LogHandle QUEUEMONITOR_UNEXPSEQNUM("QUEUEMONITOR_UNEXPSEQNUM", Kes::LogSeverity::warning,
+                                        "Congestion message with un-expected sequence number is received%s",
+                                        "Reinitializing VORN processor state", Kes::CallSupportIfPersists,
+                                        0.0, 1.0, 0);
+
+}  // namespace Vorn

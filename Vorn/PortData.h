@@ -1,0 +1,149 @@
+#pragma once
+
+#include <string>
+
+#include "Kes/Hash.h"
+#include "Kes/HashMap.h"
+#include "Kes/LinkQueue.h"
+#include "Kes/Ptr.h"
+#include "Kes/Time.h"
+#include "Pylo/IntfId.h"
+#include "Vorn/Chunk.h"
+#include "Vorn/EntryIndex.h"
+#include "Vorn/Export.h"
+#include "Vorn/PortMetaData.h"
+
+namespace Vorn {
+
+// The congestion log of one interface: its chunks, oldest first, each under a 32-bit key; for each producer's
+// entry key the slot, in the newest chunk, of that series' latest record; the interface's metadata objects;
+// and the cursor that reports keep here while they merge interfaces. Owned by the recorder; a log that
+// somebody keeps after it was deleted from the recorder is empty.
+//
+// Chunk keys count up from 0 and wrap at 2^32; appending throws "linkqueue index space full" when they come
+// round to the oldest one. The chunks' own links are set by the allocator, not here.
+class VORN_EXPORT PortData final : public Kes::PtrInterface {
+ public:
+  using Ptr = Kes::Ptr<PortData>;
+  using PtrConst = Kes::Ptr<PortData const>;
+
+  using ChunkQueue = Kes::LinkQueue<Chunk::Ptr>;
+  using ChunkNode = ChunkQueue::Node;
+  using ChunkIterator = ChunkQueue::Iterator;
+
+  struct KeyHash {
+    Kes::U64 operator()(Kes::U32 key) const { return Kes::hashNumber(key); }
+  };
+  using EntryIndexMap = Kes::HashMap<Kes::U32, EntryIndexOrNull, KeyHash>;
+  using PortMetaDataMap = Kes::HashMap<Kes::U32, PortMetaData::Ptr, KeyHash>;
+
+  // The chunk queue's key state as a value, for saving and restoring.
+  struct ChunkMetadata {
+    Kes::U32 headKey = 0;
+    Kes::U32 nextKey = 0;
+    bool operator==(ChunkMetadata const&) const = default;
+  };
+
+  explicit PortData(Pylo::IntfId intfId) : intfId_(std::move(intfId)) {}
+
+  std::string_view fwkType() const override { return "Vorn::PortData"; }
+
+  // The interface: this object's key in the recorder, fixed for life.
+  Pylo::IntfId const& intfId() const { return intfId_; }
+  Pylo::IntfId const& fwkKey() const { return intfId_; }
+
+  // The collection `chunk`, a queue. A null chunk cannot be stored: "null ValidPtr".
+
+  // The chunk under a key, or null.
+  Chunk::Ptr chunk(Kes::U32 key) const { return chunk_.value(key); }
+  // The oldest and the newest chunk, or null.
+  Chunk* chunkHead() const { return chunk_.head() != nullptr ? chunk_.head()->value().get() : nullptr; }
+  Chunk* chunkTail() const { return chunk_.tail() != nullptr ? chunk_.tail()->value().get() : nullptr; }
+  ChunkQueue const& chunkQueue() const { return chunk_; }
+  Kes::U32 chunks() const { return chunk_.count(); }
+  // Oldest to newest; valid until the queue changes other than by chunkDel on this iterator.
+  ChunkIterator chunkIterator() const { return chunk_.iterator(); }
+  ChunkMetadata chunkMetadata() const { return {chunk_.headKey(), chunk_.nextKey()}; }
+  // Sets both keys, for restoring, and touches no node.
+  void chunkMetadataIs(ChunkMetadata const& metadata) { chunk_.keysIs(metadata.headKey, metadata.nextKey); }
+
+  // Appends under a new key.
+  void chunkEnq(Chunk::Ptr const& chunk);
+  // Inserts under a key of the caller's: at the tail for the next key, else in ascending order.
+  ChunkNode::Ptr newChunk(Kes::U32 key, Chunk::Ptr const& chunk);
+  // Replaces the chunk under a key, inserts it where there is none; null deletes.
+  void chunkIs(Kes::U32 key, Chunk::Ptr const& chunk);
+  // These remove a chunk and return it, or null where there is none. They touch neither its links nor its
+  // owner.
+  Chunk::Ptr chunkDeq() { return chunk_.deq(); }
+  Chunk::Ptr chunkDel(Kes::U32 key);
+  Chunk::Ptr chunkDel(ChunkIterator& at) { return chunk_.del(at); }
+  void chunkDelAll() { chunk_.delAll(); }
+  void chunkNotify(Kes::U32) {}
+
+  // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
+  Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }
+  void lastSyslogTimeIs(Kes::Seconds const& time) { lastSyslogTime_ = time; }
+
+  // Report cursor: whether the interface still has records to give, and the chunk and slot of the next one.
+  // Set up afresh by every report.
+  bool mergeEntries() const { return mergeEntries_; }
+  void mergeEntriesIs(bool mergeEntries) { mergeEntries_ = mergeEntries; }
+  Chunk::Ptr const& chunkTobeMerged() const { return chunkTobeMerged_; }
+  void chunkTobeMergedIs(Chunk::Ptr const& chunk) { chunkTobeMerged_ = chunk; }
+  Kes::U16 entryTobeMerged() const { return entryTobeMerged_; }
+  void entryTobeMergedIs(Kes::U16 slot) { entryTobeMerged_ = slot; }
+
+  // The collection `entryIndex`. An absent key reads as the null index; a null value is stored like any
+  // other.
+  EntryIndexOrNull entryIndex(Kes::U32 key) const {
+    EntryIndexOrNull const* const found = entryIndex_.find(key);
+    return found != nullptr ? *found : EntryIndexOrNull();
+  }
+  EntryIndexMap const& entryIndexes() const { return entryIndex_; }
+  EntryIndexOrNull newEntryIndex(Kes::U32 key, EntryIndexOrNull index) { return entryIndex_.put(key, index); }
+  void entryIndexIs(Kes::U32 key, EntryIndexOrNull index) { newEntryIndex(key, index); }
+  EntryIndexMap::Iterator entryIndexIterator() const { return entryIndex_.iterator(); }
+  void entryIndexDel(Kes::U32 key) { entryIndex_.del(key); }
+  void entryIndexDel(EntryIndexMap::Iterator& at) { entryIndex_.del(at); }
+  void entryIndexDelAll() { entryIndex_.delAll(); }
+  void entryIndexNotify(Kes::U32) {}
+
+  // The collection `portMetaData`, each object under its own identifier; null where there is none.
+  PortMetaData::Ptr portMetaData(Kes::U32 identifier) const {
+    PortMetaData::Ptr const* const found = portMetaData_.find(identifier);
+    return found != nullptr ? *found : nullptr;
+  }
+  PortMetaDataMap::Iterator portMetaDataIterator() const { return portMetaData_.iterator(); }
+  // Inserts an object; RangeException "null ValidPtr" for null.
+  PortMetaData::Ptr newPortMetaData(PortMetaData::Ptr const& portMetaData);
+  // Inserts an object or replaces the one of its identifier. Null raises "null _portMetaData parameter to
+  // mutator for Vorn::PortData::portMetaData not allowed" with one double quote behind it, which log scanners
+  // match.
+  void portMetaDataIs(PortMetaData::Ptr const& portMetaData);
+  void portMetaDataDel(Kes::U32 identifier) { portMetaData_.del(identifier); }
+  void portMetaDataDel(PortMetaDataMap::Iterator& at) { portMetaData_.del(at); }
+  void portMetaDataDelAll() { portMetaData_.delAll(); }
+  void portMetaDataNotify(Kes::U32) {}
+
+  // For tests: the first thing that is wrong with the log as the recorder keeps it, or nothing.
+  std::string checkInvariants() const;
+
+ protected:
+  ~PortData() override;
+
+ private:
+  // The allocator makes a node and chooses its key before it takes the chunk from anybody.
+  friend class CongestionData;
+
+  Pylo::IntfId const intfId_;
+  ChunkQueue chunk_;
+  Kes::Seconds lastSyslogTime_ = 0.0;
+  Chunk::Ptr chunkTobeMerged_;
+  Kes::U16 entryTobeMerged_ = 0;
+  bool mergeEntries_ = false;
+  EntryIndexMap entryIndex_;
+  PortMetaDataMap portMetaData_;
+};
+
+}  // namespace Vorn
