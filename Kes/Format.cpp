@@ -63,7 +63,10 @@ class Reader {
   std::size_t pos_ = 0;
 };
 
-// Lets printf do one conversion of a value whose type is known to fit `type`.
+// Lets printf do one conversion of a value whose type is known to fit `type`: what the compiler cannot check,
+// as the format is put together here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 template <class T>
 void print(std::string& out, Conversion const& c, char const* type, T value) {
   std::string form = "%" + c.flags + std::to_string(c.width);
@@ -77,6 +80,7 @@ void print(std::string& out, Conversion const& c, char const* type, T value) {
   std::snprintf(out.data() + start, static_cast<std::size_t>(size) + 1, form.c_str(), value);
   out.pop_back();
 }
+#pragma GCC diagnostic pop
 
 void printText(std::string& out, Conversion const& c, std::string_view text) {
   if (c.letter == 's' && c.precision >= 0) text = text.substr(0, static_cast<std::size_t>(c.precision));

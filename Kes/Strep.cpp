@@ -1,14 +1,13 @@
 #include "Kes/Strep.h"
 
 #include <charconv>
-#include <limits>
 
 namespace Kes {
 
-void appendStrep(std::string& text, U64 number) {
-  char digits[std::numeric_limits<U64>::digits10 + 1];
-  auto const written = std::to_chars(digits, digits + sizeof digits, number);
-  text.append(digits, written.ptr);
+DecimalText::DecimalText(U64 number) {
+  char* const end = std::to_chars(digits_, digits_ + sizeof digits_ - 1, number).ptr;
+  *end = '\0';
+  size_ = static_cast<U8>(end - digits_);
 }
 
 U64 deserializeUnsigned(StrepPos& pos, StrepPos end, U64 max) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <concepts>
-#include <string>
 #include <string_view>
 
 #include "Kes/Exception.h"
@@ -20,7 +19,17 @@ namespace Kes {
 // A reading position in a text; `pos` moves past what was read.
 using StrepPos = char const*;
 
-KES_EXPORT void appendStrep(std::string& text, U64 number);
+// The decimal digits of a number, NUL-terminated, in place.
+class KES_EXPORT DecimalText {
+ public:
+  explicit DecimalText(U64 number);
+  char const* charPtr() const { return digits_; }
+  std::string_view view() const { return {digits_, size_}; }
+
+ private:
+  char digits_[21];  // 2^64 - 1 has 20
+  U8 size_;
+};
 
 // Reads an unsigned number of at most `max`, moving `pos` past its digits. After an exception `pos` stands
 // where it stood.
@@ -31,9 +40,7 @@ KES_EXPORT U64 deserializeAttribute(StrepPos& pos, StrepPos end, U64 max, char c
 
 template <std::unsigned_integral T>
 String valueToStrep(T number) {
-  std::string text;
-  appendStrep(text, number);
-  return text;
+  return DecimalText(number).view();
 }
 
 // Reads a whole text as a T, by T's deserialising constructor T(pos, end). Anything left over is a range

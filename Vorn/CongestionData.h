@@ -17,8 +17,6 @@
 
 namespace Vorn {
 
-struct CommandOptions;
-
 // The recorder: owns the log of every interface, the pool of shared chunks and the log of the global buffer;
 // takes records in, and writes reports. A host makes one. One thread uses it; reports and intake never
 // overlap.
@@ -146,7 +144,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   void doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String command, Kes::String reportHeader,
                              Kes::String footer);
   // Writes every record of the interfaces whose mergeEntries is set, oldest first, between the start records
-  // of startEntry() (oldest first). Returns how many characters the footer has, negative on an output error,
+  // of startEntry (oldest first). Returns how many characters the footer has, negative on an output error,
   // or the non-zero result of the writer that failed.
   Kes::S32 doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer,
                                     bool showAll);
@@ -173,13 +171,6 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   PortData::Ptr portFor(Pylo::IntfId const& intfId, char const* operation);
   PortData::Ptr append(Pylo::IntfId const& intfId, PortData::Ptr port, Entry::Ptr const& entry);
   bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry);
-
-  // Reports.
-  void selectPorts(CommandOptions const& options);
-  Kes::U32 loadNewest();
-  void dumpText(Kes::VoidPtr stream, CommandOptions const& options, Kes::Seconds reportTime,
-                Kes::String const& reportHeader, Kes::String const& footer);
-  void resetGlobalCursor();
 
   Hardware::Status::PtrConst const vornHwStatus_;
   Clock::Ptr const clock_;

@@ -1,0 +1,77 @@
+#include "Vorn/Assert.h"
+#include "Vorn/CongestionData.h"
+#include "Vorn/Trace.h"
+
+// Where a chunk comes from, and how one changes owner (docs/pool.md draws it).
+
+namespace Vorn {
+
+namespace {
+
+constexpr char operation[] = "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChunk(Pylo::IntfId)";
+
+}  // namespace
+
+Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
+  PortData::Ptr const port = portData(intfId);
+  assertThat(port != nullptr, operation, "pd");
+  bool const first = port->chunkTail() == nullptr;
+  bool const fresh = first || chunkArrayCount() < numSharedChunks();
+  if (first)
+    VORN_TRACE(8, "Allocating first chunk for port " << intfId);
+  else if (fresh)
+    VORN_TRACE(8, "Allocating new chunk for port " << intfId);
+  else
+    VORN_TRACE(8, "Stealing chunk for port " << intfId << " from global pool.");
+  Chunk::Ptr const newChunk = fresh ? Chunk::ChunkIs() : chunkArray(chunkArrayMetadata().head);
+  assertThat(newChunk != nullptr, operation, "newChunk");
+
+  // Whatever can throw comes before anything changes hands.
+  PortData::ChunkNode::Ptr const node = Kes::makePtr<PortData::ChunkNode>(newChunk);
+  Kes::U32 const key = port->chunk_.appendKey();
+  if (!first && fresh) chunkArray_.reserveOne();
+
+  if (!fresh) {
+    chunkArrayDeq();
+    releaseFromOwner(newChunk, *port);
+  }
+  VORN_TRACE(8, "Allocating chunk for Port " << intfId);
+  // The records of a stolen chunk go last, when the function returns: their destructors are the host's code
+  // and find the recorder whole.
+  auto const released = newChunk->entryTakeAll();
+  // The requester may have been the owner, so its newest chunk is looked at only now.
+  Chunk::Ptr const lastChunk(port->chunkTail());
+  newChunk->prevChunkIs(lastChunk);
+  newChunk->nextChunkIs(nullptr);
+  newChunk->intfIdIs(intfId);
+  if (lastChunk) lastChunk->nextChunkIs(newChunk);
+  if (!first) chunkArrayEnq(newChunk);
+  port->chunk_.append(node, key);
+  port->entryIndexDelAll();
+  return newChunk;
+}
+
+// Takes a chunk out of its owner's log, wherever it stands there; in the ordinary course it is the first
+// chunk or the one behind the private first, so this is constant time. From here on the owner does not see it
+// any more.
+void CongestionData::releaseFromOwner(Chunk::Ptr const& chunk, PortData const& requester) {
+  PortData::Ptr const owner = portData(chunk->intfId());
+  if (!owner) return;  // a free chunk: its log was deleted
+  PortData::ChunkIterator at = owner->chunkIterator();
+  while (at && *at != chunk) ++at;
+  if (!at) {
+    // An owner without a name need not hold it: free chunks carry none either.
+    assertThat(owner->intfId().empty(), operation, "dqueuedChunk == newChunk");
+    return;
+  }
+  Chunk::Ptr const older = at.older();
+  Chunk::Ptr const newer = at.newer();
+  assertThat(older || newer || owner.get() == &requester, operation, "dqueuedChunk->nextChunk()");
+  // The entry-key index names slots of the newest chunk.
+  if (!newer) owner->entryIndexDelAll();
+  owner->chunkDel(at);
+  if (older) older->nextChunkIs(newer);
+  if (newer) newer->prevChunkIs(older);
+}
+
+}  // namespace Vorn

@@ -1,0 +1,121 @@
+#include "Vorn/CongestionData.h"
+
+#include <cstdlib>
+#include <optional>
+#include <unordered_set>
+
+#include "Kes/Exception.h"
+#include "Vorn/Assert.h"
+#include "Vorn/Trace.h"
+
+namespace Vorn {
+
+namespace {
+
+// SIM_NUM_SHARED_CHUNKS as it stood when the process first asked. The text is copied: the environment may
+// change.
+std::optional<std::string> const& numSharedChunksSetting() {
+  static std::optional<std::string> const setting = [] {
+    char const* const text = std::getenv("SIM_NUM_SHARED_CHUNKS");
+    return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+  }();
+  return setting;
+}
+
+// Ends a log that has left the recorder: its chunks are cleared, so that the pool's are free and the counted
+// links between them no longer keep each other alive.
+void endLog(PortData& port) {
+  while (Chunk::Ptr const chunk = port.chunkDeq()) chunk->doClear();
+  port.entryIndexDelAll();
+  port.chunkTobeMergedIs(nullptr);
+  port.mergeEntriesIs(false);
+}
+
+}  // namespace
+
+CongestionData::CongestionData(Hardware::Status::PtrConst const& vornHwStatus, Clock::Ptr const& clock,
+                               Config::PtrConst const& vornConfig,
+                               PortMetaDataDumper::PtrConst const& portMetaDataDumper)
+    : vornHwStatus_(vornHwStatus),
+      clock_(clock),
+      vornConfig_(vornConfig),
+      portMetaDataDumper_(portMetaDataDumper) {
+  handleInitialized();
+}
+
+CongestionData::~CongestionData() {
+  portDataDelAll();
+  chunkArrayDelAll();
+}
+
+void CongestionData::handleInitialized() {
+  constexpr char operation[] = "void Vorn::CongestionData::handleInitialized()";
+  VORN_TRACE(8, operation);
+  assertThat(!initialized_, operation, "!initialized()");
+  if (auto const& setting = numSharedChunksSetting())
+    numSharedChunksIs(static_cast<Kes::U32>(std::strtol(setting->c_str(), nullptr, 10)));
+  initializedIs(true);
+}
+
+PortData::Ptr CongestionData::portData(Pylo::IntfId const& intfId) const {
+  PortData::Ptr const* const found = portData_.find(intfId);
+  return found != nullptr ? *found : nullptr;
+}
+
+PortData::Ptr CongestionData::portDataIs(Pylo::IntfId const& intfId) {
+  if (PortData::Ptr port = portData(intfId)) return port;
+  return portData_.put(intfId, Kes::makePtr<PortData>(intfId));
+}
+
+void CongestionData::portDataDel(Pylo::IntfId const& intfId) {
+  if (PortData::Ptr const port = portData_.del(intfId)) endLog(*port);
+}
+
+void CongestionData::portDataDel(PortDataMap::Iterator& at) { endLog(*portData_.del(at)); }
+
+void CongestionData::portDataDelAll() {
+  while (!portData_.empty()) {
+    PortDataMap::Iterator first = portDataIterator();
+    portDataDel(first);
+  }
+}
+
+void CongestionData::chunkArrayEnq(Chunk::Ptr const& chunk) {
+  if (!chunk) throw Kes::RangeException("null ValidPtr");
+  chunkArray_.enq(chunk);
+}
+
+void CongestionData::chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk) {
+  if (chunk)
+    chunkArray_.put(position, chunk);
+  else
+    chunkArray_.del(position);
+}
+
+void CongestionData::allocateGlobalChunk() {
+  VORN_TRACE(8, "void Vorn::CongestionData::allocateGlobalChunk()");
+  if (!globalBufferChunk_) globalBufferChunkIs(Kes::makePtr<GlobalBufferChunk>());
+}
+
+std::string CongestionData::checkInvariants() const {
+  std::unordered_set<Chunk const*> pooled;
+  for (ChunkArray::Iterator i = chunkArrayIterator(); i; ++i)
+    if (!pooled.insert((*i).get()).second) return "a chunk stands in the pool twice";
+  std::unordered_set<Chunk const*> held;
+  for (auto const& [intfId, port] : portData_) {
+    if (port->intfId() != intfId) return "a log stands under another interface's name";
+    if (std::string const broken = port->checkInvariants(); !broken.empty())
+      return intfId.stringValue().str() + ": " + broken;
+    for (PortData::ChunkIterator i = port->chunkIterator(); i; ++i) {
+      if (!held.insert((*i).get()).second) return "two logs hold one chunk";
+      bool const isFirst = i.older() == nullptr;
+      if (!isFirst && !pooled.contains((*i).get())) return "a shared chunk is not in the pool";
+      if (isFirst && pooled.contains((*i).get())) return "a private chunk is in the pool";
+    }
+  }
+  for (Chunk const* const chunk : pooled)
+    if (!held.contains(chunk) && !chunk->intfId().empty()) return "a free chunk names an owner";
+  return "";
+}
+
+}  // namespace Vorn

@@ -1,0 +1,47 @@
+#include "Kes/Strep.h"
+#include "Vorn/Assert.h"
+#include "Vorn/CongestionData.h"
+#include "Vorn/GlobalBufferReport.h"
+#include "Vorn/MergeCursor.h"
+#include "Vorn/ReportFrame.h"
+#include "Vorn/StartRecordCursor.h"
+
+namespace Vorn {
+
+namespace {
+
+constexpr char operation[] =
+    "Kes::S32 Vorn::CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr, Kes::String, Kes::String, bool)";
+
+}  // namespace
+
+Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader,
+                                                  Kes::String footer, bool showAll) {
+  std::FILE* const out = reportStream(stream, "doDumpEntriesInCSVFormat");
+  if (out == nullptr) return -1;
+  MergeCursor cursor(portData_, MergeCursor::Direction::oldestFirst);
+  beginReport(out, clock_->getUTCTime(), reportHeader);
+  StartRecordCursor startRecords(portMetaDataDumper_, out, /*csvFormat=*/true);
+  while (cursor.total() != 0) {
+    auto const [port, entry] = cursor.choose();
+    assertThat(port != nullptr, operation, "oldestEntryChunk");
+    while (!startRecords.atEnd() && startRecords.time() < entry->timestamp()) startRecords.write();
+    VORN_TRACE(6, "Oldest chunk " << port->intfId() << " numEntries " << port->chunkTobeMerged()->entrys());
+    cursor.advance();
+    if (showAll) doMergeAndDumpGlobalChunk(out, entry, /*ascending=*/true);
+    Kes::DecimalText const time(entry->timestamp().value());
+    Kes::S32 const result =
+        entry->dumpEntry(out, time.charPtr(), port->intfId().shortName().charPtr(), /*cvsFormat=*/true);
+    if (result != 0) {
+      VORN_TRACE(0, "doDumpEntriesInCSVFormat : entry dump failed ");
+      return result;
+    }
+    cursor.countOff();
+  }
+  while (!startRecords.atEnd()) startRecords.write();
+  if (showAll) doMergeAndDumpGlobalChunk(out, nullptr, /*ascending=*/true);
+  endGlobalMerge(*this);
+  return endReport(out, footer);
+}
+
+}  // namespace Vorn

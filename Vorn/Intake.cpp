@@ -1,0 +1,143 @@
+#include "Kes/Exception.h"
+#include "Vorn/Assert.h"
+#include "Vorn/CongestionData.h"
+#include "Vorn/Trace.h"
+#include "Vorn/VornUtils.h"
+
+// How a record enters the recorder, step by step: merge or append, threshold message, chunk, slot.
+
+namespace Vorn {
+
+namespace {
+
+// A counted copy: the caller's reference may be the very slot that is cleared on the way.
+Entry::Ptr validEntry(Entry::Ptr const& entry) {
+  if (!entry) throw Kes::RangeException("null ValidPtr");
+  return entry;
+}
+
+// The record in the newest chunk that updates under a key may be merged into; null when there is none.
+Entry::Ptr latestUnderKey(PortData const& port, Kes::U32 entryKey) {
+  EntryIndexOrNull const position = port.entryIndex(entryKey);
+  if (position.isNull()) return nullptr;
+  Chunk const* const tailChunk = port.chunkTail();
+  assertThat(tailChunk != nullptr,
+             "const Vorn::Microseconds Vorn::CongestionData::updateEntry(Pylo::IntfId, const Ptr&, "
+             "const Vorn::Microseconds&, Kes::U32)",
+             "tailChunk");
+  EntryIndex const slot(static_cast<Kes::U16>(position.value()));
+  // A slot outside of the queue is null, like one whose record was deleted.
+  return tailChunk->entry(slot);
+}
+
+// Extends `matched` up to the start of `entry` if the gap between them is small enough. All differences wrap:
+// a record from before the end of the matched one has a huge gap and is not merged.
+bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
+  Kes::U64 const span = entry.timestamp().value() - matched.timestamp().value();
+  Kes::U64 const gap = span - matched.duration().value();
+  if (gap > coalesceTime.value()) return false;
+  matched.durationIs(Microseconds(span));
+  if (entry.qLen() > matched.qLen()) matched.qLenIs(entry.qLen());
+  return true;
+}
+
+}  // namespace
+
+Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
+                                         Microseconds const& coalesceTime, Kes::U32 entryKey) {
+  Entry::Ptr const record = validEntry(entry);
+  PortData::Ptr port = portFor(intfId, "updateEntry");
+  Entry::Ptr const matched = latestUnderKey(*port, entryKey);
+  if (matched && merge(*matched, *record, coalesceTime)) return record->timestamp();
+  port = append(intfId, std::move(port), record);
+  port->entryIndexIs(entryKey, EntryIndexOrNull(port->chunkTail()->entryTailIndex().value()));
+  return record->timestamp();
+}
+
+Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
+  Entry::Ptr const record = validEntry(entry);
+  append(intfId, /*port=*/nullptr, record);
+  return record->timestamp();
+}
+
+// The interface's log, made if there is none.
+PortData::Ptr CongestionData::portFor(Pylo::IntfId const& intfId, char const* operation) {
+  PortData::Ptr port = portData(intfId);
+  if (!port) {
+    port = portDataIs(intfId);
+    VORN_TRACE(8, operation << " : Created portData for Port " << intfId);
+  }
+  if (Chunk const* const tailChunk = port->chunkTail())
+    VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
+  return port;
+}
+
+// Appends a record to an interface's log, which the caller may have looked up already; returns the log that
+// now holds it as its newest. What runs the host's code (judging, releasing the records of a stolen chunk)
+// may do anything to the log, so it is looked up again behind it.
+PortData::Ptr CongestionData::append(Pylo::IntfId const& intfId, PortData::Ptr port,
+                                     Entry::Ptr const& entry) {
+  constexpr char operation[] =
+      "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
+  VORN_TRACE(8, operation);
+  if (!port) port = portFor(intfId, "doAddToLog");
+  if (judge(intfId, *port, *entry)) port = portFor(intfId, "doAddToLog");
+  Chunk::Ptr tailChunk(port->chunkTail());
+  while (!tailChunk || tailChunk->entrys() == entriesPerChunk) {
+    allocateChunk(intfId);
+    port = portFor(intfId, "doAddToLog");
+    tailChunk = Chunk::Ptr(port->chunkTail());
+  }
+  tailChunk->entryEnq(entry);
+  assertThat(tailChunk->entrys() <= entriesPerChunk, operation,
+             "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
+  VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
+                             << tailChunk->entrys() << " port " << intfId);
+  return port;
+}
+
+// Raises the record's threshold message if one is due; whether it was.
+bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry) {
+  Kes::Seconds const now = clock_->getUTCTime();
+  Kes::Seconds const interval = vornConfig_->logInterval();
+  if (interval == 0.0) return false;
+  if (!(now > port.lastSyslogTime() + interval) && !entry.alwaysLog()) return false;
+  port.lastSyslogTimeIs(now);
+  Kes::U32 high = getDefaultHighThreshold(vornConfig_, vornHwStatus_);
+  Kes::U32 low = getDefaultLowThreshold(vornConfig_, vornHwStatus_);
+  if (isVornCpuPort(intfId)) {
+    high = vornHwStatus_->defCpuHighThreshold();
+    low = vornHwStatus_->defCpuLowThreshold();
+  }
+  if (PortConfig const* const thresholds = vornConfig_->portConfig(intfId.stringValue())) {
+    high = thresholds->highThreshold;
+    low = thresholds->lowThreshold;
+  }
+  entry.doSyslog(intfId.shortName().charPtr(), low, high);
+  return true;
+}
+
+Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
+  VORN_TRACE(8, "const Vorn::Microseconds Vorn::CongestionData::doAddToGlobalLog(const Ptr&)");
+  Entry::Ptr const record = validEntry(entry);
+  GlobalBufferChunk::Ptr log = globalBufferChunk();
+  if (!log) throw Kes::RangeException("null ValidPtr");
+  Kes::Seconds const now = clock_->getUTCTime();
+  Kes::Seconds const interval = vornConfig_->globalLogInterval();
+  if (interval != 0.0 && now > log->lastSyslogTime() + interval) {
+    log->lastSyslogTimeIs(now);
+    ThresholdsConfig const configured = vornConfig_->globalThresholdsConfig();
+    Kes::U32 const high =
+        configured.configured ? configured.highThreshold : vornHwStatus_->defGlobalBufHighThreshold();
+    Kes::U32 const low =
+        configured.configured ? configured.lowThreshold : vornHwStatus_->defGlobalBufLowThreshold();
+    record->doSyslog("", low, high);
+    // The host's code may have put another log in its place.
+    if (globalBufferChunk()) log = globalBufferChunk();
+  }
+  if (log->entrys() >= entriesPerChunk) log->entryDeq();
+  log->entryEnq(record);
+  return record->timestamp();
+}
+
+}  // namespace Vorn

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "Vorn/CommandOptions.h"
+
+namespace Vorn {
+
+// Whether a report shows an interface: always without a filter, else when some pattern of the list matches
+// its whole short name as a regular expression (ECMAScript). Patterns are tried in list order and compiled
+// when first tried, once a report, so a bad pattern behind one that matches does no harm.
+//
+// std::regex_error for a bad pattern, and for one of more than 4,096 characters or 256 opening brackets,
+// which could exhaust the stack.
+class InterfaceFilter {
+ public:
+  explicit InterfaceFilter(CommandOptions const& options);
+
+  bool matches(std::string const& shortName);
+
+ private:
+  struct Pattern {
+    std::string text;
+    std::optional<std::regex> compiled;
+  };
+
+  bool all_;
+  std::vector<Pattern> patterns_;
+};
+
+}  // namespace Vorn

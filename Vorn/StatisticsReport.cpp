@@ -1,0 +1,57 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "Kes/Format.h"
+#include "Vorn/CongestionData.h"
+#include "Vorn/NaturalOrder.h"
+#include "Vorn/ReportFrame.h"
+
+namespace Vorn {
+
+namespace {
+
+// By interface number; what is equal there by name and identifier, so that every report has the same order.
+bool statisticsOrder(PortMetaData::Ptr const& a, PortMetaData::Ptr const& b) {
+  if (PortMetaDataSortOnIntf(a.get(), b.get())) return true;
+  if (PortMetaDataSortOnIntf(b.get(), a.get())) return false;
+  if (a->intfId() == b->intfId()) return a->identifier() < b->identifier();
+  return naturallyBefore(a->intfId().shortName().view(), b->intfId().shortName().view());
+}
+
+Kes::U32 globalHitCount(GlobalBufferChunk::Ptr const& log) {
+  if (!log) {
+    VORN_TRACE(8, "No global buffer chunk");
+    return 0;
+  }
+  if (log->counter() == 0) VORN_TRACE(8, "Global buffer chunk counter = 0");
+  return log->counter();
+}
+
+}  // namespace
+
+void CongestionData::doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer) {
+  std::FILE* const out = reportStream(stream, "doDumpStatistics");
+  if (out == nullptr) return;
+  beginReport(out, clock_->getUTCTime(), reportHeader);
+  std::vector<PortMetaData::Ptr> records;
+  for (auto const& [intfId, port] : portData_)
+    for (auto i = port->portMetaDataIterator(); i; ++i) records.push_back(*i);
+  std::sort(records.begin(), records.end(), statisticsOrder);
+  for (PortMetaData::Ptr const& record : records) {
+    if (record->counter() == 0) continue;
+    if (portMetaDataDumper_->dumpStatistics(record.get(), out) != 0) {
+      VORN_TRACE(0, "doDumpStatistics : statistics dump failed");
+      return;
+    }
+  }
+  Kes::String const line = Kes::format("\nGlobal Hit Count = %u\n", globalHitCount(globalBufferChunk()));
+  if (std::fprintf(out, "%s", line.charPtr()) < static_cast<int>(line.size())) {
+    int const error = errno;
+    VORN_TRACE(0, "dumpStatistics : " << std::strerror(error));
+    return;
+  }
+  endReport(out, footer);
+}
+
+}  // namespace Vorn

@@ -1,0 +1,119 @@
+#include "Vorn/TextReport.h"
+
+#include "Kes/Strep.h"
+#include "Vorn/Assert.h"
+#include "Vorn/GlobalBufferReport.h"
+#include "Vorn/MergeCursor.h"
+#include "Vorn/ReportFrame.h"
+#include "Vorn/StartRecordCursor.h"
+
+namespace Vorn {
+
+namespace {
+
+class TextReport {
+ public:
+  TextReport(CongestionData& recorder, std::FILE* stream, CommandOptions const& options,
+             Kes::Seconds reportTime)
+      : recorder_(recorder),
+        stream_(stream),
+        options_(options),
+        reportTime_(reportTime),
+        startRecords_(recorder.portMetaDataDumper(), stream, /*csvFormat=*/false) {}
+
+  // Record lines, and the start records that come before each; false when a writer failed.
+  bool writeEntries();
+  // The start records that are left, and the global buffer's.
+  void writeRest();
+
+ private:
+  bool hasStartRecords() const { return !options_.drops && !options_.latency; }
+  // A start record that its writer reports as written counts as a line.
+  void writeStartRecord() {
+    if (startRecords_.write() == 0) ++lines_;
+  }
+  void writeStartRecordsAfter(Microseconds time);
+  bool countReached() const { return options_.entryCount != 0 && lines_ == options_.entryCount; }
+  bool tooOld(Microseconds time) const;
+  Kes::S32 writeEntry(PortData const& port, Entry const& entry);
+
+  CongestionData& recorder_;
+  std::FILE* const stream_;
+  CommandOptions const& options_;
+  Kes::Seconds const reportTime_;
+  StartRecordCursor startRecords_;
+  Kes::U32 lines_ = 0;  // records and start records whose writer returned 0
+};
+
+bool TextReport::writeEntries() {
+  MergeCursor cursor(recorder_.portDataMap(), MergeCursor::Direction::newestFirst);
+  while (cursor.total() != 0) {
+    auto const [port, entry] = cursor.choose();
+    assertThat(port != nullptr,
+               "void Vorn::CongestionData::doMergeAndDumpEntries(Kes::VoidPtr, Kes::String, Kes::String, "
+               "Kes::String)",
+               "mostRecentEntryChunk");
+    Microseconds const time = entry->timestamp();
+    if (hasStartRecords()) writeStartRecordsAfter(time);
+    VORN_TRACE(6, "Most recent chunk " << port->intfId());
+    cursor.advance();
+    if (countReached() || tooOld(time)) break;
+    Kes::S32 const result = writeEntry(*port, *entry);
+    if (result == -1) {
+      VORN_TRACE(0, "doMergeAndDumpEntries : entry dump failed");
+      return false;
+    }
+    if (result == 0) ++lines_;
+    cursor.countOff();
+  }
+  return true;
+}
+
+void TextReport::writeStartRecordsAfter(Microseconds time) {
+  while (!startRecords_.atEnd() && startRecords_.time() > time) {
+    writeStartRecord();
+    if (countReached()) break;
+  }
+}
+
+// The age wraps for a record from after the report's time, which ends the report.
+bool TextReport::tooOld(Microseconds time) const {
+  if (options_.ageLimit == 0) return false;
+  Kes::U64 const age = Microseconds::fromSeconds(reportTime_).value() - time.value();
+  if (age <= Microseconds::fromSeconds(options_.ageLimit).value()) return false;
+  VORN_TRACE(6, "mostRecentTimestamp " << time << " is more than " << options_.ageLimit << " old ");
+  return true;
+}
+
+Kes::S32 TextReport::writeEntry(PortData const& port, Entry const& entry) {
+  Kes::DecimalText const time(entry.timestamp().value());
+  char const* const name = port.intfId().shortName().charPtr();
+  if (options_.drops) return entry.dumpDrops(stream_, time.charPtr(), name);
+  if (options_.latency) return entry.dumpTxLatency(stream_, time.charPtr(), name);
+  if (options_.showAll) recorder_.doMergeAndDumpGlobalChunk(stream_, &entry, /*ascending=*/false);
+  return entry.dumpEntry(stream_, time.charPtr(), name, /*cvsFormat=*/false);
+}
+
+void TextReport::writeRest() {
+  while (hasStartRecords() && !startRecords_.atEnd()) {
+    writeStartRecord();
+    // Without a count limit this ends the records when not a single line has been written so far.
+    if (lines_ == options_.entryCount) break;
+  }
+  if (options_.showAll) recorder_.doMergeAndDumpGlobalChunk(stream_, nullptr, /*ascending=*/false);
+}
+
+}  // namespace
+
+void writeTextReport(CongestionData& recorder, Kes::VoidPtr stream, CommandOptions const& options,
+                     Kes::Seconds reportTime, Kes::String const& reportHeader, Kes::String const& footer) {
+  std::FILE* const out = static_cast<std::FILE*>(stream);
+  beginReport(out, reportTime, reportHeader);
+  TextReport report(recorder, out, options, reportTime);
+  if (!report.writeEntries()) return;
+  report.writeRest();
+  endGlobalMerge(recorder);
+  endReport(out, footer);
+}
+
+}  // namespace Vorn
