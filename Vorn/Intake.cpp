@@ -103,17 +103,8 @@ bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry con
   if (interval == 0.0) return false;
   if (!(now > port.lastSyslogTime() + interval) && !entry.alwaysLog()) return false;
   port.lastSyslogTimeIs(now);
-  Kes::U32 high = getDefaultHighThreshold(vornConfig_, vornHwStatus_);
-  Kes::U32 low = getDefaultLowThreshold(vornConfig_, vornHwStatus_);
-  if (isVornCpuPort(intfId)) {
-    high = vornHwStatus_->defCpuHighThreshold();
-    low = vornHwStatus_->defCpuLowThreshold();
-  }
-  if (PortConfig const* const thresholds = vornConfig_->portConfig(intfId.stringValue())) {
-    high = thresholds->highThreshold;
-    low = thresholds->lowThreshold;
-  }
-  entry.doSyslog(intfId.shortName().charPtr(), low, high);
+  Thresholds const thresholds = portThresholds(vornConfig_, vornHwStatus_, intfId);
+  entry.doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
   return true;
 }
 
@@ -126,12 +117,8 @@ Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
   Kes::Seconds const interval = vornConfig_->globalLogInterval();
   if (interval != 0.0 && now > log->lastSyslogTime() + interval) {
     log->lastSyslogTimeIs(now);
-    ThresholdsConfig const configured = vornConfig_->globalThresholdsConfig();
-    Kes::U32 const high =
-        configured.configured ? configured.highThreshold : vornHwStatus_->defGlobalBufHighThreshold();
-    Kes::U32 const low =
-        configured.configured ? configured.lowThreshold : vornHwStatus_->defGlobalBufLowThreshold();
-    record->doSyslog("", low, high);
+    Thresholds const thresholds = globalThresholds(vornConfig_, vornHwStatus_);
+    record->doSyslog("", thresholds.low, thresholds.high);
     // The host's code may have put another log in its place.
     if (globalBufferChunk()) log = globalBufferChunk();
   }

@@ -23,4 +23,18 @@ bool isVornCpuPort(Pylo::IntfId intfId) {
   return name.starts_with("Cpu") || name.starts_with("Copp");
 }
 
+Thresholds portThresholds(Config::PtrConst const& config, Hardware::Status::PtrConst const& hwStatus,
+                          Pylo::IntfId const& intfId) {
+  if (PortConfig const* const own = config->portConfig(intfId.stringValue()))
+    return {own->highThreshold, own->lowThreshold};
+  if (isVornCpuPort(intfId)) return {hwStatus->defCpuHighThreshold(), hwStatus->defCpuLowThreshold()};
+  return {getDefaultHighThreshold(config, hwStatus), getDefaultLowThreshold(config, hwStatus)};
+}
+
+Thresholds globalThresholds(Config::PtrConst const& config, Hardware::Status::PtrConst const& hwStatus) {
+  ThresholdsConfig const& own = config->globalThresholdsConfig();
+  if (own.configured) return {own.highThreshold, own.lowThreshold};
+  return {hwStatus->defGlobalBufHighThreshold(), hwStatus->defGlobalBufLowThreshold()};
+}
+
 }  // namespace Vorn
