@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// What vorn-agent and its clients agree on.
+//
+// A client connects to the agent's Unix stream socket and sends one request, a line of at most 4 KiB. The
+// agent answers and closes the connection. The request is the recorder's option vocabulary ("-iEt1,Et2 -t30
+// csv"; an empty line asks for the whole history), or the single word "status". So a bare client is enough:
+//
+//   echo -s5 | socat - UNIX-CONNECT:/run/vorn/agent.sock
+//
+// With the word "checked" in front of the request, a verdict follows the report: a NUL byte, then one line,
+// "ok" for a whole report or else the reason in plain words. No report holds a NUL byte. A connection that
+// ends without a verdict broke. A client that did not ask for the verdict gets the reason of a failure as a
+// last line of its own.
+namespace Agent::Protocol {
+
+// Of a request, without its newline.
+inline constexpr std::size_t maxRequestBytes = 4096;
+
+// No option text of the vocabulary occurs in it; the agent takes it off before the recorder sees the command.
+inline constexpr std::string_view checkedWord = "checked";
+inline constexpr std::string_view statusRequest = "status";
+
+inline constexpr char verdictMark = '\0';
+inline constexpr std::string_view wholeVerdict = "ok";
+
+// Where an agent of the system, and one of the current user, listens: /run/vorn/agent.sock, and vorn.sock in
+// the directory that $XDG_RUNTIME_DIR names (empty if it names none).
+inline constexpr char const* systemSocketPath = "/run/vorn/agent.sock";
+std::string userSocketPath();
+
+// The agent's default: the system's path for root, the user's own path for others.
+std::string defaultSocketPath();
+
+}  // namespace Agent::Protocol

@@ -1,0 +1,172 @@
+#include "agent/ShowCommand.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "Pylo/IntfId.h"
+#include "Vorn/CommandOptions.h"
+#include "agent/Protocol.h"
+
+namespace Agent {
+
+namespace {
+
+using Report = ShowOptions::Report;
+
+void refuse(bool given, std::string const& text) {
+  if (given) throw UsageError(text);
+}
+
+bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
+
+void refuseSeparators(std::string const& text, std::string const& what) {
+  refuse(text.empty(), what + " is empty");
+  refuse(text.find(' ') != std::string::npos, what + " holds a blank: \"" + text + "\"");
+}
+
+// A pattern for exactly this name. A dash goes into brackets: bare, br-c0ffee would hold the option "-c".
+std::string quotedName(std::string const& name) {
+  refuseSeparators(name, "an interface name");
+  refuse(name.find(',') != std::string::npos,
+         "an interface name holds a comma: use --match with a dot for it");
+  std::string const shortName = Pylo::IntfId(name).shortName().str();
+  // The vocabulary has a meaning of its own for this piece: every fabric port.
+  if (shortName == "Fabric") return "[F]abric";
+  std::string quoted;
+  for (char const c : shortName) {
+    if (c == '-') {
+      quoted += "[-]";
+    } else {
+      if (std::string_view("^$\\.*+?()[]{}|").find(c) != std::string_view::npos) quoted += '\\';
+      quoted += c;
+    }
+  }
+  return quoted;
+}
+
+// The operator's pattern with its meaning unchanged: in [a-c] the end of the range is spelt by its code,
+// since
+// "-c" asks for statistics wherever it stands.
+std::string safePattern(std::string pattern) {
+  refuseSeparators(pattern, "a pattern");
+  refuse(pattern.find(',') != std::string::npos,
+         "a pattern holds a comma: give --match once for each pattern, and write x{1,2} as xx?");
+  for (std::size_t at = 0; (at = pattern.find("-c", at)) != std::string::npos;)
+    pattern.replace(at, 2, "-\\x63");
+  return pattern;
+}
+
+std::string interfaceToken(ShowOptions const& options) {
+  std::string token;
+  for (std::string const& name : options.interfaces) token += (token.empty() ? "-i" : ",") + quotedName(name);
+  for (std::string const& pattern : options.patterns)
+    token += (token.empty() ? "-i" : ",") + safePattern(pattern);
+  return token;
+}
+
+void append(std::string& request, std::string const& token) {
+  if (token.empty()) return;
+  if (!request.empty()) request += ' ';
+  request += token;
+}
+
+void refuseHistoryOptions(ShowOptions const& options, std::string const& report) {
+  auto const onlyHistory = [&report](bool given, char const* option) {
+    refuse(given, std::string(option) + " does not apply to " + report);
+  };
+  onlyHistory(options.lastSeconds.has_value(), "--last");
+  onlyHistory(options.count.has_value(), "--count");
+  onlyHistory(options.drops, "--drops");
+  onlyHistory(options.latency, "--latency");
+  onlyHistory(options.all, "--all");
+}
+
+void refuseFilter(ShowOptions const& options, std::string const& report) {
+  refuse(!options.interfaces.empty(), "--interface does not apply to " + report);
+  refuse(!options.patterns.empty(), "--match does not apply to " + report);
+}
+
+void refuseMeaninglessHistory(ShowOptions const& options) {
+  refuse(options.drops && options.latency, "--drops and --latency are two reports: ask for one");
+  refuse(options.all && (options.drops || options.latency),
+         "--all does not apply to --drops and --latency: the global buffer has neither");
+  if (!options.csv) return;
+  refuse(options.drops || options.latency,
+         "--drops and --latency do not apply to --csv, which carries all columns anyway");
+  refuse(options.lastSeconds.has_value(), "--last does not apply to --csv: select by its time column");
+  refuse(options.count.has_value(),
+         "--count does not apply to --csv: records come oldest first, pipe it to tail");
+}
+
+ShowCommand history(ShowOptions const& options) {
+  refuseMeaninglessHistory(options);
+  refuse(options.lastSeconds == 0U, "--last takes 1 or more seconds");
+  refuse(options.count == 0U, "--count takes 1 or more");
+  ShowCommand command;
+  append(command.request, interfaceToken(options));
+  if (options.lastSeconds) append(command.request, "-t" + std::to_string(*options.lastSeconds));
+  if (options.count) append(command.request, "-s" + std::to_string(*options.count));
+  append(command.request, options.drops ? "-d" : options.latency ? "-l" : options.csv ? "csv" : "");
+  append(command.request, options.all ? "-a" : "");
+  if (options.csv) command.form.kind = ReportForm::Kind::withoutTitle;
+  return command;
+}
+
+// The statistics report knows no filter and no comma-separated form: both are made of its lines.
+ShowCommand statistics(ShowOptions const& options) {
+  refuseHistoryOptions(options, "stats");
+  ShowCommand command;
+  command.request = "-c";
+  command.form.interfacePatterns = Vorn::parseCommand(interfaceToken(options)).interfacePatterns;
+  if (options.csv) {
+    command.form.kind = ReportForm::Kind::statisticsCsv;
+  } else if (!command.form.interfacePatterns.empty()) {
+    command.form.kind = ReportForm::Kind::statisticsText;
+  }
+  return command;
+}
+
+// "-i" without a name selects no interface, which leaves the global buffer's records alone.
+ShowCommand globalBuffer(ShowOptions const& options) {
+  refuseHistoryOptions(options, "global");
+  refuseFilter(options, "global");
+  if (!options.csv) return {"-b", {}};
+  return {"-i csv -a", {ReportForm::Kind::withoutTitle, {}}};
+}
+
+ShowCommand asItIs(ShowOptions const& options, std::string const& report, std::string const& request) {
+  refuseHistoryOptions(options, report);
+  refuseFilter(options, report);
+  refuse(options.csv, "--csv does not apply to " + report);
+  return {request, {}};
+}
+
+std::string joined(std::vector<std::string> const& words) {
+  std::string line;
+  for (std::string const& word : words) append(line, word);
+  return line;
+}
+
+ShowCommand translate(ShowOptions const& options) {
+  switch (options.report) {
+    case Report::history: return history(options);
+    case Report::statistics: return statistics(options);
+    case Report::globalBuffer: return globalBuffer(options);
+    case Report::raw: return asItIs(options, "raw", joined(options.rawWords));
+    case Report::status: return asItIs(options, "status", std::string(Protocol::statusRequest));
+  }
+  throw UsageError("no such report");
+}
+
+}  // namespace
+
+ShowCommand showCommandFor(ShowOptions const& options) {
+  ShowCommand command = translate(options);
+  refuse(std::any_of(command.request.begin(), command.request.end(), isControl),
+         "the request holds a control character");
+  refuse(Protocol::checkedWord.size() + 1 + command.request.size() > Protocol::maxRequestBytes,
+         "the request is longer than the 4096 bytes that the agent takes");
+  return command;
+}
+
+}  // namespace Agent

@@ -1,0 +1,105 @@
+// vorn-agent: records the congestion of this machine's egress queues, and serves reports of it.
+
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <exception>
+
+#include "Vorn/CongestionData.h"
+#include "Vorn/Trace.h"
+#include "agent/AgentClock.h"
+#include "agent/AgentOptions.h"
+#include "agent/CommandServer.h"
+#include "agent/EventLoop.h"
+#include "agent/LinuxPortMetaDataDumper.h"
+#include "agent/Protocol.h"
+#include "agent/QdiscSource.h"
+
+namespace {
+
+void openLog(Agent::AgentOptions const& options) {
+  ::openlog("vorn-agent", LOG_PID | (options.foreground ? LOG_PERROR : 0), LOG_DAEMON);
+  for (Kes::U32 level = 0; options.traceLevel && level <= *options.traceLevel; ++level) {
+    Vorn::defaultTraceHandle().levelIs(level, true);
+  }
+}
+
+// Report children go back to the ordinary policy.
+void makeRealTime(int priority) {
+  sched_param parameters{};
+  parameters.sched_priority = priority;
+  if (::sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &parameters) == 0) return;
+  ::syslog(LOG_WARNING, "--fifo %d is refused (%s): running at ordinary priority", priority,
+           std::strerror(errno));
+}
+
+// Ends the loop at SIGTERM and SIGINT, which are blocked from now on.
+Agent::FileDescriptor watchSignals(Agent::EventLoop& loop) {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  ::sigaddset(&signals, SIGTERM);
+  ::sigaddset(&signals, SIGINT);
+  if (::sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) Agent::throwErrno("sigprocmask");
+  Agent::FileDescriptor fd(::signalfd(-1, &signals, SFD_CLOEXEC));
+  if (!fd) Agent::throwErrno("signalfd");
+  loop.add(fd.get(), EPOLLIN, [&loop](std::uint32_t) { loop.stop(); });
+  return fd;
+}
+
+Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn::Config::Ptr const& config,
+                                       Vorn::Hardware::Status::Ptr const& status,
+                                       Agent::AgentClock::Ptr const& clock) {
+  auto const recorder = Kes::makePtr<Vorn::CongestionData>(status, clock, config,
+                                                           Kes::makePtr<Agent::LinuxPortMetaDataDumper>());
+  if (options.poolChunks) recorder->numSharedChunksIs(*options.poolChunks);
+  if (recorder->numSharedChunks() == 0) {
+    throw std::runtime_error("a pool of 0 chunks (SIM_NUM_SHARED_CHUNKS) could keep no history");
+  }
+  return recorder;
+}
+
+void serve(Agent::AgentOptions const& options) {
+  Agent::EventLoop loop;
+  Agent::FileDescriptor const signals = watchSignals(loop);
+  auto const config = Agent::configOf(options);
+  auto const status = Agent::hardwareStatusOf(options);
+  auto const clock = Kes::makePtr<Agent::AgentClock>();
+  auto const recorder = makeRecorder(options, config, status, clock);
+  Agent::QdiscSource source(recorder, config, status, clock,
+                            {options.interval, options.startThresholdBytes, options.interfaces});
+  auto const ownCommands = [&source](std::string const& command) {
+    return command == Agent::Protocol::statusRequest ? std::optional(source.status() + '\n') : std::nullopt;
+  };
+  Agent::CommandServer const server(loop, options.socketPath, recorder, ownCommands, {});
+  if (options.fifoPriority) makeRealTime(*options.fifoPriority);
+  source.start(loop);
+  ::syslog(LOG_INFO, "recording; requests at %s", options.socketPath.c_str());
+  loop.run();
+  ::syslog(LOG_INFO, "ending");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  ::tzset();  // once here, not in every report's process
+  int exitStatus = 0;
+  auto const options = Agent::parseAgentOptions(argc, argv, exitStatus);
+  if (!options) return exitStatus;
+  openLog(*options);
+  try {
+    serve(*options);
+    return 0;
+  } catch (std::exception const& error) {
+    ::syslog(LOG_ERR, "%s", error.what());
+    if (!options->foreground) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,138 @@
+// vorn-show: the command line client of vorn-agent.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <regex>
+
+#include "Vorn/CommandOptions.h"
+#include "agent/Protocol.h"
+#include "agent/ShowClient.h"
+#include "agent/UnixSocket.h"
+
+namespace {
+
+enum ExitStatus : int { done = 0, refused = 1, usage = 2, unreachable = 3 };
+
+// Longer than the agent lets any request wait and any report take.
+constexpr int patienceSeconds = 90;
+
+using Report = Agent::ShowOptions::Report;
+
+struct CommandLine {
+  Agent::ShowOptions options;
+  std::vector<std::string> interfaceLists;
+  std::string socketPath;
+};
+
+// Standard output takes no more; `reason` is errno. EPIPE: whoever reads it has seen enough (a pager, head).
+struct OutputClosed {
+  int reason;
+};
+
+void addOptions(CLI::App& app, CommandLine& line) {
+  Agent::ShowOptions& options = line.options;
+  app.add_option("-i,--interface", line.interfaceLists, "Only these interfaces: names, separated by commas")
+      ->allow_extra_args(false)
+      ->type_name("LIST");
+  app.add_option("-m,--match", options.patterns,
+                 "Only interfaces whose whole short name matches this regular expression (repeatable)")
+      ->allow_extra_args(false)
+      ->type_name("PATTERN");
+  app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
+      ->type_name("SECONDS");
+  app.add_option("-n,--count", options.count, "history: only the N newest records")->type_name("N");
+  app.add_flag("-d,--drops", options.drops, "history: packets dropped");
+  app.add_flag("-l,--latency", options.latency, "history: transmit latency");
+  app.add_flag("-a,--all", options.all, "history: the global buffer's records as well");
+  app.add_flag("-c,--csv", options.csv,
+               "history, stats, global: comma-separated, with column names, for programs");
+  app.add_option("--socket", line.socketPath,
+                 "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if it exists, else " +
+                     std::string(Agent::Protocol::systemSocketPath) + ")")
+      ->type_name("PATH");
+}
+
+void addReports(CLI::App& app, CommandLine& line) {
+  auto const add = [&](char const* name, Report report, char const* help) {
+    CLI::App* const sub = app.add_subcommand(name, help);
+    sub->callback([&line, report] { line.options.report = report; });
+    return sub;
+  };
+  app.require_subcommand(0, 1);
+  app.fallthrough();  // options may stand before and after the report's name
+  add("history", Report::history, "Congestion records, newest first (the default)");
+  add("stats", Report::statistics, "How often each interface was congested");
+  add("global", Report::globalBuffer, "Records of the global buffer, newest first");
+  add("status", Report::status, "What the agent itself is doing");
+  CLI::App* const raw = add("raw", Report::raw, "Send the words that follow to the agent as they are");
+  raw->fallthrough(false)->prefix_command()->set_help_flag();
+  raw->callback([&line, raw] {
+    line.options.report = Report::raw;
+    line.options.rawWords = raw->remaining();
+  });
+}
+
+// A user's own agent goes before the system's.
+std::string socketPathOf(CommandLine const& line) {
+  if (!line.socketPath.empty()) return line.socketPath;
+  std::string const own = Agent::Protocol::userSocketPath();
+  return !own.empty() && ::access(own.c_str(), F_OK) == 0 ? own : Agent::Protocol::systemSocketPath;
+}
+
+void print(std::string_view bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) throw OutputClosed{errno};
+}
+
+int complain(ExitStatus status, std::string const& text) {
+  std::fprintf(stderr, "vorn-show: %s\n", text.c_str());
+  return status;
+}
+
+int show(CommandLine& line) {
+  for (std::string const& list : line.interfaceLists) {
+    if (list.empty()) throw Agent::UsageError("--interface is empty");
+    Vorn::split(list, ",", line.options.interfaces);
+  }
+  Agent::ShowCommand const command = Agent::showCommandFor(line.options);
+  Agent::FileDescriptor socket;
+  try {
+    socket = Agent::connectTo(socketPathOf(line), patienceSeconds);
+  } catch (std::system_error const& error) {
+    return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
+  }
+  std::optional<std::string> const verdict = Agent::fetchReport(socket.get(), command, print);
+  if (std::fflush(stdout) != 0) throw OutputClosed{errno};
+  if (!verdict) return complain(refused, "the connection broke: the report is not complete");
+  return verdict->empty() ? done : complain(refused, "the agent says: " + *verdict);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  CommandLine line;
+  CLI::App app("Shows the congestion records of the queues of this machine, as vorn-agent keeps them.",
+               "vorn-show");
+  app.set_version_flag("--version", "vorn-show " VORN_VERSION);
+  addOptions(app, line);
+  addReports(app, line);
+  try {
+    app.parse(argc, argv);
+    return show(line);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? done : usage;
+  } catch (Agent::UsageError const& error) {
+    return complain(usage, error.what());
+  } catch (std::regex_error const& error) {
+    return complain(usage, std::string("bad interface pattern: ") + error.what());
+  } catch (OutputClosed const& closed) {
+    if (closed.reason == EPIPE) return done;
+    return complain(refused, std::string("standard output: ") + std::strerror(closed.reason));
+  } catch (std::exception const& error) {
+    return complain(unreachable, error.what());
+  }
+}
