@@ -103,10 +103,12 @@ void printInteger(std::string& out, Conversion const& c, FormatArg const& arg) {
     case 'c': return printText(out, c, std::string(1, static_cast<char>(bits)));
     default: break;
   }
+  Conversion decimal = c;
+  std::erase(decimal.flags, '#');  // which means nothing to a decimal number, and printf leaves open
   if (isSigned)
-    print(out, c, "lld", static_cast<long long>(arg.signedNumber()));
+    print(out, decimal, "lld", static_cast<long long>(arg.signedNumber()));
   else
-    print(out, c, "llu", static_cast<unsigned long long>(bits));
+    print(out, decimal, "llu", static_cast<unsigned long long>(bits));
 }
 
 void printFloating(std::string& out, Conversion const& c, double value) {

@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <atomic>
 
 namespace Kes {
@@ -13,9 +14,8 @@ namespace {
 
 constinit std::atomic<LogSink> currentSink = syslogSink;
 
-// Keys beyond this many make okToLog drop the windows that have run out, so that a limited message with
-// endless different arguments holds bounded memory.
-constexpr std::size_t windowSweepSize = 1024;
+// How many keys a limited message may have before the windows that have run out are looked for.
+constexpr std::size_t firstSweep = 1024;
 
 }  // namespace
 
@@ -30,13 +30,17 @@ LogHandle::LogHandle(char const* name, LogSeverity severity, char const* format,
       interval_(rateLimitInterval),
       burst_(rateLimitBurst),
       severity_(severity),
-      rateLimitArgs_(rateLimitArgs) {}
+      rateLimitArgs_(rateLimitArgs),
+      sweepSize_(firstSweep) {}
 
 bool LogHandle::okToLog(U64 key) {
   if (interval_ <= 0.0) return true;
   Seconds const time = now();
-  if (windows_.size() >= windowSweepSize)
+  // Memory is bounded by the keys of one interval: a sweep each time their number has doubled costs little.
+  if (windows_.size() >= sweepSize_) {
     std::erase_if(windows_, [&](auto const& item) { return time >= item.second.start + interval_; });
+    sweepSize_ = std::max(firstSweep, 2 * windows_.size());
+  }
   Window& window = windows_.try_emplace(key, Window{time, 0.0}).first->second;
   if (time >= window.start + interval_) window = {time, 0.0};
   if (window.messages >= burst_) return false;

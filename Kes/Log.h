@@ -63,6 +63,7 @@ class KES_EXPORT LogHandle {
   LogSeverity severity_;
   U8 rateLimitArgs_;
   std::unordered_map<U64, Window> windows_;  // empty while nothing is limited
+  std::size_t sweepSize_;
 };
 
 // Receives every message that may be logged, with its text filled in.

@@ -47,7 +47,6 @@ class RingQueue {
   U32 count() const { return static_cast<U32>(tail_ - head_); }
   bool empty() const { return tail_ == head_; }
   U32 headPosition() const { return static_cast<U32>(head_); }
-  U32 tailPosition() const { return static_cast<U32>(tail_); }
   U32 capacity() const { return static_cast<U32>(ring_.size()); }
   U32 modificationCount() const { return modificationCount_; }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <locale>
 #include <sstream>
 #include <string_view>
 
@@ -47,6 +48,7 @@ KES_EXPORT void traceSinkIs(TraceSink sink);
   do {                                            \
     if ((handle).enabled(level)) [[unlikely]] {   \
       std::ostringstream kesTraceLine;            \
+      kesTraceLine.imbue(std::locale::classic()); \
       kesTraceLine << expressions;                \
       (handle).write(level, kesTraceLine.view()); \
     }                                             \

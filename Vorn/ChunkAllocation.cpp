@@ -30,12 +30,12 @@ Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
   PortData::ChunkNode::Ptr const node = Kes::makePtr<PortData::ChunkNode>(newChunk);
   Kes::U32 const key = port->chunk_.appendKey();
   if (!first && fresh) chunkArray_.reserveOne();
+  VORN_TRACE(8, "Allocating chunk for Port " << intfId);
 
   if (!fresh) {
     chunkArrayDeq();
     releaseFromOwner(newChunk, *port);
   }
-  VORN_TRACE(8, "Allocating chunk for Port " << intfId);
   // The records of a stolen chunk go last, when the function returns: their destructors are the host's code
   // and find the recorder whole.
   auto const released = newChunk->entryTakeAll();

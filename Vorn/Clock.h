@@ -8,7 +8,7 @@ namespace Vorn {
 
 // Where the recorder reads the time: rate limits of threshold messages, the age limit and the date of
 // reports. It reads getUTCTime only. Records bring their own timestamps. Hosts may derive their own clock,
-// whose seconds should then be those of the timestamps.
+// whose seconds should then be those of the timestamps; reading them must not change the recorder.
 class VORN_EXPORT Clock : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<Clock>;

@@ -1,6 +1,7 @@
 #include "Vorn/CommandOptions.h"
 
 #include <cstdlib>
+#include <vector>
 
 #include "Vorn/Trace.h"
 
@@ -43,7 +44,7 @@ bool takeToken(CommandOptions& options, std::string const& token) {
     addPatterns(options, token);
   } else if (has(token, "-t")) {
     options.ageLimit = numberOf(token);
-    VORN_TRACE(6, "show entries for last " << options.ageLimit << " seconds ");
+    VORN_TRACE(6, " show entries for last " << options.ageLimit << " seconds ");
   } else if (has(token, "-s")) {
     options.entryCount = numberOf(token);
     VORN_TRACE(6, " show last " << options.entryCount << " entries ");

@@ -13,9 +13,8 @@ namespace Vorn {
 // ignored.
 //
 //   -c     statistics; tokens after it are not looked at
-//   -i     interface filter: the token from its third character, cut at commas, adds patterns; "Fabric"
-//   stands for
-//          "Fc.*". "-i" alone selects no interface
+//   -i     interface filter: the token from its third character, cut at commas, adds patterns;
+//          "Fabric" stands for "Fc.*". "-i" alone selects no interface
 //   -t     age limit: seconds, strtol from the third character, cut to 32 bits; 0 is no limit
 //   -s     line count, likewise
 //   -d     drops lines

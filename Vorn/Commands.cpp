@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -8,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "Vorn/CommandOptions.h"
 #include "Vorn/CongestionData.h"

@@ -22,13 +22,22 @@ std::optional<std::string> const& numSharedChunksSetting() {
   return setting;
 }
 
-// Ends a log that has left the recorder: its chunks are cleared, so that the pool's are free and the counted
-// links between them no longer keep each other alive.
+// Ends a log that has left the recorder: its shared chunks become free ones of the pool, and the counted
+// links between chunks no longer keep each other alive. Releasing records runs the host's code, so no chunk
+// may name the old owner any more by then, and one that has found a new owner meanwhile is left alone.
 void endLog(PortData& port) {
-  while (Chunk::Ptr const chunk = port.chunkDeq()) chunk->doClear();
+  for (PortData::ChunkIterator i = port.chunkIterator(); i; ++i) {
+    (*i)->prevChunkIs(nullptr);
+    (*i)->nextChunkIs(nullptr);
+    (*i)->intfIdIs(Pylo::IntfId());
+  }
   port.entryIndexDelAll();
   port.chunkTobeMergedIs(nullptr);
   port.mergeEntriesIs(false);
+  while (Chunk::Ptr const chunk = port.chunkDeq()) {
+    if (!chunk->intfId().empty()) continue;
+    auto const released = chunk->entryTakeAll();
+  }
 }
 
 }  // namespace
@@ -46,6 +55,8 @@ CongestionData::CongestionData(Hardware::Status::PtrConst const& vornHwStatus, C
 CongestionData::~CongestionData() {
   portDataDelAll();
   chunkArrayDelAll();
+  // Through the setter, so that what runs while it is released finds null here.
+  globalBufferChunkIs(nullptr);
 }
 
 void CongestionData::handleInitialized() {

@@ -27,9 +27,8 @@ namespace Vorn {
 //
 //   - an interface's first chunk is its own for life and never in the pool;
 //   - further chunks are shared: new ones while the pool holds fewer than numSharedChunks,
-//   - and from then on the one that was handed out longest ago, taken from whichever interface holds it, with
-//   the
-//     oldest part of that interface's history (drawn in docs/pool.md).
+//   - and from then on the one that was handed out longest ago, taken from whichever interface holds it,
+//     with the oldest part of that interface's history (drawn in docs/pool.md).
 //
 // So memory is bounded by numSharedChunks shared chunks, one private chunk an interface, and the 500 records
 // of the global buffer.
@@ -170,7 +169,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   // Intake.
   PortData::Ptr portFor(Pylo::IntfId const& intfId, char const* operation);
   PortData::Ptr append(Pylo::IntfId const& intfId, PortData::Ptr port, Entry::Ptr const& entry);
-  bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry);
+  bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry, Kes::Seconds now);
 
   Hardware::Status::PtrConst const vornHwStatus_;
   Clock::Ptr const clock_;

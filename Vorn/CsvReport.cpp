@@ -19,8 +19,10 @@ Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::Stri
                                                   Kes::String footer, bool showAll) {
   std::FILE* const out = reportStream(stream, "doDumpEntriesInCSVFormat");
   if (out == nullptr) return -1;
+  // The clock is the host's code: it is read before the cursor points at anything.
+  Kes::Seconds const reportTime = clock_->getUTCTime();
   MergeCursor cursor(portData_, MergeCursor::Direction::oldestFirst);
-  beginReport(out, clock_->getUTCTime(), reportHeader);
+  beginReport(out, reportTime, reportHeader);
   StartRecordCursor startRecords(portMetaDataDumper_, out, /*csvFormat=*/true);
   while (cursor.total() != 0) {
     auto const [port, entry] = cursor.choose();

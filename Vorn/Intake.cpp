@@ -25,9 +25,8 @@ Entry::Ptr latestUnderKey(PortData const& port, Kes::U32 entryKey) {
              "const Vorn::Microseconds Vorn::CongestionData::updateEntry(Pylo::IntfId, const Ptr&, "
              "const Vorn::Microseconds&, Kes::U32)",
              "tailChunk");
-  EntryIndex const slot(static_cast<Kes::U16>(position.value()));
-  // A slot outside of the queue is null, like one whose record was deleted.
-  return tailChunk->entry(slot);
+  EntryIndex const slot(position.value());
+  return tailChunk->entrySlots().contains(slot.value()) ? tailChunk->entry(slot) : nullptr;
 }
 
 // Extends `matched` up to the start of `entry` if the gap between them is small enough. All differences wrap:
@@ -41,12 +40,18 @@ bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
   return true;
 }
 
+void traceTail(PortData const& port) {
+  if (Chunk const* const tailChunk = port.chunkTail())
+    VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
+}
+
 }  // namespace
 
 Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
                                          Microseconds const& coalesceTime, Kes::U32 entryKey) {
   Entry::Ptr const record = validEntry(entry);
   PortData::Ptr port = portFor(intfId, "updateEntry");
+  traceTail(*port);
   Entry::Ptr const matched = latestUnderKey(*port, entryKey);
   if (matched && merge(*matched, *record, coalesceTime)) return record->timestamp();
   port = append(intfId, std::move(port), record);
@@ -67,8 +72,6 @@ PortData::Ptr CongestionData::portFor(Pylo::IntfId const& intfId, char const* op
     port = portDataIs(intfId);
     VORN_TRACE(8, operation << " : Created portData for Port " << intfId);
   }
-  if (Chunk const* const tailChunk = port->chunkTail())
-    VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
   return port;
 }
 
@@ -81,7 +84,9 @@ PortData::Ptr CongestionData::append(Pylo::IntfId const& intfId, PortData::Ptr p
       "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
   VORN_TRACE(8, operation);
   if (!port) port = portFor(intfId, "doAddToLog");
-  if (judge(intfId, *port, *entry)) port = portFor(intfId, "doAddToLog");
+  Kes::Seconds const now = clock_->getUTCTime();
+  traceTail(*port);
+  if (judge(intfId, *port, *entry, now)) port = portFor(intfId, "doAddToLog");
   Chunk::Ptr tailChunk(port->chunkTail());
   while (!tailChunk || tailChunk->entrys() == entriesPerChunk) {
     allocateChunk(intfId);
@@ -97,8 +102,7 @@ PortData::Ptr CongestionData::append(Pylo::IntfId const& intfId, PortData::Ptr p
 }
 
 // Raises the record's threshold message if one is due; whether it was.
-bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry) {
-  Kes::Seconds const now = clock_->getUTCTime();
+bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry, Kes::Seconds now) {
   Kes::Seconds const interval = vornConfig_->logInterval();
   if (interval == 0.0) return false;
   if (!(now > port.lastSyslogTime() + interval) && !entry.alwaysLog()) return false;
@@ -122,7 +126,8 @@ Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
     // The host's code may have put another log in its place.
     if (globalBufferChunk()) log = globalBufferChunk();
   }
-  if (log->entrys() >= entriesPerChunk) log->entryDeq();
+  // Released only when the new record stands in its place: that runs the host's code.
+  Entry::Ptr const dropped = log->entrys() >= entriesPerChunk ? log->entryDeq() : nullptr;
   log->entryEnq(record);
   return record->timestamp();
 }

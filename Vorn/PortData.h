@@ -100,7 +100,6 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     EntryIndexOrNull const* const found = entryIndex_.find(key);
     return found != nullptr ? *found : EntryIndexOrNull();
   }
-  EntryIndexMap const& entryIndexes() const { return entryIndex_; }
   EntryIndexOrNull newEntryIndex(Kes::U32 key, EntryIndexOrNull index) { return entryIndex_.put(key, index); }
   void entryIndexIs(Kes::U32 key, EntryIndexOrNull index) { newEntryIndex(key, index); }
   EntryIndexMap::Iterator entryIndexIterator() const { return entryIndex_.iterator(); }

@@ -8,6 +8,7 @@
 namespace Vorn {
 
 // Writes metadata into reports; the platform derives it for its own lines. `stream` is the report's FILE*.
+// Called while a report walks the recorder: a writer changes neither metadata nor the recorder.
 class VORN_EXPORT PortMetaDataDumper : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<PortMetaDataDumper>;

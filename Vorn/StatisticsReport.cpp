@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
+#include <vector>
 
 #include "Kes/Format.h"
 #include "Vorn/CongestionData.h"
@@ -11,12 +13,16 @@ namespace Vorn {
 
 namespace {
 
-// By interface number; what is equal there by name and identifier, so that every report has the same order.
+// By interface number; what is equal there in natural order of the short name, then by full name and
+// identifier, so that every report has the same order.
 bool statisticsOrder(PortMetaData::Ptr const& a, PortMetaData::Ptr const& b) {
   if (PortMetaDataSortOnIntf(a.get(), b.get())) return true;
   if (PortMetaDataSortOnIntf(b.get(), a.get())) return false;
-  if (a->intfId() == b->intfId()) return a->identifier() < b->identifier();
-  return naturallyBefore(a->intfId().shortName().view(), b->intfId().shortName().view());
+  std::string_view const nameA = a->intfId().shortName().view();
+  std::string_view const nameB = b->intfId().shortName().view();
+  if (nameA != nameB) return naturallyBefore(nameA, nameB);
+  if (a->intfId() != b->intfId()) return a->intfId() < b->intfId();
+  return a->identifier() < b->identifier();
 }
 
 Kes::U32 globalHitCount(GlobalBufferChunk::Ptr const& log) {

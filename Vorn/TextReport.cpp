@@ -33,7 +33,7 @@ class TextReport {
     if (startRecords_.write() == 0) ++lines_;
   }
   void writeStartRecordsAfter(Microseconds time);
-  bool countReached() const { return options_.entryCount != 0 && lines_ == options_.entryCount; }
+  bool countReached() const { return options_.entryCount != 0 && lines_ >= options_.entryCount; }
   bool tooOld(Microseconds time) const;
   Kes::S32 writeEntry(PortData const& port, Entry const& entry);
 

@@ -15,5 +15,6 @@
 #include "Vorn/PortData.h"
 #include "Vorn/PortMetaData.h"
 #include "Vorn/PortMetaDataDumper.h"
+#include "Vorn/StartEntry.h"
 #include "Vorn/Trace.h"
 #include "Vorn/VornUtils.h"
