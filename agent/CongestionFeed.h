@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Vorn/Config.h"
+#include "Vorn/CongestionData.h"
+#include "Vorn/HardwareStatus.h"
+#include "agent/CongestionDetector.h"
+#include "agent/LinuxEntry.h"
+
+namespace Agent {
+
+// Hands a source's updates over to the recorder, and keeps up what the recorder leaves to its host: the
+// drops, latency and peak bound of merged records, the metadata of queues, the statistics of the global
+// buffer.
+//
+// A burst stands in its log from its first update on. Merging an update allocates nothing.
+class CongestionFeed {
+ public:
+  struct QueueAddress {
+    Pylo::IntfId intfId;
+    QueueKey key;
+    Kes::U32 handle;
+  };
+
+  // Makes the recorder's global log.
+  CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
+                 Vorn::Hardware::Status::PtrConst hwStatus);
+
+  // Takes `reading` of one queue, given the queue's detector.
+  void handleReading(QueueAddress const& queue, CongestionDetector& detector, QueueReading const& reading,
+                     CongestionDetector::Limits const& limits);
+  // The same for the sum over all queues.
+  void handleGlobalReading(CongestionDetector& detector, QueueReading const& reading,
+                           CongestionDetector::Limits const& limits);
+  // The queue is no longer watched: a congestion that was open is over.
+  void handleGone(QueueAddress const& queue);
+
+  // Bursts of single queues seen so far.
+  Kes::U64 bursts() const { return bursts_; }
+
+ private:
+  struct Thresholds {
+    Kes::U32 low;
+    Kes::U32 high;
+  };
+
+  Thresholds thresholdsOf(Pylo::IntfId const& intfId) const;
+  Thresholds globalThresholds() const;
+  void log(QueueAddress const& queue, CongestionUpdate const& update);
+  void keepMetaData(QueueAddress const& queue, CongestionUpdate const& update);
+  void logGlobal(CongestionUpdate const& update);
+
+  Vorn::CongestionData::Ptr const recorder_;
+  Vorn::Config::PtrConst const config_;
+  Vorn::Hardware::Status::PtrConst const hwStatus_;
+  LinuxEntry::Ptr spare_;         // carries updates to the recorder until one is kept there
+  LinuxEntry::Ptr globalRecord_;  // the newest of the global log
+  Kes::U64 bursts_ = 0;
+};
+
+}  // namespace Agent

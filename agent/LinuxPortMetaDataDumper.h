@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Vorn/PortMetaDataDumper.h"
+
+namespace Agent {
+
+// Writes the start records of this machine's queues: congestion that still lasts and whose first record has
+// been overwritten meanwhile. The lines fit those of LinuxEntry. Statistics lines are the recorder's own.
+class LinuxPortMetaDataDumper final : public Vorn::PortMetaDataDumper {
+ public:
+  // 0, or -1 when the stream fails.
+  Kes::S32 dumpStartMetaData(Vorn::PortMetaData const* portMetaData, Kes::VoidPtr stream,
+                             bool csvFormat) const override;
+
+ protected:
+  ~LinuxPortMetaDataDumper() override;
+};
+
+}  // namespace Agent

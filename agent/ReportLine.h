@@ -1,0 +1,75 @@
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <string_view>
+
+#include "Kes/Types.h"
+#include "Vorn/Microseconds.h"
+
+namespace Agent {
+
+// A queue's number inside its interface: the class or slot that it hangs in, as the kernel numbers it, or 0
+// for the interface's root. It is the entry key of its records and the identifier of its metadata.
+using QueueKey = Kes::U32;
+
+// The key of records that are of no one queue: those of the global buffer.
+inline constexpr QueueKey noQueue = 0xFFFFFFFF;
+
+// A column of the text reports: values are padded to `width` and never cut.
+struct Column {
+  std::string_view title;
+  std::size_t width;
+  enum class Align { left, right } align;
+};
+
+// One line of a report, put together on the stack and written in one piece. Each add... appends a column or,
+// in comma-separated lines, a field; what would not fit any more is cut, which no line of this system comes
+// near.
+class ReportLine {
+ public:
+  // Text columns. Characters of names that would upset a terminal show as "?".
+  void addText(Column const& column, std::string_view text);
+  void addNumber(Column const& column, Kes::U64 number, std::string_view unit);
+  // Local time with microseconds.
+  void addTime(Column const& column, Vorn::Microseconds time);
+  // Milliseconds with microseconds behind the point.
+  void addMilliseconds(Column const& column, Vorn::Microseconds time);
+
+  // Comma-separated fields: raw numbers; text is quoted where it holds a comma, a quote or a line break.
+  void addField(std::string_view text);
+  void addField(Kes::U64 number);
+  void addEmptyFields(int count);
+
+  // What has been added so far, without a newline.
+  std::string_view text() const { return {text_.data(), length_}; }
+  // Ends the line and writes it to a stdio stream: 0, or -1 when the stream fails.
+  Kes::S32 write(Kes::VoidPtr stream);
+
+ private:
+  void append(std::string_view text);
+  void pad(std::size_t count);
+  void separate(std::string_view separator);
+
+  std::array<char, 512> text_;
+  std::size_t length_ = 0;
+};
+
+// A queue's key and a discipline's handle as people know them from tc: "root", "1:10", ":1", "-" for none;
+// "8001:".
+class QueueName {
+ public:
+  static QueueName ofKey(QueueKey key);
+  static QueueName ofHandle(Kes::U32 handle);
+  std::string_view text() const { return {text_.data(), length_}; }
+
+ private:
+  explicit QueueName(std::string_view text) : length_(text.copy(text_.data(), text_.size())) {}
+  void endIs(char const* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
+
+  std::array<char, 16> text_{};
+  std::size_t length_;
+};
+
+}  // namespace Agent
