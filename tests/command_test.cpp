@@ -1,0 +1,262 @@
+// Commands on sockets: privilege, broken pipes, bad patterns, failing writers; and the pool size that a
+// process is started with.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <regex>
+#include <thread>
+
+#include "tests/support.h"
+
+namespace {
+
+using namespace Test;
+
+bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
+
+std::string readAll(int descriptor) {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got; (got = read(descriptor, buffer, sizeof buffer)) > 0;)
+    text.append(buffer, static_cast<std::size_t>(got));
+  return text;
+}
+
+class Command : public testing::Test, public Bench {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets_), 0);
+    fill("Ethernet1", 7, 3);
+  }
+  void TearDown() override {
+    for (int const descriptor : sockets_) close(descriptor);
+  }
+
+  // Whether this process may do what handleCommand begins with.
+  static bool privileged() {
+    int const probe = socket(AF_UNIX, SOCK_STREAM, 0);
+    int const size = 4096;
+    bool const granted = setsockopt(probe, SOL_SOCKET, SO_SNDBUFFORCE, &size, sizeof size) == 0;
+    close(probe);
+    return granted;
+  }
+  void handle(std::string const& command) const {
+    recorder->handleCommand(static_cast<U32>(mine()), command, header, footer);
+  }
+  int mine() const { return sockets_[0]; }
+  int theirs() const { return sockets_[1]; }
+
+  int sockets_[2] = {-1, -1};
+};
+
+#define NEEDS_PRIVILEGE() \
+  if (!privileged()) GTEST_SKIP() << "enlarging a socket's buffer by force is not granted here"
+
+// Runs in a child process; its exit status is 0 only if `check` holds.
+#define EXPECT_IN_CHILD(...) \
+  EXPECT_EXIT(std::_Exit([&] { __VA_ARGS__ }() ? 0 : 1), testing::ExitedWithCode(0), "")
+
+TEST_F(Command, AnswersAndClosesTheSocket) {
+  NEEDS_PRIVILEGE();
+  std::string const expected = report("-s2");
+  handle("-s2");
+  EXPECT_FALSE(isOpen(mine()));
+  EXPECT_EQ(readAll(theirs()), expected);
+  EXPECT_EQ(std::count(expected.begin(), expected.end(), '\n'), 4 + 2);
+}
+
+TEST_F(Command, ReportsLargerThanTheSocketGoThrough) {
+  NEEDS_PRIVILEGE();
+  for (U32 i = 0; i < 200; ++i) fill("Fabric1", i);
+  std::string const expected = report("csv");
+  std::string got;
+  std::thread reader([&] { got = readAll(theirs()); });
+  handle("csv");
+  reader.join();
+  EXPECT_GT(expected.size(), 1'500'000U);
+  EXPECT_EQ(got, expected);
+}
+
+TEST_F(Command, WithoutPrivilegeNothingIsWrittenAndTheSocketStaysOpen) {
+  EXPECT_IN_CHILD({
+    if (setresuid(65534, 65534, 65534) != 0 || privileged()) return false;
+    handle("");
+    char byte;
+    return isOpen(mine()) && recv(theirs(), &byte, 1, MSG_DONTWAIT) == -1 && errno == EAGAIN &&
+           traced == std::vector<std::string>{"0 setsockopt failed : Operation not permitted"};
+  });
+  handle("");  // a descriptor that is no socket
+  close(mine());
+  traced.clear();
+  handle("");
+  EXPECT_EQ(traced, std::vector<std::string>{"0 setsockopt failed : Bad file descriptor"});
+}
+
+TEST_F(Command, AClientThatGoesAwayHarmsNobody) {
+  NEEDS_PRIVILEGE();
+  for (U32 i = 0; i < 20; ++i) fill("Ethernet1", i);
+  close(theirs());
+  for (bool const blockedAndPending : {false, true})
+    EXPECT_IN_CHILD({
+      sigset_t pipe;
+      sigemptyset(&pipe);
+      sigaddset(&pipe, SIGPIPE);
+      if (blockedAndPending) {
+        sigprocmask(SIG_BLOCK, &pipe, nullptr);
+        raise(SIGPIPE);
+      }
+      handle("csv");
+      sigset_t mask;
+      sigset_t pending;
+      struct sigaction action;
+      sigprocmask(SIG_BLOCK, nullptr, &mask);
+      sigpending(&pending);
+      sigaction(SIGPIPE, nullptr, &action);
+      return !isOpen(mine()) && (sigismember(&mask, SIGPIPE) == 1) == blockedAndPending &&
+             (sigismember(&pending, SIGPIPE) == 1) == blockedAndPending && action.sa_handler == SIG_DFL;
+    });
+}
+
+TEST_F(Command, BadPatternsPassThroughAndCloseTheSocket) {
+  NEEDS_PRIVILEGE();
+  EXPECT_THROW(handle("-i["), std::regex_error);
+  EXPECT_FALSE(isOpen(mine()));
+  EXPECT_EQ(readAll(theirs()), "");
+  EXPECT_NE(report("-iEt1,[").find("text 1001 Et1"), std::string::npos);  // not tried behind a match
+  EXPECT_THROW(report("-iEt2,["), std::regex_error);
+}
+
+TEST_F(Command, PatternsCannotHangOrCrashTheHost) {
+  auto const repeated = [](char const* text, int times) {
+    std::string pattern = "-i";
+    while (times-- > 0) pattern += text;
+    return pattern;
+  };
+  auto const start = std::chrono::steady_clock::now();
+  append("eth1_a_name_of_some_length", record(1, 1));
+  EXPECT_EQ(report(repeated(".*", 400) + "x").find("text"), std::string::npos);
+  EXPECT_EQ(report(repeated("(e|e*)*", 30) + "x").find("text"), std::string::npos);
+  EXPECT_NE(report("-i(e)th._a.*\\1.*").find("text"),
+            std::string::npos);  // back-references still work
+  for (char const* bracket : {"(", "[", "{", "(?:"})
+    EXPECT_THROW(report(repeated(bracket, 5000)), std::regex_error) << bracket;
+  EXPECT_THROW(report(repeated("x", 4097)), std::regex_error);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST_F(Command, AFailingWriterEndsTheReportWithoutFooter) {
+  recorder->allocateGlobalChunk();
+  recorder->doAddToGlobalLog(record(8, 1001));
+  recorder->doAddToGlobalLog(record(9, 1003));
+  TestEntry::Ptr const failing = record(1, 1002);
+  append("Fabric1", failing);
+  auto const whole = [](std::string const& text) { return text.ends_with(footer); };
+  struct Case {
+    char const* command;
+    S32 result;
+    bool whole;
+    U16 cursor;  // of the global log, afterwards
+  };
+  for (Case const& c : {Case{"-a", 1, true, 65535},
+                        {"-a", -2, true, 65535},
+                        {"-a", -1, false, 0},
+                        {"csv -a", 0, true, 65535},
+                        {"csv -a", 1, false, 1}}) {
+    recorder->globalBufferChunk()->entryTobeMergedIs(65535);
+    failing->result = c.result;
+    EXPECT_EQ(whole(report(c.command)), c.whole) << c.command << c.result;
+    EXPECT_EQ(recorder->globalBufferChunk()->entryTobeMerged(), c.cursor) << c.command << c.result;
+  }
+  // The next report goes on from there: the record at 1001 has been written.
+  failing->result = 0;
+  std::string const next = report("csv -a");
+  EXPECT_EQ(next.find("1001 N/A"), std::string::npos);
+  EXPECT_NE(next.find("1003 N/A"), std::string::npos);
+  EXPECT_NE(report("csv -a").find("1001 N/A"), std::string::npos);
+  traced.clear();
+  failing->result = 5;
+  EXPECT_NE(report("").find(footer), std::string::npos);
+  for (auto i = recorder->portDataIterator(); i; ++i) (*i)->mergeEntriesIs(true);
+  written(
+      [&](std::FILE* out) { EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(out, header, footer, false), 5); });
+  EXPECT_EQ(traced, std::vector<std::string>{"0 doDumpEntriesInCSVFormat : entry dump failed "});
+  failing->result = 0;
+  for (auto i = recorder->portDataIterator(); i; ++i) (*i)->mergeEntriesIs(true);
+  written([&](std::FILE* out) {
+    EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(out, header, footer, false), S32{sizeof footer - 1});
+  });
+}
+
+TEST_F(Command, AStreamThatTakesNothingFailsTheStatistics) {
+  port("Ethernet1")->newPortMetaData(Vorn::portMetaDataFactory(1, Pylo::IntfId("Ethernet1")));
+  for (U32 const counter : {1U, 0U}) {
+    port("Ethernet1")->portMetaData(1)->counterIs(counter);
+    std::FILE* const full = std::fopen("/dev/full", "w");
+    std::setvbuf(full, nullptr, _IONBF, 0);
+    traced.clear();
+    recorder->doDumpStatistics(full, header, footer);
+    std::fclose(full);
+    EXPECT_EQ(traced.front(), "0 dumpStatistics : No space left on device");
+    EXPECT_EQ(traced.size(), counter == 0 ? 1U : 2U);
+  }
+}
+
+TEST(Split, KeepsInnerPiecesOnly) {
+  auto const pieces = [](char const* text, char const* delimiter) {
+    std::vector<std::string> result{"kept"};
+    Vorn::split(text, delimiter, result);
+    std::string joined;
+    for (std::string const& piece : result) joined += '[' + piece + ']';
+    return joined;
+  };
+  EXPECT_EQ(pieces("a  b", " "), "[kept][a][][b]");
+  EXPECT_EQ(pieces("a ", " "), "[kept][a]");
+  EXPECT_EQ(pieces("", " "), "[kept]");
+  EXPECT_EQ(pieces(" a", " "), "[kept][][a]");
+  EXPECT_EQ(pieces("a--b---", "--"), "[kept][a][b][-]");
+  EXPECT_EQ(pieces("ab", ""), "[kept][ab]");
+}
+
+TEST(CommandOptions, TheFirstRowThatOccursDecides) {
+  using Report = Vorn::CommandOptions::Report;
+  auto const parsed = [](char const* command) { return Vorn::parseCommand(command); };
+  EXPECT_EQ(parsed("-x -c -i[").report, Report::statistics);
+  EXPECT_TRUE(parsed("-c -i[").allInterfaces);  // not looked at any more
+  EXPECT_EQ(parsed("-csv").report, Report::statistics);
+  EXPECT_EQ(parsed("-icsv").report, Report::text);
+  EXPECT_EQ(parsed("-icsv").interfacePatterns, std::vector<std::string>{"csv"});
+  EXPECT_EQ(parsed("-iFabric,Fabric1,Et1 -iEt2,").interfacePatterns,
+            (std::vector<std::string>{"Fc.*", "Fabric1", "Et1", "Et2"}));
+  EXPECT_EQ(parsed("-t30 -s-1").ageLimit, 30U);
+  EXPECT_EQ(parsed("-t30 -s-1").entryCount, ~0U);
+  EXPECT_EQ(parsed("-t4294967301").ageLimit, 5U);
+  EXPECT_EQ(parsed("-sdcsv").entryCount, 0U);
+  EXPECT_EQ(parsed("-sdcsv").report, Report::text);
+  EXPECT_TRUE(parsed("--drops").drops);
+  EXPECT_EQ(parsed("-dcsv").report, Report::text);
+  EXPECT_EQ(parsed("mycsvfile -b").report, Report::globalBuffer);
+  EXPECT_TRUE(parsed("csv-l-a").report == Report::csv && !parsed("csv-l-a").latency);
+  EXPECT_TRUE(parsed("-l -a").latency && parsed("-l -a").showAll);
+}
+
+// The variable is read once a process, so each case has its own.
+TEST(NumSharedChunks, ComesFromTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  std::pair<char const*, U32> const cases[] = {{nullptr, 200}, {"1000", 1000}, {" 42abc", 42},
+                                               {"abc", 0},     {"", 0},        {"-1", ~0U}};
+  for (auto const& [text, expected] : cases)
+    EXPECT_IN_CHILD({
+      text == nullptr ? unsetenv("SIM_NUM_SHARED_CHUNKS") : setenv("SIM_NUM_SHARED_CHUNKS", text, 1);
+      if (Bench().recorder->numSharedChunks() != expected) return false;
+      setenv("SIM_NUM_SHARED_CHUNKS", "77", 1);
+      return Bench().recorder->numSharedChunks() == expected;
+    });
+}
+
+}  // namespace

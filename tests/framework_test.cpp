@@ -1,0 +1,182 @@
+// Pointers, texts, numbers in texts, logs and traces.
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <sstream>
+#include <thread>
+
+#include "Kes/Format.h"
+#include "Kes/Log.h"
+#include "Kes/Ptr.h"
+#include "Kes/Strep.h"
+#include "Kes/Trace.h"
+
+namespace {
+
+using Kes::format;
+using Kes::U32;
+using Kes::U64;
+
+struct Object : Kes::PtrInterface {
+  explicit Object(int* destroyed = nullptr) : destroyed_(destroyed) {}
+  ~Object() override {
+    if (destroyed_ != nullptr) ++*destroyed_;
+  }
+  Kes::Ptr<Object> next;
+
+ private:
+  int* destroyed_;
+};
+struct Derived final : Object {
+  using Object::Object;
+};
+
+TEST(Ptr, CountsEveryHolderOnce) {
+  int destroyed = 0;
+  Kes::Ptr<Derived> first = Kes::makePtr<Derived>(&destroyed);
+  EXPECT_EQ(first->ptrCount(), 1U);
+  {
+    Kes::Ptr<Object const> const base = first;
+    Kes::Ptr<Derived> copy(first);
+    EXPECT_EQ(first->ptrCount(), 3U);
+    Kes::Ptr<Object> moved(std::move(copy));
+    EXPECT_EQ(first->ptrCount(), 3U);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(moved, first);
+    EXPECT_EQ(Kes::dynamicPtrCast<Derived>(moved), first);
+    EXPECT_EQ(first->ptrCount(), 3U);
+  }
+  Kes::Ptr<Derived>& self = first;
+  first = self;
+  first = std::move(self);
+  EXPECT_EQ(first->ptrCount(), 1U);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(Kes::dynamicPtrCast<Derived>(Kes::makePtr<Object>()), nullptr);
+  first = nullptr;
+  EXPECT_EQ(destroyed, 1);
+
+  // Assigning what only the old object holds.
+  Kes::Ptr<Object> list = Kes::makePtr<Object>(&destroyed);
+  list->next = Kes::makePtr<Object>(&destroyed);
+  list = list->next;
+  EXPECT_EQ(destroyed, 2);
+  EXPECT_EQ(list->ptrCount(), 1U);
+}
+
+TEST(Ptr, DereferencingNullIsAnAssertion) {
+  Kes::Ptr<Object> const null;
+  EXPECT_DEATH(null->ptrCount(), "Kes: .*assertion failed");
+  EXPECT_DEATH((*null).ptrCount(), "Kes: .*assertion failed");
+}
+
+TEST(Ptr, CountsAcrossThreadsOnceSwitched) {
+  Kes::threadSafePtrsIs(true);
+  Kes::Ptr<Object> const shared = Kes::makePtr<Object>();
+  auto const work = [&] {
+    for (int i = 0; i < 200'000; ++i) Kes::Ptr<Object>(shared)->ptrAcquire(), shared->ptrRelease();
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  EXPECT_EQ(shared->ptrCount(), 1U);
+  Kes::threadSafePtrsIs(false);
+}
+
+TEST(Text, StringsShareTheirBytes) {
+  Kes::String const text = std::string("a\0b", 3);
+  Kes::String const copy = text;
+  EXPECT_EQ(copy.charPtr(), text.charPtr());
+  EXPECT_EQ(copy.size(), 3U);
+  EXPECT_STREQ(copy.charPtr(), "a");
+  EXPECT_EQ(Kes::String(static_cast<char const*>(nullptr)), Kes::String());
+  EXPECT_STREQ(Kes::String().charPtr(), "");
+  EXPECT_LT(Kes::String("a"), text);
+  EXPECT_EQ(text, Kes::String(std::string_view("a\0b", 3)));
+}
+
+TEST(Text, FormatNeverMisreadsAnArgument) {
+  EXPECT_EQ(format("%s: %d, %d", "x", 4294967295U, -1), "x: 4294967295, -1");
+  EXPECT_EQ(format("%u %lld %hhu", U64{ULLONG_MAX}, LLONG_MIN, 300),
+            "18446744073709551615 -9223372036854775808 300");
+  EXPECT_EQ(format("[%5d|%-5d|%05d|%+d|%x|%5s|%-5s|%.2s]", 42, 42, 42, 42, 255, "ab", "ab", "abc"),
+            "[   42|42   |00042|+42|ff|   ab|ab   |ab]");
+  EXPECT_EQ(format("%f %.1f %g", 1.5, 0.25, 1e9), "1.500000 0.2 1e+09");
+  EXPECT_EQ(format("%s", static_cast<char const*>(nullptr)), "(null)");
+  EXPECT_EQ(format("%d %s %f", "text", 7, Kes::String("s")), "text 7 s");
+  EXPECT_EQ(format("%d %d", 1), "1 (missing)");
+  EXPECT_EQ(format("100%% %", 1, 2), "100% %");
+  EXPECT_EQ(format("%n", 1).size(), 1U);  // printed, not stored through
+  EXPECT_LE(format("%999999999d", 1).size(), 4096U);
+}
+
+std::string readingOf(std::string const& text, U64 max) {
+  Kes::StrepPos pos = text.data();
+  try {
+    U64 const number = Kes::deserializeUnsigned(pos, text.data() + text.size(), max);
+    return std::to_string(number) + " up to " + std::to_string(pos - text.data());
+  } catch (Kes::RangeException const&) {
+    return pos == text.data() ? "refused" : "refused, but moved";
+  }
+}
+
+TEST(Text, NumbersAreDigitsOnly) {
+  EXPECT_EQ(readingOf("12x", 100), "12 up to 2");
+  EXPECT_EQ(readingOf("000100", 100), "100 up to 6");
+  EXPECT_EQ(readingOf("18446744073709551615", ~U64{0}), "18446744073709551615 up to 20");
+  for (char const* text :
+       {"", "x", "-1", "+1", " 1", "101", "18446744073709551616", "99999999999999999999999"})
+    EXPECT_EQ(readingOf(text, 100), "refused") << text;
+}
+
+std::vector<std::string> lines;
+
+TEST(Log, KeysAndRateLimit) {
+  lines.clear();
+  Kes::logSinkIs([](Kes::LogHandle const& handle, Kes::String const& text) {
+    lines.push_back(std::string(handle.name()) + ": " + text.str());
+  });
+  Kes::LogHandle limited("LIMITED", Kes::LogSeverity::warning, "%s%s %d", "", "", 3600.0, 2.0, 2);
+  for (int i = 0; i < 5; ++i) {
+    Kes::log(limited, "ab", "c", i);
+    Kes::log(limited, "a", "bc", i);  // another key, though the same letters
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{"LIMITED: abc 0", "LIMITED: abc 0", "LIMITED: abc 1",
+                                             "LIMITED: abc 1"}));
+  Kes::LogHandle other("OTHER", Kes::LogSeverity::warning, "%s%s %d", "", "", 3600.0, 2.0, 2);
+  EXPECT_NE(other.idHash(), limited.idHash());
+  lines.clear();
+  Kes::log(other, "ab", "c", 0);
+  EXPECT_EQ(lines.size(), 1U);
+
+  Kes::LogHandle free("FREE", Kes::LogSeverity::warning, "%s", "", "", 0.0, 1.0, 0);
+  lines.clear();
+  for (int i = 0; i < 1000; ++i) Kes::log(free, "same");
+  EXPECT_EQ(lines.size(), 1000U);
+
+  Kes::LogHandle brief("BRIEF", Kes::LogSeverity::warning, "%s", "", "", 0.02, 1.0, 0);
+  EXPECT_TRUE(brief.okToLog(1));
+  EXPECT_FALSE(brief.okToLog(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_TRUE(brief.okToLog(1));
+  Kes::logSinkIs(nullptr);
+}
+
+TEST(Trace, EvaluatesOnlyWhatIsOn) {
+  lines.clear();
+  Kes::traceSinkIs([](Kes::TraceHandle const& handle, U32 level, std::string_view line) {
+    lines.push_back(std::string(handle.name()) + std::to_string(level) + std::string(line));
+  });
+  Kes::TraceHandle handle("T", false);
+  int evaluated = 0;
+  for (U32 level = 0; level <= 9; ++level) KES_TRACE(handle, level, " n " << ++evaluated);
+  EXPECT_EQ(evaluated, 1);
+  handle.levelIs(9, true);
+  handle.levelIs(0, false);
+  handle.levelIs(32, true);
+  for (U32 level = 0; level <= 9; ++level) KES_TRACE(handle, level, " n " << ++evaluated);
+  EXPECT_EQ(lines, (std::vector<std::string>{"T0 n 1", "T9 n 2"}));
+  Kes::traceSinkIs(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,404 @@
+// Intake and the movement of chunks, case by case; the edges of the reports.
+
+#include <gtest/gtest.h>
+
+#include "tests/support.h"
+
+namespace {
+
+using namespace Test;
+using Vorn::EntryIndex;
+
+template <class Operation>
+std::string raised(Operation operation) {
+  try {
+    operation();
+  } catch (Kes::RangeException const& exception) {
+    return exception.what();
+  }
+  return "";
+}
+
+class Recorder : public testing::Test, public Bench {
+ protected:
+  // An interface's chunks, oldest first, each as "QLEN:RECORDS" after its newest record.
+  std::string chunks(char const* name) const {
+    std::string text;
+    for (auto i = port(name)->chunkIterator(); i; ++i) {
+      U32 const qLen = (*i)->entry((*i)->entryTailIndex())->qLen();
+      text += std::to_string(qLen) + ':' + std::to_string((*i)->entrys()) + ' ';
+    }
+    EXPECT_EQ(recorder->checkInvariants(), "");
+    return text;
+  }
+  std::size_t judged(std::function<void()> const& operation) {
+    logged.clear();
+    operation();
+    return logged.size();
+  }
+};
+
+TEST_F(Recorder, StealingLeavesTheOwnerItsPrivateChunk) {
+  recorder->numSharedChunksIs(2);
+  for (U32 qLen = 1; qLen <= 3; ++qLen) fill("A1", qLen);
+  fill("B1", 4);
+  EXPECT_EQ(recorder->chunkArrayCount(), 2U);
+  fill("B1", 5, 1);  // takes 2 out of the middle of A1's chain
+  EXPECT_EQ(chunks("A1"), "1:500 3:500 ");
+  EXPECT_EQ(chunks("B1"), "4:500 5:1 ");
+  EXPECT_EQ(recorder->chunkArrayCount(), 2U);
+  Vorn::Chunk* const taken = port("B1")->chunkTail();
+  EXPECT_EQ(taken->prevChunk().get(), port("B1")->chunkHead());
+  EXPECT_EQ(taken->nextChunk(), nullptr);
+  EXPECT_EQ(taken->intfId(), Pylo::IntfId("B1"));
+  fill("C1", 6, 501);  // takes 3, A1's newest
+  EXPECT_EQ(chunks("A1"), "1:500 ");
+  fill("A1", 7, 1);  // takes 5, B1's newest and not full, and the one handed out longest ago
+  EXPECT_EQ(chunks("A1"), "1:500 7:1 ");
+  EXPECT_EQ(chunks("B1"), "4:500 ");
+}
+
+TEST_F(Recorder, PoolOfOneServesOneInterfaceForEver) {
+  recorder->numSharedChunksIs(1);
+  fill("A1", 1);
+  fill("A1", 2);
+  Vorn::Chunk* const shared = port("A1")->chunkTail();
+  for (U32 qLen = 3; qLen < 10; ++qLen) {
+    // The record may be passed by the very slot that is about to be cleared.
+    Vorn::Entry const* const first = shared->entry(EntryIndex(0)).get();
+    append("A1", shared->entry(EntryIndex(0)));
+    EXPECT_EQ(port("A1")->chunkTail(), shared);
+    EXPECT_EQ(shared->entry(EntryIndex(0)).get(), first);
+    EXPECT_EQ(shared->entrys(), 1U);
+    fill("A1", qLen, 499);
+    EXPECT_EQ(chunks("A1"), "1:500 " + std::to_string(qLen) + ":500 ");
+  }
+  EXPECT_EQ(TestEntry::alive, 1000);
+}
+
+TEST_F(Recorder, LosingTheNewestChunkForgetsTheEntryKeys) {
+  recorder->numSharedChunksIs(1);
+  fill("A1", 1);
+  update("A1", 2, ++time, 100, /*key=*/7);
+  EXPECT_EQ(port("A1")->entryIndex(7).value(), 0);
+  fill("B1", 3, 501);
+  EXPECT_EQ(chunks("A1"), "1:500 ");
+  EXPECT_TRUE(port("A1")->entryIndex(7).isNull());
+  update("A1", 4, ++time, 100, 7);  // must not be merged into slot 0 of the private chunk
+  EXPECT_EQ(chunks("A1"), "1:500 4:1 ");
+  EXPECT_EQ(chunks("B1"), "3:500 ");
+  // Losing an older chunk leaves the keys alone.
+  recorder->numSharedChunksIs(2);
+  fill("A1", 5, 499);
+  update("A1", 6, ++time, 0, 7);
+  fill("B1", 8, 1);
+  EXPECT_EQ(chunks("A1"), "1:500 6:1 ");
+  EXPECT_EQ(port("A1")->entryIndex(7).value(), 0);
+}
+
+TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
+  recorder->numSharedChunksIs(2);
+  for (U32 qLen = 1; qLen <= 3; ++qLen) fill("A1", qLen);
+  Vorn::PortData::Ptr const kept = port("A1");
+  Vorn::Chunk::Ptr const oldestShared = kept->chunk(1);
+  recorder->portDataDel(Pylo::IntfId("A1"));
+  EXPECT_EQ(port("A1"), nullptr);
+  EXPECT_EQ(kept->chunks(), 0U);
+  EXPECT_EQ(TestEntry::alive, 0);
+  EXPECT_EQ(recorder->chunkArrayCount(), 2U);
+  EXPECT_EQ(oldestShared->ptrCount(), 2U);  // here and in the pool
+  fill("A1", 4, 501);                       // made again: gets its own old chunk as a free one
+  EXPECT_EQ(port("A1")->chunkTail(), oldestShared.get());
+  EXPECT_EQ(chunks("A1"), "4:500 4:1 ");
+  EXPECT_EQ(kept->chunks(), 0U);
+  recorder = nullptr;
+  EXPECT_EQ(TestEntry::alive, 0);
+  EXPECT_EQ(oldestShared->ptrCount(), 1U);  // no cycle of links holds it
+}
+
+TEST_F(Recorder, PoolsWithoutLimitNeverSteal) {
+  recorder->numSharedChunksIs(~0U);
+  for (U32 qLen = 0; qLen < 12; ++qLen) fill(qLen % 2 == 0 ? "A1" : "B1", qLen);
+  EXPECT_EQ(recorder->chunkArrayCount(), 10U);
+  EXPECT_EQ(chunks("A1"), "0:500 2:500 4:500 6:500 8:500 10:500 ");
+  recorder->numSharedChunksIs(3);  // never shrinks
+  fill("A1", 12, 1);
+  EXPECT_EQ(recorder->chunkArrayCount(), 10U);
+  EXPECT_EQ(chunks("A1"), "0:500 4:500 6:500 8:500 10:500 12:1 ");
+}
+
+TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
+  fill("A1", 1);
+  EXPECT_DEATH(recorder->handleInitialized(), "Vorn: .*handleInitialized.*: !initialized\\(\\)");
+  EXPECT_DEATH(recorder->allocateChunk(Pylo::IntfId("B1")), "Vorn: .*allocateChunk.*: pd");
+  EXPECT_DEATH((recorder->numSharedChunksIs(0), fill("A1", 2, 1)), "Vorn: .*allocateChunk.*: newChunk");
+  recorder->numSharedChunksIs(1);
+  fill("A1", 2);
+  fill("B1", 3);
+  EXPECT_DEATH((recorder->chunkArray(0)->intfIdIs(Pylo::IntfId("B1")), fill("B1", 4, 1)),
+               "allocateChunk.*: dqueuedChunk == newChunk");
+  EXPECT_DEATH((port("A1")->chunkDeq(), fill("B1", 4, 1)), "allocateChunk.*: dqueuedChunk->nextChunk\\(\\)");
+  port("A1")->chunkDelAll();
+  port("A1")->entryIndexIs(7, Vorn::EntryIndexOrNull(0));
+  EXPECT_DEATH(update("A1", 1, 1, 1, 7), "updateEntry.*: tailChunk");
+  Vorn::Entry::Ptr const plain = Kes::makePtr<Vorn::Entry>(1U, us(1));
+  EXPECT_DEATH(plain->dumpEntry(stderr, "", "", false), "Vorn: .*dumpEntry");
+  // Leave no cycle of links behind.
+  recorder->chunkArray(0)->doClear();
+  recorder->portDataDelAll();
+}
+
+TEST_F(Recorder, MergesWithinTheCoalescingTimeOnly) {
+  auto const count = [&] { return port("A1")->chunkTail()->entrys(); };
+  auto const newest = [&] {
+    return port("A1")->chunkTail()->entry(port("A1")->chunkTail()->entryTailIndex());
+  };
+  update("A1", 5, 1000, 10, 1);
+  update("A1", 3, 1010, 10, 1);  // gap 10: merged, the queue length stays
+  EXPECT_EQ(count(), 1U);
+  EXPECT_EQ(newest()->duration(), us(10));
+  EXPECT_EQ(newest()->qLen(), 5U);
+  update("A1", 9, 1019, 9, 1);  // gap 9
+  EXPECT_EQ(count(), 1U);
+  EXPECT_EQ(newest()->duration(), us(19));
+  EXPECT_EQ(newest()->qLen(), 9U);
+  EXPECT_EQ(newest()->timestamp(), us(1000));
+  update("A1", 1, 1029, 9, 1);  // gap 10
+  EXPECT_EQ(count(), 2U);
+  update("A1", 1, 1029, 0, 1);  // at the very end
+  EXPECT_EQ(count(), 2U);
+  update("A1", 1, 1028, 1000, 1);  // before the end: the gap wraps
+  EXPECT_EQ(count(), 3U);
+  update("A1", 1, 1028, 1000, 2);  // another key
+  EXPECT_EQ(count(), 4U);
+  update("B1", 1, 1028, 1000, 2);  // another interface
+  EXPECT_EQ(port("B1")->chunkTail()->entrys(), 1U);
+  update("A1", 1, 1028, ~U64{0}, 1);
+  EXPECT_EQ(count(), 4U);
+  update("A1", 2, 5, ~U64{0}, 1);  // the longest coalescing time takes even what wraps
+  EXPECT_EQ(count(), 4U);
+  EXPECT_EQ(port("A1")->chunkTail()->entry(EntryIndex(2))->duration(), us(U64{5} - 1028));
+}
+
+TEST_F(Recorder, PositionsWithoutRecordDoNotMatch) {
+  update("A1", 1, 1000, 10, 1);
+  update("A1", 2, 1000, 10, 2);
+  update("A1", 3, 1000, 10, 3);
+  Vorn::Chunk::Ptr const chunk(port("A1")->chunkTail());
+  chunk->entryDel(EntryIndex(1));
+  update("A1", 4, 1000, 10, 2);  // a hole
+  EXPECT_EQ(port("A1")->entryIndex(2).value(), 3);
+  chunk->entryDeq();
+  update("A1", 5, 1000, 10, 1);  // outside
+  EXPECT_EQ(port("A1")->entryIndex(1).value(), 4);
+  Vorn::EntryIndexOrNull rejected;
+  EXPECT_THROW(rejected.valueIs(600), Kes::RangeException);
+  port("A1")->entryIndexIs(1, rejected);
+  EXPECT_EQ(raised([&] { update("A1", 6, 1000, 10, 1); }),
+            "EntryIndex::value < 0 or > EntryIndex::max not allowed");
+  EXPECT_EQ(chunk->entrys(), 3U);
+  // A queue that a hand left rolling: the newest stands in slot 2 when it is full.
+  fill("A1", 9, 496);
+  update("A1", 7, ++time, 10, 4);
+  EXPECT_EQ(chunk->entrys(), 500U);
+  EXPECT_EQ(port("A1")->entryIndex(4).value(), chunk->entryTailIndex().value());
+  EXPECT_EQ(chunk->entry(EntryIndex(1))->qLen(), 7U);
+}
+
+TEST_F(Recorder, JudgesByIntervalAndThresholds) {
+  status->defHighThresholdIs(70);
+  status->defLowThresholdIs(40);
+  status->defCpuHighThresholdIs(20);
+  status->defCpuLowThresholdIs(10);
+  auto const at = [&](Kes::Seconds now, U32 qLen, bool always = false) {
+    clock->utcTimeIs(now);
+    TestEntry::Ptr const entry = record(qLen, ++time);
+    entry->alwaysLogIs(always);
+    return judged([&] { append("Ethernet1", entry); });
+  };
+  EXPECT_EQ(at(100, 99, true), 0U);  // switched off
+  config->logIntervalIs(10);
+  clock->timeIs(1e6);  // not the time that counts
+  EXPECT_EQ(at(10, 99), 0U);
+  EXPECT_EQ(at(10.5, 99), 1U);
+  EXPECT_EQ(logged[0],
+            "QUEUEMONITOR_LENGTH_OVER_THRESHOLD: Interface Et1 queue length is over high threshold of "
+            "70, current length is 99");
+  EXPECT_EQ(at(15.5, 99), 0U);
+  EXPECT_EQ(at(20.5, 99), 0U);  // strictly more than the interval
+  EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 10.5);
+  EXPECT_EQ(at(15.5, 70, true), 1U);
+  EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 15.5);
+  EXPECT_EQ(at(26, 69), 1U);
+  EXPECT_NE(logged[0].find("over low threshold of 40, current length is 69"), std::string::npos);
+  EXPECT_EQ(at(40, 39), 0U);  // below both, but the judgement counts
+  EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 40.0);
+  EXPECT_EQ(judged([&] { append("Cpu1", record(10, 1)); }), 1U);
+  config->portConfigIs("Cpu1", {5, 12});  // low above high: the high one is tested first
+  clock->utcTimeIs(60);
+  EXPECT_EQ(judged([&] { append("Cpu1", record(5, 1)); }), 1U);
+  EXPECT_NE(logged[0].find("Cp1 queue length is over high threshold of 5"), std::string::npos);
+  // A merge is not judged and leaves the time alone.
+  clock->utcTimeIs(100);
+  update("Ethernet1", 1, 5000, 100, 1);
+  clock->utcTimeIs(200);
+  EXPECT_EQ(judged([&] { update("Ethernet1", 99, 5001, 100, 1); }), 0U);
+  EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 100.0);
+}
+
+TEST_F(Recorder, GlobalRecordsAreJudgedWithoutName) {
+  recorder->allocateGlobalChunk();
+  status->defGlobalBufHighThresholdIs(70);
+  status->defGlobalBufLowThresholdIs(40);
+  config->globalLogIntervalIs(10);
+  auto const at = [&](Kes::Seconds now, U32 qLen) {
+    clock->utcTimeIs(now);
+    TestEntry::Ptr const entry = record(qLen, ++time);
+    entry->alwaysLogIs(true);
+    return judged([&] { EXPECT_EQ(recorder->doAddToGlobalLog(entry), us(time)); });
+  };
+  EXPECT_EQ(at(10, 99), 0U);
+  EXPECT_EQ(at(10.5, 99), 1U);
+  EXPECT_NE(logged[0].find("Interface  queue length is over high threshold of 70"), std::string::npos);
+  EXPECT_EQ(at(12, 99), 0U);  // alwaysLog plays no part
+  config->globalThresholdsConfigIs({200, 90, true});
+  EXPECT_EQ(at(30, 99), 1U);
+  EXPECT_NE(logged[0].find("low threshold of 90"), std::string::npos);
+  recorder->allocateGlobalChunk();  // keeps the log
+  EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 4U);
+  config->globalLogIntervalIs(0);
+  for (U32 i = 5; i <= 501; ++i) recorder->doAddToGlobalLog(record(i, ++time));
+  EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 500U);
+  EXPECT_EQ((*recorder->globalBufferChunk()->entryIterator())->timestamp(), us(1002));
+}
+
+TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
+  config->logIntervalIs(1);
+  TestEntry::Ptr const entry = record(1, 1);
+  entry->alwaysLogIs(true);
+  entry->onSyslog = [&] { recorder->portDataDel(Pylo::IntfId("A1")); };
+  for (int round = 0; round < 2; ++round) {
+    fill("A1", 2, 3);
+    append("A1", entry);
+    EXPECT_EQ(chunks("A1"), "1:1 ");
+    recorder->updateEntry(Pylo::IntfId("A1"), entry, us(0), 1);
+    recorder->updateEntry(Pylo::IntfId("A1"), entry, us(0), 2);
+    EXPECT_EQ(chunks("A1"), "1:1 ");
+    EXPECT_TRUE(port("A1")->entryIndex(1).isNull());
+    EXPECT_EQ(port("A1")->entryIndex(2).value(), 0);
+  }
+  entry->onSyslog = nullptr;
+
+  // The destructor of a record in a stolen chunk deletes the interface that takes it.
+  recorder->portDataDelAll();
+  recorder->numSharedChunksIs(1);
+  fill("A1", 1);
+  TestEntry::Ptr last = record(2, ++time);
+  last->onDestroy = [&] { recorder->portDataDel(Pylo::IntfId("B1")); };
+  append("A1", last);
+  last = nullptr;
+  fill("B1", 3, 501);
+  EXPECT_EQ(chunks("B1"), "3:1 ");
+  EXPECT_EQ(chunks("A1"), "1:500 ");
+}
+
+TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
+  Vorn::Entry::Ptr const none;
+  EXPECT_EQ(raised([&] { recorder->doAddToLog(Pylo::IntfId("A1"), none); }), "null ValidPtr");
+  EXPECT_EQ(raised([&] { recorder->updateEntry(Pylo::IntfId("A1"), none, us(1), 1); }), "null ValidPtr");
+  EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(record(1, 1)); }), "null ValidPtr");
+  recorder->allocateGlobalChunk();
+  EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(none); }), "null ValidPtr");
+  EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 0U);
+  EXPECT_EQ(port("A1"), nullptr);
+  Vorn::PortData::Ptr const made = recorder->portDataIs(Pylo::IntfId("A1"));
+  EXPECT_EQ(recorder->portDataIs(Pylo::IntfId("A1")), made);
+  EXPECT_EQ(raised([&] { made->portMetaDataIs(nullptr); }),
+            "null _portMetaData parameter to mutator for Vorn::PortData::portMetaData not allowed\"");
+  recorder->doMergeAndDumpEntries(nullptr, "", "", "");
+  EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(nullptr, "", "", true), -1);
+  EXPECT_EQ(traced.size(), 2U);
+  EXPECT_EQ(TestEntry::alive, 0);
+}
+
+TEST_F(Recorder, ChunkStateAsItIsRestored) {
+  Vorn::Chunk::Ptr const chunk = Vorn::Chunk::ChunkIs();
+  chunk->entryIs(EntryIndex(250), record(1, 1));
+  chunk->entryIs(EntryIndex(249), record(2, 1));
+  chunk->entryIs(EntryIndex(251), record(3, 1));
+  EXPECT_EQ(raised([&] { chunk->entryIs(EntryIndex(300), record(4, 1)); }), "outside of queue");
+  EXPECT_EQ(raised([&] { chunk->entryMetadataIs({EntryIndex(3), 501}); }), "bad size");
+  EXPECT_EQ(chunk->entryMetadata().head.value(), 3);
+  EntryIndex rejected;
+  EXPECT_THROW(rejected.valueIs(500), Kes::RangeException);
+  for (auto const& use : std::initializer_list<std::function<void()>>{
+           [&] { chunk->entryIs(rejected, nullptr); }, [&] { chunk->entryDel(rejected); },
+           [&] { chunk->entry(rejected); },
+           [&] {
+             chunk->entryMetadataIs({rejected, 1});
+           }})
+    EXPECT_EQ(raised(use), "EntryIndex::value < 0 or > EntryIndex::max not allowed");
+  chunk->entryMetadataIs({EntryIndex(249), 3});
+  auto i = chunk->entryIterator();
+  EXPECT_EQ(chunk->entryDel(i)->qLen(), 2U);
+  EXPECT_EQ(i.key().value(), 250);
+  chunk->prevChunkIs(Vorn::Chunk::ChunkIs());
+  chunk->nextChunkIs(chunk);
+  chunk->intfIdIs(Pylo::IntfId("A1"));
+  chunk->doClear();
+  EXPECT_EQ(chunk->entryMetadata(), (Vorn::Chunk::EntryMetadata{EntryIndex(252), 0}));
+  EXPECT_TRUE(!chunk->prevChunk() && !chunk->nextChunk() && chunk->intfId().empty());
+  EXPECT_EQ(TestEntry::alive, 0);
+}
+
+TEST_F(Recorder, AgeAndCountLimits) {
+  clock->utcTimeIs(100);
+  for (U64 const second : {89U, 90U, 95U}) append("A1", record(1, second * 1000000));
+  EXPECT_EQ(report("-t10"), "\nReport generated at 100.000000\n" + std::string(header) +
+                                "text 95000000 A1 1 0\ntext 90000000 A1 1 0\n" + footer);
+  auto const lines = [&](char const* command) {
+    std::string const text = report(command);
+    return std::count(text.begin(), text.end(), '\n') - 4;  // frame
+  };
+  for (char const* all :
+       {"", "-t0", "-tabc", "-s0", "-t-5", "unknown", "-t20 -x", "-iA1", "-i.*,[x]", "-s2 csv"})
+    EXPECT_EQ(lines(all), 3) << all;
+  for (char const* none : {"-i", "-iA", "-iA10", "-iFabric"}) EXPECT_EQ(lines(none), 0) << none;
+  EXPECT_EQ(lines("-s2"), 2);
+  append("A1", record(1, 101000000));  // later than the report: its age wraps and ends the report
+  EXPECT_EQ(lines("-t10"), 0);
+  // A start record counts as a line, unless its writer says otherwise; -d shows none.
+  for (U32 const identifier : {1U, 2U}) {
+    port("A1")->newPortMetaData(Vorn::portMetaDataFactory(identifier, Pylo::IntfId("A1")));
+    port("A1")->portMetaData(identifier)->timeOfCongestionStartIs(us(88000000 + identifier));
+  }
+  EXPECT_EQ(lines(""), 6);
+  EXPECT_EQ(lines("-d"), 4);
+  EXPECT_EQ(lines("-iA1 csv"), 6);
+  EXPECT_EQ(lines("-c"), 1 + 1);
+}
+
+TEST_F(Recorder, GlobalReportStartsAtTheNewestSlot) {
+  EXPECT_EQ(report("-b"), "\nReport generated at 0.000000\n" + std::string(header));
+  recorder->allocateGlobalChunk();
+  EXPECT_EQ(report("-b"), "\nReport generated at 0.000000\n" + std::string(header));
+  Vorn::GlobalBufferChunk::Ptr const log = recorder->globalBufferChunk();
+  for (U16 slot = 10; slot <= 12; ++slot) log->entryIs(EntryIndex(slot), record(slot, slot));
+  EXPECT_EQ(report("-b"), "\nReport generated at 0.000000\n" + std::string(header) +
+                              "global 12 - 12 0\nglobal 11 - 11 0\nglobal 10 - 10 0\n" + footer);
+  append("A1", record(1, 11));
+  // On equal times the interface's record goes first, in both directions.
+  EXPECT_EQ(report("-a"), "\nReport generated at 0.000000\n" + std::string(header) +
+                              "text 12 N/A 12 0\ntext 11 A1 1 0\ntext 11 N/A 11 0\ntext 10 N/A 10 0\n" +
+                              footer);
+  EXPECT_EQ(report("-a csv"), "\nReport generated at 0.000000\n" + std::string(header) +
+                                  "csv 10 N/A 10 0\ncsv 11 A1 1 0\ncsv 11 N/A 11 0\ncsv 12 N/A 12 0\n" +
+                                  footer);
+  // A log whose next slot is 0 has no descending start.
+  for (U16 slot = 13; slot <= 499; ++slot) log->entryIs(EntryIndex(slot), record(slot, slot));
+  EXPECT_EQ(report("-a").find("N/A"), std::string::npos);
+  log->entryDel(EntryIndex(20));
+  EXPECT_DEATH(report("-b"), "doDumpGlobalBufferChunk.*: entryPtr");
+}
+
+}  // namespace
