@@ -50,12 +50,30 @@ CongestionDetector::Progress CongestionDetector::progressTo(QueueReading const& 
   return {elapsed, reading.bytes - last_.bytes, reading.drops - last_.drops};
 }
 
+std::optional<QueueReading> CongestionDetector::missedQuiet(QueueReading const& reading,
+                                                            Limits const& limits) const {
+  if (!open_ || !rate_.known() || reading.backlog <= limits.startThreshold) return std::nullopt;
+  Progress const progress = progressTo(reading);
+  // A queue that has not even sent what it held was held up, not empty.
+  if (progress.sent <= last_.backlog) return std::nullopt;
+  U64 const busy = rate_.timeFor(progress.sent);
+  if (busy + coalescedIntervals * limits.interval >= progress.elapsed) return std::nullopt;
+  QueueReading quiet = reading;
+  quiet.stamp = reading.stamp - rate_.timeFor(progress.sent - last_.backlog);
+  quiet.bytes = reading.bytes - (progress.sent - last_.backlog);
+  quiet.backlog = 0;
+  quiet.drops = reading.drops - progress.drops;
+  return quiet;
+}
+
 std::optional<CongestionUpdate> CongestionDetector::handleReading(QueueReading const& reading,
                                                                   Limits const& limits) {
   Progress const progress = progressTo(reading);
   bool const high = reading.backlog > limits.startThreshold;
   std::optional<CongestionUpdate> update;
-  if (open_ && high) rate_.add(progress.sent, progress.elapsed);
+  // Between late readings only a queue that sent no more than it held has surely been busy.
+  bool const late = progress.elapsed > lateIntervals * limits.interval;
+  if (open_ && high && (!late || progress.sent <= last_.backlog)) rate_.add(progress.sent, progress.elapsed);
   if (open_)
     update = proceed(reading, progress, limits);
   else if (high || progress.drops != 0)

@@ -82,6 +82,11 @@ class CongestionDetector {
   // Bursts are looked for from this reading on.
   explicit CongestionDetector(QueueReading const& first) : last_(first) {}
 
+  // Whether, by the drain rate, the burst that is open must have ended long before `reading`, another high
+  // one: a late reading can meet the next burst. Then the result is a quiet reading that belongs between the
+  // two.
+  std::optional<QueueReading> missedQuiet(QueueReading const& reading, Limits const& limits) const;
+
   // Readings come in order of time. Nothing is to be told while the queue is quiet.
   std::optional<CongestionUpdate> handleReading(QueueReading const& reading, Limits const& limits);
 

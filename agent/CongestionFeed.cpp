@@ -28,6 +28,8 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
 
 void CongestionFeed::handleReading(QueueAddress const& queue, CongestionDetector& detector,
                                    QueueReading const& reading, CongestionDetector::Limits const& limits) {
+  if (auto const quiet = detector.missedQuiet(reading, limits))
+    handleReading(queue, detector, *quiet, limits);
   auto update = detector.handleReading(reading, limits);
   if (!update) return;
   Thresholds const thresholds = thresholdsOf(queue.intfId);
@@ -39,6 +41,7 @@ void CongestionFeed::handleReading(QueueAddress const& queue, CongestionDetector
 
 void CongestionFeed::handleGlobalReading(CongestionDetector& detector, QueueReading const& reading,
                                          CongestionDetector::Limits const& limits) {
+  if (auto const quiet = detector.missedQuiet(reading, limits)) handleGlobalReading(detector, *quiet, limits);
   auto update = detector.handleReading(reading, limits);
   if (!update) return;
   Thresholds const thresholds = globalThresholds();

@@ -73,7 +73,10 @@ S32 LinuxEntry::dumpCsv(VoidPtr filePtr, CharPtrConst elapsedTime, CharPtrConst 
     line.addField(intfName);
     line.addField(QueueName::ofKey(queue_).text());
     line.addField(queue_);
-    line.addField(QueueName::ofHandle(handle_).text());
+    if (handle_ != 0)
+      line.addField(QueueName::ofHandle(handle_).text());
+    else
+      line.addEmptyFields(1);
   }
   line.addField(elapsedTime);
   line.addField(duration().value());

@@ -73,9 +73,6 @@ QdiscSample readQdisc(Bytes message, Kes::U64 stamp) {
   return sample;
 }
 
-// The moment halfway: what the kernel did in a system call, it did between `before` and `after`.
-Kes::U64 middle(Kes::U64 before, Kes::U64 after) { return before + (after - before) / 2; }
-
 }  // namespace
 
 QdiscDump::QdiscDump(AgentClock::PtrConst clock) : clock_(std::move(clock)), buffer_(receiveBytes) {}
@@ -112,18 +109,17 @@ bool QdiscDump::request() {
   message.body.tcm_family = AF_UNSPEC;
   message.invisible.rta_len = RTA_LENGTH(0);
   message.invisible.rta_type = TCA_DUMP_INVISIBLE;
-  Kes::U64 const before = clock_->now().value();
   bool const sent = send(socket_.get(), &message, sizeof message, 0) == ssize_t{sizeof message};
-  snapshotStamp_ = middle(before, clock_->now().value());
+  snapshotStamp_ = clock_->now().value();
   return sent;
 }
 
 QdiscDump::Part QdiscDump::receive(std::vector<QdiscSample>& samples) {
-  // The request filled the first part; each receive hands out one part and fills the next.
+  // The request filled the first part; each receive hands out one part and fills the next. Filling is the
+  // last that the system call does, behind any wait for the configuration lock.
   Kes::U64 const stamp = snapshotStamp_;
-  Kes::U64 const before = clock_->now().value();
   ssize_t const length = recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_TRUNC);
-  snapshotStamp_ = middle(before, clock_->now().value());
+  snapshotStamp_ = clock_->now().value();
   if (length <= 0 || static_cast<std::size_t>(length) > buffer_.size()) return Part::failed;
   return parse(Bytes(buffer_).first(static_cast<std::size_t>(length)), stamp, samples);
 }

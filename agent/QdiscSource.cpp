@@ -31,6 +31,9 @@ constexpr double costShare = 20;
 // Weight of a new value in the means.
 constexpr double newShare = 1.0 / 32;
 
+// Ticks that come later than this many intervals are counted as late.
+constexpr U64 lateIntervals = 2;
+
 // How often a source that is switched off looks whether it still is.
 constexpr U64 idleInterval = 100'000;
 
@@ -235,6 +238,8 @@ void QdiscSource::handleInterfaceGone(Pylo::IntfId const& intfId) {
 void QdiscSource::handleCost(U64 stamp, double cost) {
   if (lastTick_ != 0) {
     auto const interval = static_cast<double>(stamp - lastTick_);
+    if (stamp - lastTick_ > lateIntervals * timerInterval_) ++lateTicks_;
+    longestInterval_ = std::max(longestInterval_, interval);
     meanInterval_ += (interval - meanInterval_) * (meanInterval_ == 0 ? 1 : newShare);
   }
   lastTick_ = stamp;
@@ -259,11 +264,12 @@ void QdiscSource::timerIs(U64 interval) {
 std::string QdiscSource::status() const {
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return "switched off";
   return Kes::format(
-             "looking every %.2f ms (%.2f ms asked, %.2f ms achieved) at %u queues, %.0f us of processor "
-             "time each, "
-             "%u dumps interrupted, %u failed; %u bursts seen",
+             "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late) "
+             "at %u queues, %.0f us of processor time a tick; %u dumps interrupted, %u failed; %u bursts "
+             "seen",
              static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
-             meanInterval_ / 1e3, queues_.size(), meanCost_, interruptedDumps_, failedDumps_, feed_.bursts())
+             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, queues_.size(), meanCost_,
+             interruptedDumps_, failedDumps_, feed_.bursts())
       .str();
 }
 

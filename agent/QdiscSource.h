@@ -94,7 +94,9 @@ class QdiscSource final : public Source {
   Kes::U64 timerInterval_ = 0;  // microseconds, as the timer is set
   Kes::U64 lastTick_ = 0;       // 0: none since the source was switched on
   double meanInterval_ = 0;     // achieved, microseconds
-  double meanCost_ = 0;         // processor time of a tick, microseconds
+  double longestInterval_ = 0;
+  Kes::U64 lateTicks_ = 0;
+  double meanCost_ = 0;  // processor time of a tick, microseconds
   Kes::U64 interruptedDumps_ = 0;
   Kes::U64 failedDumps_ = 0;
 };
