@@ -1,0 +1,13 @@
+# The agent's command socket, its client, and the command lines of both.
+foreach(name IN ITEMS agent_server_test agent_command_line_test)
+  add_executable(${name} ${name}.cpp)
+  target_link_libraries(${name} PRIVATE vorn-agent-lib GTest::gtest_main)
+  vorn_warnings(${name})
+  gtest_discover_tests(${name})
+endforeach()
+
+# Agent, queues and client together, in network namespaces of their own. 77: it has printed why it cannot run.
+add_test(NAME end-to-end
+         COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/end_to_end_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
+                 $<TARGET_FILE:vorn-burst>)
+set_tests_properties(end-to-end PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)

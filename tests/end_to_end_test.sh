@@ -1,0 +1,164 @@
+#!/usr/bin/env bash
+# Congested queues, the agent that records them and the client that shows them, all for real, in network namespaces
+# of their own: once with root's privileges, once as an unprivileged user has them, as far as either can be had.
+#
+#   end_to_end_test.sh VORN-AGENT VORN-SHOW VORN-BURST
+#
+# Exits with 77, saying so, where neither can.
+set -euo pipefail
+here=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")
+PATH=$PATH:/usr/sbin:/sbin
+
+if [ -z "${VORN_TEST_SCRATCH:-}" ]; then
+  probe='ip link add t0 type veth peer name t1 && ip link set t0 up && tc qdisc add dev t0 root tbf rate 100mbit burst 5kb limit 300kb'
+  runs=0
+  for unshare in "unshare --net" "unshare --user --map-root-user --net"; do
+    if ! said=$($unshare sh -c "$probe" 2>&1); then
+      echo "left out: $unshare: $said"
+      continue
+    fi
+    echo "== $unshare"
+    scratch=$(mktemp -d)
+    status=0
+    VORN_TEST_SCRATCH=$scratch $unshare "$here/end_to_end_test.sh" "$@" || status=$?
+    rm -rf "$scratch"
+    [ "$status" -eq 0 ] || exit 1
+    runs=$((runs + 1))
+  done
+  [ "$runs" -gt 0 ] || { echo "skipped: no network namespace with shaped links can be had here"; exit 77; }
+  exit 0
+fi
+
+agent_program=$1 show_program=$2 burst=$3
+scratch=$VORN_TEST_SCRATCH
+socket=$scratch/agent.sock
+agent=
+trap '[ -z "$agent" ] || kill -KILL "$agent"' EXIT
+
+fail() {
+  echo "FAILED: $*"
+  tail -n 20 "$scratch/messages" "$scratch/out" 2>/dev/null || true
+  exit 1
+}
+
+# expect WHAT COMMAND...: the command must succeed.
+expect() {
+  local what=$1
+  shift
+  "$@" || fail "$what"
+}
+
+# show STATUS WORD...: vorn-show must end with STATUS; its output is in $scratch/out, its complaints in .../err.
+show() {
+  local wanted=$1 status=0
+  shift
+  "$show_program" --socket "$socket" "$@" >"$scratch/out" 2>"$scratch/err" || status=$?
+  [ "$status" -eq "$wanted" ] || fail "vorn-show $* ended with $status, not $wanted: $(cat "$scratch/err")"
+}
+
+# Lines of the last report that match an extended regular expression.
+lines() { grep -cE -- "$1" "$scratch/out" || true; }
+
+until_true() {
+  for _ in {1..200}; do
+    if "$@"; then return 0; fi
+    sleep 0.02
+  done
+  fail "never came true: $*"
+}
+
+start_agent() {
+  "$agent_program" --foreground --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
+  agent=$!
+  until_true "$show_program" --socket "$socket" status >"$scratch/out" 2>&1
+}
+
+# end_agent SIGNAL STATUS: the agent must end with STATUS when it gets SIGNAL.
+end_agent() {
+  local status=0
+  kill "-$1" "$agent"
+  wait "$agent" 2>/dev/null || status=$?
+  agent=
+  [ "$status" -eq "$2" ] || fail "SIG$1 ended the agent with $status, not $2"
+}
+
+# Two links of 100 Mbit/s and 300 kB; what they carry ends at the other side. One name looks like an option of the
+# report vocabulary, the other like a pattern for its neighbour.
+add_link() {
+  ip link add "$1" type veth peer name "$2"
+  ip link set "$2" addrgenmode none up
+  ip link set "$1" addrgenmode none up
+  ip address add "10.0.$3.1/24" dev "$1"
+  ip neighbour add "10.0.$3.2" lladdr 02:00:00:00:00:02 dev "$1" nud permanent
+  tc qdisc add dev "$1" root tbf rate 100mbit burst 5kb limit 300kb
+}
+add_link br-c0 far0 1
+add_link up.1 upx1 2
+until_true sh -c '! ip -o link show | grep -q NO-CARRIER'
+
+send() {
+  local interface=$1
+  shift
+  "$burst" "$@" | sed "s/^/$interface - /" >>"$scratch/sent"
+}
+drained() { ! tc -s qdisc show | grep -q 'backlog [1-9]'; }
+
+start_agent
+send br-c0 --to 10.0.1.2 --duration-ms 15 --count 3
+send up.1 --to 10.0.2.2 --duration-ms 10 --count 2
+send br-c0 --to 10.0.1.2 --duration-ms 40 # more than the queue holds
+until_true drained
+
+# What was sent is what was recorded, each burst in its place and time.
+all_recorded() {
+  show 0 --csv
+  awk -f "$here/../scripts/match-bursts" "$scratch/out" "$scratch/sent" >"$scratch/match"
+}
+until_true all_recorded
+expect "no record without a burst" grep -qx 'bursts sent 6, recorded 6' "$scratch/match"
+expect "only column names stand above the records" sh -c "head -n 1 '$scratch/out' | grep -q ^type,"
+
+show 0 history
+[ "$(lines ' br-c0 ')" -ge 4 ] && [ "$(lines ' up\.1 ')" -ge 2 ] || fail "history: $(cat "$scratch/out")"
+show 0 --interface br-c0
+[ "$(lines ' br-c0 ')" -ge 4 ] && [ "$(lines 'up\.1')" -eq 0 ] || fail "--interface br-c0"
+show 0 --interface upx1
+[ "$(lines 'up\.1|br-c0')" -eq 0 ] || fail "--interface upx1"
+show 0 --match 'br-[a-c]0' --count 2
+[ "$(lines ' br-c0 ')" -eq 2 ] || fail "--match, --count"
+show 0 --last 3600
+[ "$(lines ' up\.1 ')" -ge 2 ] || fail "--last"
+show 0 --interface br-c0 --drops
+expect "the burst that was too long shows its drops" grep -qE ' [1-9][0-9]* *$' "$scratch/out"
+show 0 stats --csv --interface up.1
+expect "two bursts are counted" grep -qE '^up\.1,[0-9]+,2$' "$scratch/out"
+[ "$(lines br-c0)" -eq 0 ] || fail "stats --interface"
+show 0 global
+[ "$(wc -l <"$scratch/out")" -gt 3 ] || fail "global: $(cat "$scratch/out")"
+show 0 global --csv
+[ "$(lines 'br-c0|up\.1')" -eq 0 ] && [ "$(lines '^global')" -gt 0 ] || fail "global --csv: $(cat "$scratch/out")"
+expect "a queue above its threshold is in the messages" grep -q QUEUEMONITOR_LENGTH_OVER_THRESHOLD "$scratch/messages"
+
+# How vorn-show ends.
+show 1 --match 'br['
+expect "a bad pattern is named" grep -q 'unmatched square bracket' "$scratch/err"
+show 2 --drops --csv
+show 2 --count 0
+show 2 --interface ""
+show 2 --no-such-option
+"$show_program" --socket "$scratch/nobody" 2>/dev/null && fail "no agent"
+[ $? -eq 3 ] || fail "exit status without an agent"
+{ "$show_program" --socket "$socket" 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
+[ "$(cat "$scratch/status")" = 0 ] && [ ! -s "$scratch/err" ] || fail "a reader that leaves early"
+
+# How the agent starts and ends.
+refused() { ! "$agent_program" --socket "$@" 2>>"$scratch/messages"; }
+expect "a second agent is refused" refused "$socket"
+expect "a pool of 0 is refused" refused "$scratch/other.sock" --pool 0
+SIM_NUM_SHARED_CHUNKS=0 expect "a pool of 0 from the environment is refused" refused "$scratch/other.sock"
+end_agent KILL 137
+[ -S "$socket" ] || fail "nothing was left behind for the next agent"
+start_agent
+end_agent TERM 0
+[ ! -e "$socket" ] || fail "the socket was left behind"
+echo "ok"
