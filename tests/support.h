@@ -17,6 +17,17 @@ using Kes::U16;
 using Kes::U32;
 using Kes::U64;
 
+// The text of the range exception that an operation raises; nothing when it raises none.
+template <class Operation>
+std::string raised(Operation operation) {
+  try {
+    operation();
+  } catch (Kes::RangeException const& exception) {
+    return exception.what();
+  }
+  return "";
+}
+
 inline Vorn::Microseconds us(U64 count) { return Vorn::Microseconds(count); }
 
 // The lines of the writers below, "KIND TIME INTERFACE QLEN DURATION" and "start FORM INTERFACE IDENTIFIER".

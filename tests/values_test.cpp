@@ -6,26 +6,17 @@
 #include <limits>
 #include <sstream>
 
-#include "Vorn/Vorn.h"
+#include "tests/support.h"
 
 namespace {
 
 using Kes::strepToValue;
 using Kes::U16;
 using Kes::U32;
+using Test::raised;
 using Vorn::EntryIndex;
 using Vorn::EntryIndexOrNull;
 using Vorn::Microseconds;
-
-template <class Operation>
-std::string raised(Operation operation) {
-  try {
-    operation();
-  } catch (Kes::RangeException const& exception) {
-    return exception.what();
-  }
-  return "";
-}
 
 template <class T>
 std::string written(T const& value) {
@@ -158,28 +149,31 @@ TEST(Values, Decisions) {
     EXPECT_FALSE(Vorn::isVornCpuPort(Pylo::IntfId(name))) << name;
 }
 
+// Message scanners match these to the letter.
 TEST(Values, MessageCatalogue) {
-  auto const expect = [](Kes::LogHandle const& handle, char const* name, int severity, char const* format,
-                         char const* explanation, char const* action) {
-    EXPECT_STREQ(handle.name(), name);
-    EXPECT_EQ(static_cast<int>(handle.severity()), severity);
-    EXPECT_STREQ(handle.format(), format);
-    EXPECT_STREQ(handle.explanation(), explanation);
-    EXPECT_STREQ(handle.recommendedAction(), action);
-  };
-  expect(Vorn::QUEUEMONITOR_LENGTH_OVER_THRESHOLD, "QUEUEMONITOR_LENGTH_OVER_THRESHOLD", 6, "%s",
-         "Interface queue length is over threshold.", Kes::NoActionRequired);
-  expect(Vorn::QUEUEMONITOR_LENGTH_UNDER_THRESHOLD, "QUEUEMONITOR_LENGTH_UNDER_THRESHOLD", 6,
-         "Interface %s max queue length was %d, now back under low threshold of %d",
-         "Interface queue length is back under low threshold.", Kes::NoActionRequired);
-  expect(Vorn::QUEUEMONITOR_LENGTH_UPDATE, "QUEUEMONITOR_LENGTH_UPDATE", 6, "%s",
-         "Interface queue length and queue drop update message.", Kes::NoActionRequired);
-  expect(Vorn::QUEUEMONITOR_HW_RESOURCE_FULL, "QUEUEMONITOR_HW_RESOURCE_FULL", 3, "%s",
-         "The ASIC is unable to program all VORN configuration due to insufficient hardware resources.",
-         "Reconfigure VORN to reduce the amount of resources needed.");
-  expect(Vorn::QUEUEMONITOR_UNEXPSEQNUM, "QUEUEMONITOR_UNEXPSEQNUM", 4,
-         "Congestion message with un-expected sequence number is received%s",
-         "Reinitializing VORN processor state", Kes::CallSupportIfPersists);
+  using namespace Vorn;
+  std::string const all[] = {
+      "LENGTH_OVER_THRESHOLD|6|%s|Interface queue length is over threshold.|none",
+      "LENGTH_UNDER_THRESHOLD|6|Interface %s max queue length was %d, now back under low "
+      "threshold of %d|Interface queue length is back under low threshold.|none",
+      "LENGTH_UPDATE|6|%s|Interface queue length and queue drop update message.|none",
+      "HW_RESOURCE_FULL|3|%s|The ASIC is unable to program all VORN configuration due to "
+      "insufficient hardware resources.|Reconfigure VORN to reduce the amount of resources "
+      "needed.",
+      "UNEXPSEQNUM|4|Congestion message with un-expected sequence number is "
+      "received%s|Reinitializing VORN processor state|support"};
+  Kes::LogHandle const* const handles[] = {&QUEUEMONITOR_LENGTH_OVER_THRESHOLD,
+                                           &QUEUEMONITOR_LENGTH_UNDER_THRESHOLD, &QUEUEMONITOR_LENGTH_UPDATE,
+                                           &QUEUEMONITOR_HW_RESOURCE_FULL, &QUEUEMONITOR_UNEXPSEQNUM};
+  for (std::size_t i = 0; i < 5; ++i) {
+    Kes::LogHandle const& handle = *handles[i];
+    std::string action = handle.recommendedAction();
+    if (action == Kes::NoActionRequired) action = "none";
+    if (action == Kes::CallSupportIfPersists) action = "support";
+    EXPECT_EQ(Kes::format("%s|%d|%s|%s|%s", handle.name(), static_cast<int>(handle.severity()),
+                          handle.format(), handle.explanation(), action),
+              "QUEUEMONITOR_" + all[i]);
+  }
 }
 
 }  // namespace
