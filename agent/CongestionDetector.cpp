@@ -71,9 +71,11 @@ std::optional<CongestionUpdate> CongestionDetector::handleReading(QueueReading c
   Progress const progress = progressTo(reading);
   bool const high = reading.backlog > limits.startThreshold;
   std::optional<CongestionUpdate> update;
-  // Between late readings only a queue that sent no more than it held has surely been busy.
+  // A queue has surely been busy all the time if it has something left and sent no more than it held. Between
+  // readings that are not late it will have been, if it is congested at both.
   bool const late = progress.elapsed > lateIntervals * limits.interval;
-  if (open_ && high && (!late || progress.sent <= last_.backlog)) rate_.add(progress.sent, progress.elapsed);
+  bool const surelyBusy = reading.backlog != 0 && progress.sent <= last_.backlog;
+  if (open_ && (surelyBusy || (high && !late))) rate_.add(progress.sent, progress.elapsed);
   if (open_)
     update = proceed(reading, progress, limits);
   else if (high || progress.drops != 0)

@@ -32,7 +32,7 @@ void CongestionFeed::handleReading(QueueAddress const& queue, CongestionDetector
     handleReading(queue, detector, *quiet, limits);
   auto update = detector.handleReading(reading, limits);
   if (!update) return;
-  Thresholds const thresholds = thresholdsOf(queue.intfId);
+  Vorn::Thresholds const thresholds = Vorn::portThresholds(config_, hwStatus_, queue.intfId);
   detector.judge(*update, thresholds.low, thresholds.high);
   if (update->begins) ++bursts_;
   log(queue, *update);
@@ -44,7 +44,7 @@ void CongestionFeed::handleGlobalReading(CongestionDetector& detector, QueueRead
   if (auto const quiet = detector.missedQuiet(reading, limits)) handleGlobalReading(detector, *quiet, limits);
   auto update = detector.handleReading(reading, limits);
   if (!update) return;
-  Thresholds const thresholds = globalThresholds();
+  Vorn::Thresholds const thresholds = Vorn::globalThresholds(config_, hwStatus_);
   detector.judge(*update, thresholds.low, thresholds.high);
   logGlobal(*update);
 }
@@ -106,20 +106,6 @@ void CongestionFeed::logGlobal(CongestionUpdate const& update) {
     chunk->maxBufferIs(update.qLen);
     chunk->timeOfMaxBufferIs(Microseconds(update.timestamp));
   }
-}
-
-CongestionFeed::Thresholds CongestionFeed::thresholdsOf(Pylo::IntfId const& intfId) const {
-  if (auto const* const own = config_->portConfig(intfId.stringValue()))
-    return {own->lowThreshold, own->highThreshold};
-  if (Vorn::isVornCpuPort(intfId)) return {hwStatus_->defCpuLowThreshold(), hwStatus_->defCpuHighThreshold()};
-  return {Vorn::getDefaultLowThreshold(config_, hwStatus_),
-          Vorn::getDefaultHighThreshold(config_, hwStatus_)};
-}
-
-CongestionFeed::Thresholds CongestionFeed::globalThresholds() const {
-  auto const& own = config_->globalThresholdsConfig();
-  if (own.configured) return {own.lowThreshold, own.highThreshold};
-  return {hwStatus_->defGlobalBufLowThreshold(), hwStatus_->defGlobalBufHighThreshold()};
 }
 
 }  // namespace Agent

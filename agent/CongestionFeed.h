@@ -38,13 +38,6 @@ class CongestionFeed {
   Kes::U64 bursts() const { return bursts_; }
 
  private:
-  struct Thresholds {
-    Kes::U32 low;
-    Kes::U32 high;
-  };
-
-  Thresholds thresholdsOf(Pylo::IntfId const& intfId) const;
-  Thresholds globalThresholds() const;
   void log(QueueAddress const& queue, CongestionUpdate const& update);
   void keepMetaData(QueueAddress const& queue, CongestionUpdate const& update);
   void logGlobal(CongestionUpdate const& update);
