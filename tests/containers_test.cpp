@@ -215,10 +215,12 @@ void linkQueueAgainstModel(Random random) {
       ASSERT_EQ(valueOf(dice < 70 ? queue.deq() : queue.del(key)), found ? nodes[known].second : 0);
       if (!found) continue;
       nodes.erase(nodes.begin() + static_cast<std::ptrdiff_t>(known));
-      if (nodes.empty()) headKey = nextKey;
-      if (nodes.empty() || known != 0) continue;
-      headKey = nodes.front().first;
-      nextKey = std::max(nextKey, nodes.back().first + 1);
+      if (nodes.empty()) {
+        headKey = nextKey;
+      } else if (known == 0) {
+        headKey = nodes.front().first;
+        nextKey = std::max(nextKey, nodes.back().first + 1);
+      }
     } else if (nodes.empty()) {
       headKey = key - random.below(2);
       queue.keysIs(headKey, nextKey = key);

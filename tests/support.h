@@ -128,14 +128,18 @@ struct Bench {
   }
   // Whatever `write` writes into a stream.
   static std::string written(std::function<void(std::FILE*)> const& write) {
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* const stream = open_memstream(&text, &size);
-    write(stream);
-    std::fclose(stream);
-    std::string const result(text, size);
-    std::free(text);
-    return result;
+    struct Memory {
+      ~Memory() {
+        std::fclose(stream);
+        std::free(text);
+      }
+      char* text = nullptr;
+      std::size_t size = 0;
+      std::FILE* stream = open_memstream(&text, &size);
+    } memory;
+    write(memory.stream);
+    std::fflush(memory.stream);
+    return {memory.text, memory.size};
   }
   std::string report(std::string const& command) {
     return written([&](std::FILE* out) { recorder->doMergeAndDumpEntries(out, command, header, footer); });
