@@ -247,8 +247,8 @@ class RandomDriver : public Pair {
   std::mt19937 random_;
   bool const failures_;
   bool const surgery_;
-  // The first three have the same first number, two of them no second one.
-  std::vector<std::string> names_{"Ethernet1", "Fabric1", "Cpu1/0", "Ethernet3/2", "Ethernet10"};
+  // By number some are equal, and some in another order than by name.
+  std::vector<std::string> names_{"Ethernet1", "Fabric1", "Cpu1/0", "Ethernet3/2", "Fabric3/1", "Ethernet10"};
 };
 
 TEST(RecorderModel, RandomOperations) {
