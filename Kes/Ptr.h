@@ -129,10 +129,4 @@ Ptr<T> makePtr(Args&&... args) {
   return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 
-// A pointer to the same object under a derived type; null when it is not of that type.
-template <class T, class U>
-Ptr<T> dynamicPtrCast(Ptr<U> const& from) {
-  return Ptr<T>(dynamic_cast<T*>(from.get()));
-}
-
 }  // namespace Kes

@@ -1,6 +1,8 @@
 #include "agent/ReportFilter.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 
 namespace Agent {
 
@@ -10,6 +12,20 @@ using Kind = ReportForm::Kind;
 
 constexpr std::string_view globalCount = "Global Hit Count = ";
 constexpr std::string_view statisticsColumns = "interface,queue_id,bursts\n";
+
+constexpr std::string_view reportDate = "Report generated at ";
+
+// What stands so many seconds before a date in seconds, in microseconds.
+std::uint64_t timeBefore(std::string_view date, std::uint32_t seconds) {
+  double const time = std::strtod(std::string(date).c_str(), nullptr) - seconds;
+  return time > 0 ? static_cast<std::uint64_t>(std::llround(time * 1e6)) : 0;
+}
+
+// The time of a record's line: the sixth field from its end, as names in front may hold commas.
+std::uint64_t timeOf(std::string_view line) {
+  for (int fields = 0; fields < 5; ++fields) line = line.substr(0, line.rfind(','));
+  return std::strtoull(std::string(line.substr(line.rfind(',') + 1)).c_str(), nullptr, 10);
+}
 
 bool isNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
@@ -36,47 +52,53 @@ struct StatisticsLine {
 }  // namespace
 
 ReportFilter::ReportFilter(ReportForm const& form, Output output)
-    : kind_(form.kind),
+    : form_(form),
       patterns_(form.interfacePatterns.begin(), form.interfacePatterns.end()),
       output_(std::move(output)) {}
 
 void ReportFilter::take(std::string_view bytes) {
-  switch (kind_) {
-    case Kind::whole: return output_(bytes);
-    case Kind::withoutTitle: return skipTitle(bytes);
-    case Kind::statisticsText:
-    case Kind::statisticsCsv: return takeLines(bytes);
-  }
+  if (form_.kind == Kind::whole)
+    output_(bytes);
+  else
+    takeLines(bytes);
 }
 
 void ReportFilter::finish() {
+  for (std::string const& line : held_) output_(line);
   if (!line_.empty()) output_(line_);
 }
 
-void ReportFilter::skipTitle(std::string_view bytes) {
-  while (titleLines_ > 0) {
-    std::size_t const end = bytes.find('\n');
-    if (end == std::string_view::npos) return;
-    bytes.remove_prefix(end + 1);
-    --titleLines_;
-  }
-  if (!bytes.empty()) output_(bytes);
-}
-
 void ReportFilter::takeLines(std::string_view bytes) {
-  if (kind_ == Kind::statisticsCsv && titleLines_ > 0) output_(statisticsColumns);
-  titleLines_ = 0;
   for (std::size_t end; (end = bytes.find('\n')) != std::string_view::npos; bytes.remove_prefix(end + 1)) {
     line_.append(bytes.substr(0, end));
-    handleStatisticsLine(line_);
+    if (form_.kind == Kind::csv)
+      handleCsvLine(line_);
+    else
+      handleStatisticsLine(line_);
     line_.clear();
   }
   line_.append(bytes);
 }
 
+// A blank line, the report's date, the column names, then records, oldest first.
+void ReportFilter::handleCsvLine(std::string_view line) {
+  constexpr unsigned columns = 2;
+  if (lines_ < columns && form_.lastSeconds && line.starts_with(reportDate))
+    since_ = timeBefore(line.substr(reportDate.size()), *form_.lastSeconds);
+  if (lines_ <= columns) {
+    if (lines_++ == columns) output_(std::string(line) + '\n');
+  } else if (timeOf(line) >= since_) {
+    held_.push_back(std::string(line) + '\n');
+    if (held_.size() <= form_.count.value_or(0)) return;
+    if (!form_.count) output_(held_.front());
+    held_.pop_front();
+  }
+}
+
 void ReportFilter::handleStatisticsLine(std::string_view line) {
   StatisticsLine const statistics(line);
-  bool const csv = kind_ == Kind::statisticsCsv;
+  bool const csv = form_.kind == Kind::statisticsCsv;
+  if (csv && lines_++ == 0) output_(statisticsColumns);
   if (statistics.valid()) {
     if (!selected(statistics.interface)) return;
     std::string_view const separator = csv ? "," : ", ";

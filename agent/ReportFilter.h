@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <optional>
 #include <regex>
 #include <string>
 #include <string_view>
@@ -13,16 +15,19 @@ namespace Agent {
 struct ReportForm {
   enum class Kind : std::uint8_t {
     whole,           // as it comes
-    withoutTitle,    // without the two lines that stand before the column names
+    csv,             // without the two lines that stand before the column names, and within the limits
     statisticsText,  // a statistics report, interfaces that match no pattern left out
     statisticsCsv,   // the same as "interface,queue_id,bursts"; the global buffer is named N/A
   };
 
   Kind kind = Kind::whole;
   std::vector<std::string> interfacePatterns{};  // of statistics: for the whole short name; none means all
+  // Of csv, which the agent sends whole: lines of the last seconds before the report, and the newest so many.
+  std::optional<std::uint32_t> lastSeconds{};
+  std::optional<std::uint32_t> count{};
 };
 
-// Brings a report into a form while it streams through; holds no more than one line of it.
+// Brings a report into a form while it streams through; holds one line of it, or the newest so many.
 class ReportFilter {
  public:
   using Output = std::function<void(std::string_view)>;
@@ -36,16 +41,18 @@ class ReportFilter {
   void finish();
 
  private:
-  void skipTitle(std::string_view bytes);
   void takeLines(std::string_view bytes);
+  void handleCsvLine(std::string_view line);
   void handleStatisticsLine(std::string_view line);
   bool selected(std::string_view interface) const;
 
-  ReportForm::Kind kind_;
+  ReportForm const form_;
   std::vector<std::regex> patterns_;
   Output output_;
-  unsigned titleLines_ = 2;  // still to be left out, or to be replaced by the columns
-  std::string line_;         // begun, not ended
+  unsigned lines_ = 0;            // taken so far, up to the column names
+  std::uint64_t since_ = 0;       // microseconds: what is older is left out
+  std::deque<std::string> held_;  // the newest lines, while there is a limit to their number
+  std::string line_;              // begun, not ended
 };
 
 }  // namespace Agent

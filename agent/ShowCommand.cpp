@@ -93,9 +93,6 @@ void refuseMeaninglessHistory(ShowOptions const& options) {
   if (!options.csv) return;
   refuse(options.drops || options.latency,
          "--drops and --latency do not apply to --csv, which carries all columns anyway");
-  refuse(options.lastSeconds.has_value(), "--last does not apply to --csv: select by its time column");
-  refuse(options.count.has_value(),
-         "--count does not apply to --csv: records come oldest first, pipe it to tail");
 }
 
 ShowCommand history(ShowOptions const& options) {
@@ -104,11 +101,13 @@ ShowCommand history(ShowOptions const& options) {
   refuse(options.count == 0U, "--count takes 1 or more");
   ShowCommand command;
   append(command.request, interfaceToken(options));
-  if (options.lastSeconds) append(command.request, "-t" + std::to_string(*options.lastSeconds));
-  if (options.count) append(command.request, "-s" + std::to_string(*options.count));
+  // The agent's comma-separated report knows no limits; they are kept when it arrives.
+  if (options.csv) command.form = {ReportForm::Kind::csv, {}, options.lastSeconds, options.count};
+  if (options.lastSeconds && !options.csv)
+    append(command.request, "-t" + std::to_string(*options.lastSeconds));
+  if (options.count && !options.csv) append(command.request, "-s" + std::to_string(*options.count));
   append(command.request, options.drops ? "-d" : options.latency ? "-l" : options.csv ? "csv" : "");
   append(command.request, options.all ? "-a" : "");
-  if (options.csv) command.form.kind = ReportForm::Kind::withoutTitle;
   return command;
 }
 
@@ -131,7 +130,7 @@ ShowCommand globalBuffer(ShowOptions const& options) {
   refuseHistoryOptions(options, "global");
   refuseFilter(options, "global");
   if (!options.csv) return {"-b", {}};
-  return {"-i csv -a", {ReportForm::Kind::withoutTitle, {}}};
+  return {"-i csv -a", {ReportForm::Kind::csv}};
 }
 
 ShowCommand asItIs(ShowOptions const& options, std::string const& report, std::string const& request) {

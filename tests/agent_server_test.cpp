@@ -17,39 +17,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// --- the event loop
-
-TEST(EventLoop, Remove_insideAHandlerHoldsForItselfAndForOthersThatAreReady) {
-  EventLoop loop;
-  int pairs[2][2];
-  for (auto& pair : pairs) {
-    ASSERT_EQ(::pipe(pair), 0);
-    ASSERT_EQ(::write(pair[1], "x", 1), 1);
-  }
-  int calls = 0;
-  for (int i : {0, 1}) {
-    loop.add(pairs[i][0], EPOLLIN, [&, i, keptAlive = std::make_shared<int>(i)](std::uint32_t) {
-      ++calls;
-      loop.remove(pairs[i][0]);
-      int const other = pairs[1 - i][0];
-      loop.remove(other);
-      // A new file under the other's number must not get the other's event.
-      ASSERT_EQ(::dup2(pairs[i][1], other), other);
-      loop.add(other, EPOLLIN, [](std::uint32_t) { FAIL() << "an event of the removed watch"; });
-      EXPECT_EQ(*keptAlive, i);
-      loop.add(pairs[1 - i][1], EPOLLOUT | EPOLLERR, [&](std::uint32_t) { loop.stop(); });
-    });
-  }
-  loop.run();
-  EXPECT_EQ(calls, 1);
-  for (auto& pair : pairs) {
-    ::close(pair[0]);
-    ::close(pair[1]);
-  }
-}
-
-// --- the command socket
-
 struct TestEntry final : Vorn::Entry {
   using Entry::Entry;
   Kes::S32 dumpEntry(Kes::VoidPtr file, Kes::CharPtrConst time, Kes::CharPtrConst name, bool) const override {
@@ -191,18 +158,6 @@ TEST_F(CommandServerTest, Nasty_clientsNeitherStallNorKill) {
   while (show("-s1").second != "") continue;
   EXPECT_TRUE(rest(stalled[0]).ends_with(std::string("\0the report took too long\n", 26)));
   expectHealthy();
-}
-
-TEST_F(CommandServerTest, Socket_isForEverybodyAndTakesNothingThatIsNotItsOwn) {
-  EXPECT_THROW(ServerSocket another(path_), std::runtime_error);
-  expectHealthy();
-  struct stat file {};
-  ASSERT_EQ(::stat(path_.c_str(), &file), 0);
-  EXPECT_EQ(file.st_mode & 0777U, 0666U);
-  std::string const other = path_ + ".txt";
-  std::ofstream(other) << "data";
-  EXPECT_THROW(ServerSocket notASocket(other), std::runtime_error);
-  EXPECT_EQ(::unlink(other.c_str()), 0) << "a file that is no socket was removed";
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "agent/LinuxEntry.h"
 #include "agent/LinuxPortMetaDataDumper.h"
 #include "agent/ReportColumns.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -86,28 +87,6 @@ TEST(Detector, QuietQueuesAndCountersThatStartAgainAreNoBursts) {
   EXPECT_EQ(update->qLen, 100U);
   EXPECT_EQ(update->peakBound, 9100U);
   EXPECT_EQ(update->drainRate, 0U);
-}
-
-TEST(Detector, LateReadingThatMeetsTheNextBurst) {
-  CongestionDetector detector({0, 0, 0, 0});
-  detector.handleReading({1000, 0, 100000, 0}, limits);
-  CongestionDetector other = detector;
-  auto const far = other.handleReading({151000, 125000, 50000, 0}, limits);
-  EXPECT_EQ(far->drainRate, 0U) << "who knows when it sent them";
-  detector.handleReading({2000, 12500, 87500, 0}, limits);
-  // 150 ms later: 87,500 bytes drained 7 ms after the last reading; 25,000 more have been sent since.
-  QueueReading const next = {152000, 125000, 50000, 0};
-  auto const quiet = detector.missedQuiet(next, limits);
-  ASSERT_TRUE(quiet);
-  auto const end = detector.handleReading(*quiet, limits);
-  ASSERT_TRUE(end && end->ends);
-  EXPECT_EQ(end->timestamp, 9000U);
-  auto const begin = detector.handleReading(next, limits);
-  ASSERT_TRUE(begin && begin->begins);
-  EXPECT_NEAR(static_cast<double>(begin->timestamp), 150000, 1000);
-  EXPECT_EQ(begin->drainRate, 12500000U) << "the pause says nothing about the rate";
-  // Held up: the queue has not even sent what it held.
-  EXPECT_FALSE(detector.missedQuiet({400000, 150000, 60000, 0}, limits));
 }
 
 QdiscSample qdisc(char const* kind, U32 parent, U32 handle, U32 ifindex = 1) {
@@ -200,26 +179,6 @@ TEST_F(Feed, OneRecordABurstAndOneForEachThresholdThatItCrosses) {
   EXPECT_EQ(metaData->timeOfMaxQLen().value(), 1012000U);
 }
 
-TEST_F(Feed, TheSumOfAllQueuesMergesLikewise) {
-  auto const total = [this](U64 stamp, U64 bytes, U32 backlog) {
-    feed.handleGlobalReading(detector, {stamp, bytes, backlog, 0}, limits);
-  };
-  hardware->defGlobalBufLowThresholdIs(200000);
-  hardware->defGlobalBufHighThresholdIs(300000);
-  total(1001000, 0, 100000);
-  total(1002000, 12500, 120000);
-  total(1003000, 25000, 210000);
-  total(1004000, 235000, 0);
-  total(1010000, 235000, 5000);
-  auto const& chunk = recorder->globalBufferChunk();
-  ASSERT_EQ(chunk->entrys(), 3U) << "a burst, its part over the low threshold, and the next burst";
-  auto const first = chunk->entry(Vorn::EntryIndex(0));
-  EXPECT_EQ(first->duration().value(), 1500U);
-  EXPECT_EQ(first->qLen(), 120000U);
-  EXPECT_EQ(chunk->counter(), 2U);
-  EXPECT_EQ(chunk->maxBuffer(), 210000U);
-}
-
 TEST(Clock, FollowsStepsForwardsAtOnceAndBackwardsSlowly) {
   static AgentClock::Readings readings;
   readings = {5'000'000'000, 1'000'000'000};
@@ -240,19 +199,6 @@ TEST(Clock, FollowsStepsForwardsAtOnceAndBackwardsSlowly) {
   EXPECT_EQ(Kes::makePtr<AgentClock>([] { return readings; })->now().value(), 1U) << "never 0";
 }
 
-// What `write` puts into a stream.
-template <class Write>
-std::string written(Write write) {
-  char* text = nullptr;
-  std::size_t length = 0;
-  std::FILE* const stream = open_memstream(&text, &length);
-  EXPECT_EQ(write(stream), 0);
-  std::fclose(stream);
-  std::string const result(text, length);
-  std::free(text);
-  return result;
-}
-
 TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   setenv("TZ", "UTC-2", 1);
   tzset();
@@ -269,24 +215,19 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   record->durationIs(Vorn::Microseconds(2010));
   auto const title = [](char const* command) { return columnsFor(Vorn::parseCommand(command)).str(); };
 
-  auto const line =
-      written([&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth\x1b", false); });
+  auto const line = ::Test::Bench::written(
+      [&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth\x1b", false); });
   EXPECT_EQ(
       line,
       "2025-03-01 14:07:09.000042  eth?             1:10            25000 B       31000 B        2.010 ms"
       "      2.000 ms           7\n");
   EXPECT_EQ(line.size(), title("").size());
-  EXPECT_EQ(written([&](auto* f) { return global->dumpEntry(f, "0", "N/A", false); }).size(), line.size());
-  EXPECT_EQ(written([&](auto* f) { return record->dumpDrops(f, "", "eth0"); }).size(), title("-d").size());
-  EXPECT_EQ(written([&](auto* f) { return record->dumpTxLatency(f, "", "eth0"); }).size(),
-            title("-l").size());
-  EXPECT_EQ(written([&](auto* f) { return record->dumpGlobalBuffer(f, ""); }).size(), title("-b").size());
-
-  EXPECT_EQ(written([&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth0", true); }),
-            "record,eth0,1:10,65552,,1740830829000042,2010,25000,31000,2000,7\n");
-  EXPECT_EQ(written([&](auto* f) { return global->dumpEntry(f, "9", "N/A", true); }),
+  EXPECT_EQ(
+      ::Test::Bench::written([&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth0", true); }),
+      "record,eth0,1:10,65552,,1740830829000042,2010,25000,31000,2000,7\n");
+  EXPECT_EQ(::Test::Bench::written([&](auto* f) { return global->dumpEntry(f, "9", "N/A", true); }),
             "global,N/A,,,,9,0,0,0,,0\n");
-  EXPECT_EQ(written([&](auto* f) { return dumper->dumpStartMetaData(start.get(), f, true); }),
+  EXPECT_EQ(::Test::Bench::written([&](auto* f) { return dumper->dumpStartMetaData(start.get(), f, true); }),
             "start,\"a,\"\"b\",root,0,,0,,,,,\n");
   EXPECT_EQ(std::count(csvColumns.begin(), csvColumns.end(), ','), 10);
   std::FILE* const full = std::fopen("/dev/full", "w");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <climits>
 #include <sstream>
 #include <thread>
@@ -44,7 +45,6 @@ TEST(Ptr, CountsEveryHolderOnce) {
     EXPECT_EQ(first->ptrCount(), 3U);
     EXPECT_EQ(copy, nullptr);
     EXPECT_EQ(moved, first);
-    EXPECT_EQ(Kes::dynamicPtrCast<Derived>(moved), first);
     EXPECT_EQ(first->ptrCount(), 3U);
   }
   Kes::Ptr<Derived>& self = first;
@@ -52,7 +52,6 @@ TEST(Ptr, CountsEveryHolderOnce) {
   first = std::move(self);
   EXPECT_EQ(first->ptrCount(), 1U);
   EXPECT_EQ(destroyed, 0);
-  EXPECT_EQ(Kes::dynamicPtrCast<Derived>(Kes::makePtr<Object>()), nullptr);
   first = nullptr;
   EXPECT_EQ(destroyed, 1);
 
@@ -73,22 +72,16 @@ TEST(Ptr, DereferencingNullIsAnAssertion) {
 TEST(Ptr, CountsAcrossThreadsOnceSwitched) {
   Kes::threadSafePtrsIs(true);
   Kes::Ptr<Object> const shared = Kes::makePtr<Object>();
+  std::atomic<int> ready = 0;
   auto const work = [&] {
-    for (int i = 0; i < 200'000; ++i) Kes::Ptr<Object>(shared)->ptrAcquire(), shared->ptrRelease();
+    for (++ready; ready != 2;) std::this_thread::yield();
+    for (int i = 0; i < 1'000'000; ++i) Kes::Ptr<Object>(shared)->ptrAcquire(), shared->ptrRelease();
   };
   std::thread other(work);
   work();
   other.join();
   EXPECT_EQ(shared->ptrCount(), 1U);
   Kes::threadSafePtrsIs(false);
-}
-
-TEST(Text, StringsShareTheirBytes) {
-  Kes::String const text = std::string("a\0b", 3);
-  EXPECT_EQ(Kes::String(text).charPtr(), text.charPtr());
-  EXPECT_EQ(text, Kes::String(std::string_view("a\0b", 3)));
-  EXPECT_LT(Kes::String("a"), text);
-  EXPECT_STREQ(Kes::String(static_cast<char const*>(nullptr)).charPtr(), "");
 }
 
 TEST(Text, FormatNeverMisreadsAnArgument) {
@@ -104,25 +97,6 @@ TEST(Text, FormatNeverMisreadsAnArgument) {
   EXPECT_EQ(format("100%% %", 1, 2), "100% %");
   EXPECT_EQ(format("%n", 1).size(), 1U);  // printed, not stored through
   EXPECT_LE(format("%999999999d", 1).size(), 4096U);
-}
-
-TEST(Text, NumbersAreDigitsOnly) {
-  auto const reading = [](std::string const& text, U64 max) {
-    Kes::StrepPos pos = text.data();
-    auto const read = [&] { return Kes::deserializeUnsigned(pos, text.data() + text.size(), max); };
-    try {
-      U64 const number = read();
-      return std::to_string(number) + " up to " + std::to_string(pos - text.data());
-    } catch (Kes::RangeException const&) {
-      return std::string(pos == text.data() ? "refused" : "refused, but moved");
-    }
-  };
-  EXPECT_EQ(reading("12x", 100), "12 up to 2");
-  EXPECT_EQ(reading("000100", 100), "100 up to 6");
-  EXPECT_EQ(reading("18446744073709551615", ~U64{0}), "18446744073709551615 up to 20");
-  EXPECT_EQ(reading("18446744073709551616", ~U64{0}), "refused");
-  for (char const* text : {"", "x", "-1", "+1", " 1", "101"})
-    EXPECT_EQ(reading(text, 100), "refused") << text;
 }
 
 std::vector<std::string> lines;
@@ -143,12 +117,6 @@ TEST(Log, KeysAndRateLimit) {
   lines.clear();
   for (int i = 0; i < 1000; ++i) Kes::log(free, "same");
   EXPECT_EQ(lines.size(), 1000U);
-
-  Kes::LogHandle brief("BRIEF", Kes::LogSeverity::warning, "%s", "", "", 0.02, 1.0, 0);
-  EXPECT_TRUE(brief.okToLog(1));
-  EXPECT_FALSE(brief.okToLog(1));
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_TRUE(brief.okToLog(1));
   Kes::logSinkIs(nullptr);
 }
 

@@ -31,26 +31,6 @@ class Recorder : public testing::Test, public Bench {
   }
 };
 
-TEST_F(Recorder, StealingLeavesTheOwnerItsPrivateChunk) {
-  recorder->numSharedChunksIs(2);
-  for (U32 qLen = 1; qLen <= 3; ++qLen) fill("A1", qLen);
-  fill("B1", 4);
-  EXPECT_EQ(recorder->chunkArrayCount(), 2U);
-  fill("B1", 5, 1);  // takes 2 out of the middle of A1's chain
-  EXPECT_EQ(chunks("A1"), "1:500 3:500 ");
-  EXPECT_EQ(chunks("B1"), "4:500 5:1 ");
-  EXPECT_EQ(recorder->chunkArrayCount(), 2U);
-  Vorn::Chunk* const taken = port("B1")->chunkTail();
-  EXPECT_EQ(taken->prevChunk().get(), port("B1")->chunkHead());
-  EXPECT_EQ(taken->nextChunk(), nullptr);
-  EXPECT_EQ(taken->intfId(), Pylo::IntfId("B1"));
-  fill("C1", 6, 501);  // takes 3, A1's newest
-  EXPECT_EQ(chunks("A1"), "1:500 ");
-  fill("A1", 7, 1);  // takes 5, B1's newest and not full, and the one handed out longest ago
-  EXPECT_EQ(chunks("A1"), "1:500 7:1 ");
-  EXPECT_EQ(chunks("B1"), "4:500 ");
-}
-
 TEST_F(Recorder, PoolOfOneServesOneInterfaceForEver) {
   recorder->numSharedChunksIs(1);
   fill("A1", 1);
@@ -67,26 +47,6 @@ TEST_F(Recorder, PoolOfOneServesOneInterfaceForEver) {
     EXPECT_EQ(chunks("A1"), "1:500 " + std::to_string(qLen) + ":500 ");
   }
   EXPECT_EQ(TestEntry::alive, 1000);
-}
-
-TEST_F(Recorder, LosingTheNewestChunkForgetsTheEntryKeys) {
-  recorder->numSharedChunksIs(1);
-  fill("A1", 1);
-  update("A1", 2, ++time, 100, /*key=*/7);
-  EXPECT_EQ(port("A1")->entryIndex(7).value(), 0);
-  fill("B1", 3, 501);
-  EXPECT_EQ(chunks("A1"), "1:500 ");
-  EXPECT_TRUE(port("A1")->entryIndex(7).isNull());
-  update("A1", 4, ++time, 100, 7);  // must not be merged into slot 0 of the private chunk
-  EXPECT_EQ(chunks("A1"), "1:500 4:1 ");
-  EXPECT_EQ(chunks("B1"), "3:500 ");
-  // Losing an older chunk leaves the keys alone.
-  recorder->numSharedChunksIs(2);
-  fill("A1", 5, 499);
-  update("A1", 6, ++time, 0, 7);
-  fill("B1", 8, 1);
-  EXPECT_EQ(chunks("A1"), "1:500 6:1 ");
-  EXPECT_EQ(port("A1")->entryIndex(7).value(), 0);
 }
 
 TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
@@ -107,16 +67,6 @@ TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
   recorder = nullptr;
   EXPECT_EQ(TestEntry::alive, 0);
   EXPECT_EQ(oldestShared->ptrCount(), 1U);  // no cycle of links holds it
-}
-
-TEST_F(Recorder, PoolsWithoutLimitNeverStealAndNeverShrink) {
-  recorder->numSharedChunksIs(~0U);
-  for (U32 qLen = 0; qLen < 5; ++qLen) fill("A1", qLen);
-  EXPECT_EQ(recorder->chunkArrayCount(), 4U);
-  recorder->numSharedChunksIs(2);
-  fill("A1", 5, 1);
-  EXPECT_EQ(recorder->chunkArrayCount(), 4U);
-  EXPECT_EQ(chunks("A1"), "0:500 2:500 3:500 4:500 5:1 ");
 }
 
 TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
@@ -219,27 +169,6 @@ TEST_F(Recorder, JudgesByIntervalAndThresholds) {
   EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 60.0);
 }
 
-TEST_F(Recorder, GlobalRecordsAreJudgedWithoutName) {
-  recorder->allocateGlobalChunk();
-  status->defGlobalBufHighThresholdIs(70);
-  config->globalLogIntervalIs(10);
-  auto const at = [&](Kes::Seconds now, U32 qLen) {
-    clock->utcTimeIs(now);
-    TestEntry::Ptr const entry = record(qLen, ++time);
-    entry->alwaysLogIs(true);  // plays no part
-    return judged([&] { EXPECT_EQ(recorder->doAddToGlobalLog(entry), us(time)); });
-  };
-  EXPECT_EQ(at(10, 99), "");
-  EXPECT_EQ(at(10.5, 99), "Interface  queue length is over high threshold of 70, current length is 99");
-  EXPECT_EQ(at(12, 99), "");
-  config->globalThresholdsConfigIs({200, 90, true});
-  EXPECT_EQ(at(30, 99), "Interface  queue length is over low threshold of 90, current length is 99");
-  recorder->allocateGlobalChunk();  // keeps the log
-  for (U32 i = 5; i <= 501; ++i) recorder->doAddToGlobalLog(record(i, ++time));
-  EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 500U);
-  EXPECT_EQ((*recorder->globalBufferChunk()->entryIterator())->timestamp(), us(1002));
-}
-
 TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
   config->logIntervalIs(1);
   TestEntry::Ptr const entry = record(1, 1);
@@ -280,37 +209,10 @@ TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(none); }), "null ValidPtr");
   EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 0U);
   EXPECT_EQ(port("A1"), nullptr);
-  Vorn::PortData::Ptr const made = recorder->portDataIs(Pylo::IntfId("A1"));
-  EXPECT_EQ(recorder->portDataIs(Pylo::IntfId("A1")), made);
-  EXPECT_EQ(raised([&] { made->portMetaDataIs(nullptr); }),
-            "null _portMetaData parameter to mutator for Vorn::PortData::portMetaData not allowed\"");
   recorder->doMergeAndDumpEntries(nullptr, "", "", "");
   EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(nullptr, "", "", true), -1);
   EXPECT_EQ(traced.size(), 2U);
   EXPECT_EQ(TestEntry::alive, 0);
-}
-
-TEST_F(Recorder, ChunksRefuseRejectedIndexes) {
-  Vorn::Chunk::Ptr const chunk = Vorn::Chunk::ChunkIs();
-  for (Kes::U16 const slot : std::initializer_list<Kes::U16>{250, 249, 251})
-    chunk->entryIs(EntryIndex(slot), record(slot, 1));
-  EntryIndex rejected;
-  EXPECT_THROW(rejected.valueIs(500), Kes::RangeException);
-  std::function<void()> const uses[] = {[&] { chunk->entryIs(rejected, nullptr); },
-                                        [&] { chunk->entryDel(rejected); }, [&] { chunk->entry(rejected); },
-                                        [&] {
-                                          chunk->entryMetadataIs({rejected, 0});
-                                        }};
-  for (auto const& use : uses)
-    EXPECT_EQ(raised(use), "EntryIndex::value < 0 or > EntryIndex::max not allowed");
-  auto i = chunk->entryIterator();
-  EXPECT_EQ(chunk->entryDel(i)->qLen(), 249U);
-  EXPECT_EQ(i.key().value(), 250);
-  chunk->nextChunkIs(chunk);
-  chunk->intfIdIs(Pylo::IntfId("A1"));
-  chunk->doClear();
-  EXPECT_EQ(chunk->entryMetadata(), (Vorn::Chunk::EntryMetadata{EntryIndex(252), 0}));
-  EXPECT_TRUE(!chunk->nextChunk() && chunk->intfId().empty());
 }
 
 TEST_F(Recorder, AgeAndCountLimits) {
@@ -338,28 +240,12 @@ TEST_F(Recorder, AgeAndCountLimits) {
   EXPECT_EQ(lines("-d"), 4);
   EXPECT_EQ(lines("-iA1 csv"), 6);
   EXPECT_EQ(lines("-s4"), 5);
+  // Over the limit by a start record is over the limit.
+  port("A1")->portMetaData(1)->timeOfCongestionStartIs(us(88000009));
+  append("B1", record(1, 80000000));
+  append("B1", record(1, 80000001));
+  EXPECT_EQ(lines("-s4"), 6);
   EXPECT_EQ(lines("-s5"), 6);
-}
-
-TEST_F(Recorder, GlobalReports) {
-  std::string const begin = "\nReport generated at 0.000000\n" + std::string(header);
-  EXPECT_EQ(report("-b"), begin);
-  recorder->allocateGlobalChunk();
-  EXPECT_EQ(report("-b"), begin);
-  Vorn::GlobalBufferChunk::Ptr const log = recorder->globalBufferChunk();
-  for (U16 slot = 10; slot <= 12; ++slot) log->entryIs(EntryIndex(slot), record(slot, slot));
-  EXPECT_EQ(report("-b"), begin + "global 12 - 12 0\nglobal 11 - 11 0\nglobal 10 - 10 0\n" + footer);
-  append("A1", record(1, 11));
-  // On equal times the interface's record goes first, in both directions.
-  EXPECT_EQ(report("-a"),
-            begin + "text 12 N/A 12 0\ntext 11 A1 1 0\ntext 11 N/A 11 0\ntext 10 N/A 10 0\n" + footer);
-  EXPECT_EQ(report("csv -a"),
-            begin + "csv 10 N/A 10 0\ncsv 11 A1 1 0\ncsv 11 N/A 11 0\ncsv 12 N/A 12 0\n" + footer);
-  // A log whose next slot is 0 has no descending start.
-  for (U16 slot = 13; slot <= 499; ++slot) log->entryIs(EntryIndex(slot), record(slot, slot));
-  EXPECT_EQ(report("-a"), begin + "text 11 A1 1 0\n" + footer);
-  log->entryDel(EntryIndex(20));
-  EXPECT_DEATH(report("-b"), "doDumpGlobalBufferChunk.*: entryPtr");
 }
 
 }  // namespace

@@ -104,10 +104,10 @@ std::string Recorder::entryReport(Vorn::CommandOptions const& options,
     while (plain && !starts.empty() &&
            (csv ? starts.back().time < record.timestamp : starts.back().time > record.timestamp)) {
       writeStart();
-      if (limit != 0 && lines == limit) break;
+      if (limit != 0 && lines >= limit) break;
     }
     source->records.pop_back();
-    if (limit != 0 && lines == limit) break;
+    if (limit != 0 && lines >= limit) break;
     U64 const age = Vorn::Microseconds::fromSeconds(clock_->utcTime()).value() - record.timestamp;
     if (!csv && options.ageLimit != 0 && age > U64{options.ageLimit} * 1000000) break;
     if (options.showAll && plain) out += mergeGlobal(&record, csv);
