@@ -75,7 +75,7 @@ TEST(Ptr, CountsAcrossThreadsOnceSwitched) {
   std::atomic<int> ready = 0;
   auto const work = [&] {
     for (++ready; ready != 2;) std::this_thread::yield();
-    for (int i = 0; i < 1'000'000; ++i) Kes::Ptr<Object>(shared)->ptrAcquire(), shared->ptrRelease();
+    for (int i = 0; i < 3'000'000; ++i) Kes::Ptr<Object>(shared)->ptrAcquire(), shared->ptrRelease();
   };
   std::thread other(work);
   work();
