@@ -11,7 +11,9 @@ constexpr std::ptrdiff_t openBracketLimit = 256;
 
 bool isOpenBracket(char c) { return c == '(' || c == '[' || c == '{'; }
 
-std::regex compile(std::string const& pattern) {
+}  // namespace
+
+std::regex compilePattern(std::string const& pattern) {
   if (pattern.size() > patternSizeLimit ||
       std::count_if(pattern.begin(), pattern.end(), isOpenBracket) > openBracketLimit)
     throw std::regex_error(std::regex_constants::error_complexity);
@@ -27,8 +29,6 @@ std::regex compile(std::string const& pattern) {
   return std::regex(pattern, std::regex::ECMAScript);
 }
 
-}  // namespace
-
 InterfaceFilter::InterfaceFilter(CommandOptions const& options) : all_(options.allInterfaces) {
   for (std::string const& text : options.interfacePatterns) patterns_.push_back({text, std::nullopt});
 }
@@ -36,7 +36,7 @@ InterfaceFilter::InterfaceFilter(CommandOptions const& options) : all_(options.a
 bool InterfaceFilter::matches(std::string const& shortName) {
   if (all_) return true;
   for (Pattern& pattern : patterns_) {
-    if (!pattern.compiled) pattern.compiled = compile(pattern.text);
+    if (!pattern.compiled) pattern.compiled = compilePattern(pattern.text);
     if (std::regex_match(shortName, *pattern.compiled)) return true;
   }
   return false;

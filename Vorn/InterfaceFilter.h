@@ -6,15 +6,18 @@
 #include <vector>
 
 #include "Vorn/CommandOptions.h"
+#include "Vorn/Export.h"
 
 namespace Vorn {
+
+// A regular expression for the interface filter: ECMAScript, matched in polynomial time but for
+// back-references. std::regex_error for a bad pattern, and for one of more than 4,096 characters or 256
+// opening brackets, which could exhaust the stack.
+VORN_EXPORT std::regex compilePattern(std::string const& pattern);
 
 // Whether a report shows an interface: always without a filter, else when some pattern of the list matches
 // its whole short name as a regular expression (ECMAScript). Patterns are tried in list order and compiled
 // when first tried, once a report, so a bad pattern behind one that matches does no harm.
-//
-// std::regex_error for a bad pattern, and for one of more than 4,096 characters or 256 opening brackets,
-// which could exhaust the stack.
 class InterfaceFilter {
  public:
   explicit InterfaceFilter(CommandOptions const& options);

@@ -37,7 +37,7 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->type_name("NAME");
   app.add_option("--pool", options.poolChunks,
                  "Chunks of 500 records shared by all interfaces (default: $SIM_NUM_SHARED_CHUNKS, or 200)")
-      ->check(CLI::Range(std::uint32_t{1}, std::uint32_t{1} << 24U))
+      ->check(CLI::Range(std::uint32_t{1}, maxPoolChunks))
       ->type_name("CHUNKS");
 }
 
@@ -80,10 +80,6 @@ void addProcess(CLI::App& app, AgentOptions& options) {
   app.add_option("--fifo", options.fifoPriority, "Run under the real-time policy SCHED_FIFO (1 to 99)")
       ->check(CLI::Range(1, 99))
       ->type_name("PRIORITY");
-  app.set_config("--config", "",
-                 "Read options from this file, one \"name = value\" a line, without the dashes")
-      ->type_name("FILE");
-  app.allow_config_extras(CLI::config_extras_mode::error);
   app.set_version_flag("--version", "vorn-agent " VORN_VERSION);
 }
 

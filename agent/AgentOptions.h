@@ -17,8 +17,10 @@ struct Thresholds {
   std::uint32_t low;
 };
 
-// vorn-agent's command line and configuration file, checked. `vorn-agent --help` is the manual of each
-// option.
+// More would be no bound: 32 TiB of chunks.
+inline constexpr std::uint32_t maxPoolChunks = 1U << 24;
+
+// vorn-agent's command line, checked. `vorn-agent --help` is the manual of each option.
 struct AgentOptions {
   // This host's defaults.
   static constexpr Thresholds hostPorts{262'144, 65'536};

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 
+#include "agent/Journal.h"
 #include "agent/Protocol.h"
 
 namespace Agent {
@@ -166,7 +167,7 @@ void CommandServer::startReport(Member client) {
     client->child =
         std::make_unique<ReportChild>(recorder_, client->socket.get(), client->text, limits_.report);
   } catch (std::system_error const& error) {
-    ::syslog(LOG_WARNING, "no process for a report: %s", error.what());
+    note(LOG_WARNING, std::string("no process for a report: ") + error.what());
     return finish(client, "", "no process for the report can be had");
   }
   ++reporting_;

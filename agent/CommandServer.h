@@ -23,11 +23,9 @@ namespace Agent {
 // them at once, and a report is written by a child of its own (ReportChild.h). No client can hold the others
 // up for longer than the limits say:
 //  - Connections: one more than that takes the place of the one that has kept silent longest. If none is
-//  silent,
-//    newcomers wait in the socket's backlog.
+//    silent, newcomers wait in the socket's backlog.
 //  - Reports: so many children at once; further requests wait their turn, in order of arrival, and are
-//  refused
-//    when it has not come within the waiting limit.
+//    refused when it has not come within the waiting limit.
 // A client that goes away is forgotten at once and its child ended.
 class CommandServer {
  public:

@@ -18,6 +18,13 @@ LinuxEntry& loggedRecord(Vorn::PortData const& port, QueueKey key) {
   return static_cast<LinuxEntry&>(*port.chunkTail()->entry(position));
 }
 
+// Statistics of gone queues that are kept.
+constexpr std::size_t maxGoneQueues = 256;
+
+bool isSilent(CongestionUpdate const& update, Vorn::Thresholds const& thresholds) {
+  return update.qLen < thresholds.low && update.qLen < thresholds.high;
+}
+
 }  // namespace
 
 CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
@@ -35,7 +42,12 @@ void CongestionFeed::handleReading(QueueAddress const& queue, CongestionDetector
   Vorn::Thresholds const thresholds = Vorn::portThresholds(config_, hwStatus_, queue.intfId);
   detector.judge(*update, thresholds.low, thresholds.high);
   if (update->begins) ++bursts_;
+  auto const port = recorder_->portDataIs(queue.intfId);
+  Kes::Seconds const lastMessage = port->lastSyslogTime();
   log(queue, *update);
+  // A judgement that had nothing to say must not silence the next one for the log interval: most bursts are
+  // small when they begin.
+  if (isSilent(*update, thresholds)) port->lastSyslogTimeIs(lastMessage);
   keepMetaData(queue, *update);
 }
 
@@ -46,13 +58,26 @@ void CongestionFeed::handleGlobalReading(CongestionDetector& detector, QueueRead
   if (!update) return;
   Vorn::Thresholds const thresholds = Vorn::globalThresholds(config_, hwStatus_);
   detector.judge(*update, thresholds.low, thresholds.high);
+  auto const chunk = recorder_->globalBufferChunk();
+  Kes::Seconds const lastMessage = chunk->lastSyslogTime();
   logGlobal(*update);
+  if (isSilent(*update, thresholds)) chunk->lastSyslogTimeIs(lastMessage);
 }
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
-  if (metaData) metaData->timeOfCongestionStartIs(Microseconds(0));
+  if (!metaData) return;
+  metaData->timeOfCongestionStartIs(Microseconds(0));
+  goneQueues_.emplace_back(queue.intfId, queue.key);
+  if (goneQueues_.size() <= maxGoneQueues) return;
+  auto const [intfId, key] = goneQueues_.front();
+  goneQueues_.pop_front();
+  if (auto const log = recorder_->portData(intfId)) log->portMetaDataDel(key);
+}
+
+void CongestionFeed::handlePresent(QueueAddress const& queue) {
+  std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
 }
 
 void CongestionFeed::log(QueueAddress const& queue, CongestionUpdate const& update) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <deque>
+#include <utility>
+
 #include "Vorn/Config.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/HardwareStatus.h"
@@ -31,8 +34,11 @@ class CongestionFeed {
   // The same for the sum over all queues.
   void handleGlobalReading(CongestionDetector& detector, QueueReading const& reading,
                            CongestionDetector::Limits const& limits);
-  // The queue is no longer watched: a congestion that was open is over.
+  // The queue is no longer watched: a congestion that was open is over. Its statistics stay until 256 other
+  // queues have gone after it.
   void handleGone(QueueAddress const& queue);
+  // The queue is watched from now on.
+  void handlePresent(QueueAddress const& queue);
 
   // Bursts of single queues seen so far.
   Kes::U64 bursts() const { return bursts_; }
@@ -47,6 +53,7 @@ class CongestionFeed {
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   LinuxEntry::Ptr spare_;         // carries updates to the recorder until one is kept there
   LinuxEntry::Ptr globalRecord_;  // the newest of the global log
+  std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
 };
 

@@ -46,9 +46,9 @@ constexpr std::size_t maxGoneInterfaces = 256;
 // Marks a queue that has been carried over.
 constexpr std::size_t taken = std::numeric_limits<std::size_t>::max();
 
-double processorMicroseconds() {
+double microsecondsOf(clockid_t clock) {
   timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
@@ -95,9 +95,9 @@ void QdiscSource::handleTimer() {
   // Several expirations at once are one late tick; none at all means that the timer was set anew meanwhile.
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return forgetAll();
-  double const before = processorMicroseconds();
+  double const before = microsecondsOf(CLOCK_THREAD_CPUTIME_ID);
   if (poll()) handleSamples();
-  handleCost(clock_->now().value(), processorMicroseconds() - before);
+  handleCost(microsecondsOf(CLOCK_THREAD_CPUTIME_ID) - before);
 }
 
 // Whether `samples_` and `queues_` fit each other now.
@@ -174,6 +174,7 @@ void QdiscSource::learnQueue(std::size_t position, Interface const& interface, s
                                       [](Queue const& queue, QdiscId const& id) { return queue.id < id; });
   if (known == before.end() || known->id != sample.id) {
     queues_.push_back({sample.id, position, address, startThreshold, CongestionDetector(readingOf(sample))});
+    feed_.handlePresent(address);
     return;
   }
   queues_.push_back({sample.id, position, address, startThreshold, known->detector});
@@ -235,7 +236,9 @@ void QdiscSource::handleInterfaceGone(Pylo::IntfId const& intfId) {
   goneInterfaces_.pop_front();
 }
 
-void QdiscSource::handleCost(U64 stamp, double cost) {
+void QdiscSource::handleCost(double cost) {
+  // Not the agent's clock, which follows a wall clock that is set.
+  auto const stamp = static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC));
   if (lastTick_ != 0) {
     auto const interval = static_cast<double>(stamp - lastTick_);
     if (stamp - lastTick_ > lateIntervals * timerInterval_) ++lateTicks_;
@@ -265,11 +268,12 @@ std::string QdiscSource::status() const {
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return "switched off";
   return Kes::format(
              "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late) "
-             "at %u queues, %.0f us of processor time a tick; %u dumps interrupted, %u failed; %u bursts "
+             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed; %u bursts "
              "seen",
              static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
-             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, queues_.size(), meanCost_,
-             interruptedDumps_, failedDumps_, feed_.bursts())
+             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, queues_.size(),
+             queues_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,
+             feed_.bursts())
       .str();
 }
 

@@ -66,7 +66,7 @@ class QdiscSource final : public Source {
   void forgetAll();
   bool present(Pylo::IntfId const& intfId) const;
   void handleInterfaceGone(Pylo::IntfId const& intfId);
-  void handleCost(Kes::U64 stamp, double cost);
+  void handleCost(double cost);
   void timerIs(Kes::U64 interval);
 
   Vorn::CongestionData::Ptr const recorder_;

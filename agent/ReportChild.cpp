@@ -14,6 +14,8 @@
 
 #include "Kes/Trace.h"
 #include "Vorn/CommandOptions.h"
+#include "agent/Journal.h"
+#include "agent/PatternFault.h"
 #include "agent/ReportColumns.h"
 
 namespace Agent {
@@ -91,37 +93,19 @@ void writeReport(Vorn::CongestionData& recorder, int socket, std::string const& 
   ::_exit(reportFailed ? broken : whole);
 }
 
-char const* patternFault(int code) {
-  namespace regex = std::regex_constants;
-  switch (static_cast<regex::error_type>(code)) {
-    case regex::error_collate: return "unknown collating element";
-    case regex::error_ctype: return "unknown character class";
-    case regex::error_escape: return "bad escape, or a backslash at the end";
-    case regex::error_backref: return "back-reference to a group that does not exist";
-    case regex::error_brack: return "unmatched square bracket";
-    case regex::error_paren: return "unmatched parenthesis";
-    case regex::error_brace: return "unmatched brace";
-    case regex::error_badbrace: return "bad numbers between braces";
-    case regex::error_range: return "bad character range";
-    case regex::error_space: return "it needs more memory than there is";
-    case regex::error_badrepeat: return "nothing in front of *, +, ? or { to repeat";
-    case regex::error_complexity: return "too complex";
-    case regex::error_stack: return "it needs more stack than there is";
-    default: return "too long, or nested too deep";
-  }
-}
-
 std::string exitFailure(int status) {
   if (status == whole) return "";
   if (status == outOfMemory) return "no memory for the report";
-  if (status >= badPattern) return std::string("bad interface pattern: ") + patternFault(status - badPattern);
+  if (status >= badPattern)
+    return std::string("bad interface pattern: ") +
+           patternFault(static_cast<std::regex_constants::error_type>(status - badPattern));
   return "the report broke off";
 }
 
 std::string signalFailure(int signal) {
   if (signal == SIGALRM) return "the report took too long";
   if (signal == SIGKILL) return "the report was stopped";
-  ::syslog(LOG_WARNING, "a report's process died: %s", ::strsignal(signal));
+  note(LOG_WARNING, std::string("a report's process died: ") + ::strsignal(signal));
   return std::string("the report's process died: ") + ::strsignal(signal);
 }
 

@@ -1,5 +1,7 @@
 #include "agent/ReportFilter.h"
 
+#include "Vorn/InterfaceFilter.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -13,6 +15,7 @@ using Kind = ReportForm::Kind;
 constexpr std::string_view globalCount = "Global Hit Count = ";
 constexpr std::string_view statisticsColumns = "interface,queue_id,bursts\n";
 
+constexpr std::string_view globalType = "global,";
 constexpr std::string_view reportDate = "Report generated at ";
 
 // What stands so many seconds before a date in seconds, in microseconds.
@@ -51,10 +54,10 @@ struct StatisticsLine {
 
 }  // namespace
 
-ReportFilter::ReportFilter(ReportForm const& form, Output output)
-    : form_(form),
-      patterns_(form.interfacePatterns.begin(), form.interfacePatterns.end()),
-      output_(std::move(output)) {}
+ReportFilter::ReportFilter(ReportForm const& form, Output output) : form_(form), output_(std::move(output)) {
+  for (std::string const& pattern : form_.interfacePatterns)
+    patterns_.push_back(Vorn::compilePattern(pattern));
+}
 
 void ReportFilter::take(std::string_view bytes) {
   if (form_.kind == Kind::whole)
@@ -88,11 +91,16 @@ void ReportFilter::handleCsvLine(std::string_view line) {
   if (lines_ <= columns) {
     if (lines_++ == columns) output_(std::string(line) + '\n');
   } else if (timeOf(line) >= since_) {
-    held_.push_back(std::string(line) + '\n');
-    if (held_.size() <= form_.count.value_or(0)) return;
-    if (!form_.count) output_(held_.front());
-    held_.pop_front();
+    hold(std::string(line) + '\n');
   }
+}
+
+// The global buffer's lines do not count for the limit: they come between those that do.
+void ReportFilter::hold(std::string line) {
+  if (!form_.count) return output_(line);
+  counted_ += !line.starts_with(globalType);
+  held_.push_back(std::move(line));
+  for (; counted_ > *form_.count; held_.pop_front()) counted_ -= !held_.front().starts_with(globalType);
 }
 
 void ReportFilter::handleStatisticsLine(std::string_view line) {

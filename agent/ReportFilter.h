@@ -43,6 +43,7 @@ class ReportFilter {
  private:
   void takeLines(std::string_view bytes);
   void handleCsvLine(std::string_view line);
+  void hold(std::string line);
   void handleStatisticsLine(std::string_view line);
   bool selected(std::string_view interface) const;
 
@@ -52,6 +53,7 @@ class ReportFilter {
   unsigned lines_ = 0;            // taken so far, up to the column names
   std::uint64_t since_ = 0;       // microseconds: what is older is left out
   std::deque<std::string> held_;  // the newest lines, while there is a limit to their number
+  std::uint32_t counted_ = 0;     // of them, for the limit
   std::string line_;              // begun, not ended
 };
 

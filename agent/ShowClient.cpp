@@ -3,6 +3,10 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -35,18 +39,67 @@ std::size_t receive(int socket, std::vector<char>& block, bool begun) {
   }
 }
 
+// What the agent sends, taken off the socket as fast as it comes and kept until it is asked for: the agent
+// gives a report a limited time, and whoever reads ours (a pager) may take for ever.
+class Answer {
+ public:
+  explicit Answer(int socket)
+      : socket_(socket), reader_(std::async(std::launch::async, [this] { read(); })) {}
+  Answer(Answer const&) = delete;
+  Answer& operator=(Answer const&) = delete;
+  ~Answer() { ::shutdown(socket_, SHUT_RDWR); }
+
+  // The next piece; empty at the end. Throws std::system_error when there is no answer at all.
+  std::string next() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return ended_ || !pieces_.empty(); });
+    if (pieces_.empty()) {
+      if (reader_.valid()) reader_.get();
+      return "";
+    }
+    std::string piece = std::move(pieces_.front());
+    pieces_.pop_front();
+    return piece;
+  }
+
+ private:
+  void put(std::string piece, bool ended) {
+    std::lock_guard const lock(mutex_);
+    if (!piece.empty()) pieces_.push_back(std::move(piece));
+    ended_ = ended;
+    changed_.notify_one();
+  }
+
+  void read() {
+    std::vector<char> block(blockBytes);
+    try {
+      for (bool begun = false; std::size_t const got = receive(socket_, block, begun); begun = true)
+        put(std::string(block.data(), got), /*ended=*/false);
+    } catch (...) {
+      put("", /*ended=*/true);
+      throw;
+    }
+    put("", /*ended=*/true);
+  }
+
+  int const socket_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::string> pieces_;
+  bool ended_ = false;
+  std::future<void> reader_;  // last: the thread uses all of the above, and is awaited before they go
+};
+
 }  // namespace
 
 std::optional<std::string> fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
   ReportFilter filter(command.form, std::move(output));
   sendRequest(socket, command.request);
-  std::vector<char> block(blockBytes);
-  bool begun = false;
+  Answer answer(socket);
   bool inVerdict = false;
   std::string verdict;
-  while (std::size_t const got = receive(socket, block, begun)) {
-    begun = true;
-    std::string_view news(block.data(), got);
+  for (std::string piece; !(piece = answer.next()).empty();) {
+    std::string_view news = piece;
     if (!inVerdict) {
       std::size_t const mark = news.find(Protocol::verdictMark);
       filter.take(news.substr(0, mark));

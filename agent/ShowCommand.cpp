@@ -5,6 +5,7 @@
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
+#include "Vorn/InterfaceFilter.h"
 #include "agent/Protocol.h"
 
 namespace Agent {
@@ -45,14 +46,15 @@ std::string quotedName(std::string const& name) {
 }
 
 // The operator's pattern with its meaning unchanged: in [a-c] the end of the range is spelt by its code,
-// since
-// "-c" asks for statistics wherever it stands.
+// because "-c" asks for statistics wherever it stands. std::regex_error for a bad one, whether or not the
+// agent would come to try it.
 std::string safePattern(std::string pattern) {
   refuseSeparators(pattern, "a pattern");
   refuse(pattern.find(',') != std::string::npos,
          "a pattern holds a comma: give --match once for each pattern, and write x{1,2} as xx?");
   for (std::size_t at = 0; (at = pattern.find("-c", at)) != std::string::npos;)
     pattern.replace(at, 2, "-\\x63");
+  Vorn::compilePattern(pattern);
   return pattern;
 }
 

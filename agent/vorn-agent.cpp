@@ -8,16 +8,19 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
 
+#include "Kes/Format.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/Trace.h"
 #include "agent/AgentClock.h"
 #include "agent/AgentOptions.h"
 #include "agent/CommandServer.h"
 #include "agent/EventLoop.h"
+#include "agent/Journal.h"
 #include "agent/LinuxPortMetaDataDumper.h"
 #include "agent/Protocol.h"
 #include "agent/QdiscSource.h"
@@ -25,7 +28,7 @@
 namespace {
 
 void openLog(Agent::AgentOptions const& options) {
-  ::openlog("vorn-agent", LOG_PID | (options.foreground ? LOG_PERROR : 0), LOG_DAEMON);
+  Agent::openJournal(options.foreground);
   for (Kes::U32 level = 0; options.traceLevel && level <= *options.traceLevel; ++level) {
     Vorn::defaultTraceHandle().levelIs(level, true);
   }
@@ -36,8 +39,9 @@ void makeRealTime(int priority) {
   sched_param parameters{};
   parameters.sched_priority = priority;
   if (::sched_setscheduler(0, SCHED_FIFO | SCHED_RESET_ON_FORK, &parameters) == 0) return;
-  ::syslog(LOG_WARNING, "--fifo %d is refused (%s): running at ordinary priority", priority,
-           std::strerror(errno));
+  int const reason = errno;
+  Agent::note(LOG_WARNING, "--fifo " + std::to_string(priority) + " is refused (" + std::strerror(reason) +
+                               "): running at ordinary priority");
 }
 
 // Ends the loop at SIGTERM and SIGINT, which are blocked from now on.
@@ -59,8 +63,11 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
   auto const recorder = Kes::makePtr<Vorn::CongestionData>(status, clock, config,
                                                            Kes::makePtr<Agent::LinuxPortMetaDataDumper>());
   if (options.poolChunks) recorder->numSharedChunksIs(*options.poolChunks);
-  if (recorder->numSharedChunks() == 0) {
-    throw std::runtime_error("a pool of 0 chunks (SIM_NUM_SHARED_CHUNKS) could keep no history");
+  if (recorder->numSharedChunks() == 0 || recorder->numSharedChunks() > Agent::maxPoolChunks) {
+    char const* const setting = std::getenv("SIM_NUM_SHARED_CHUNKS");
+    throw std::runtime_error(Kes::format("SIM_NUM_SHARED_CHUNKS is \"%s\": a pool holds 1 to %u chunks",
+                                         setting, Agent::maxPoolChunks)
+                                 .str());
   }
   return recorder;
 }
@@ -80,9 +87,9 @@ void serve(Agent::AgentOptions const& options) {
   Agent::CommandServer const server(loop, options.socketPath, recorder, ownCommands, {});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
-  ::syslog(LOG_INFO, "recording; requests at %s", options.socketPath.c_str());
+  Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
   loop.run();
-  ::syslog(LOG_INFO, "ending");
+  Agent::note(LOG_INFO, "ending");
 }
 
 }  // namespace
@@ -98,7 +105,7 @@ int main(int argc, char** argv) {
     serve(*options);
     return 0;
   } catch (std::exception const& error) {
-    ::syslog(LOG_ERR, "%s", error.what());
+    Agent::note(LOG_ERR, error.what());
     if (!options->foreground) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
     return 1;
   }

@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "Vorn/CommandOptions.h"
+#include "agent/PatternFault.h"
 #include "agent/Protocol.h"
 #include "agent/ShowClient.h"
 #include "agent/UnixSocket.h"
@@ -128,7 +129,7 @@ int main(int argc, char** argv) {
   } catch (Agent::UsageError const& error) {
     return complain(usage, error.what());
   } catch (std::regex_error const& error) {
-    return complain(usage, std::string("bad interface pattern: ") + error.what());
+    return complain(usage, std::string("bad interface pattern: ") + Agent::patternFault(error.code()));
   } catch (OutputClosed const& closed) {
     if (closed.reason == EPIPE) return done;
     return complain(refused, std::string("standard output: ") + std::strerror(closed.reason));

@@ -64,6 +64,7 @@ TEST(ReportFilter, Limits_ofTheCommaSeparatedReport) {
   EXPECT_EQ(shown({.lastSeconds = 10, .csv = true}), names + edge + start);
   EXPECT_EQ(shown({.count = 2, .csv = true}), names + edge + start);
   EXPECT_EQ(shown({.lastSeconds = 10, .count = 1, .csv = true}), names + start);
+  EXPECT_THROW(showCommandFor({.patterns = {"a["}}), std::regex_error);
 }
 
 TEST(ReportFilter, Forms_whereverTheStreamIsCut) {

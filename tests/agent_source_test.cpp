@@ -179,6 +179,21 @@ TEST_F(Feed, OneRecordABurstAndOneForEachThresholdThatItCrosses) {
   EXPECT_EQ(metaData->timeOfMaxQLen().value(), 1012000U);
 }
 
+TEST_F(Feed, SmallBeginningsSilenceNoMessage) {
+  dynamic_cast<Vorn::TestClock&>(*recorder->clock()).utcTimeIs(100);
+  config->logIntervalIs(60);
+  static int messages;
+  messages = 0;
+  Kes::logSinkIs([](Kes::LogHandle const&, Kes::String const&) { ++messages; });
+  reading(1001000, 0, 40000, 0);
+  reading(1002000, 12500, 60000, 0);
+  EXPECT_EQ(messages, 1) << "the record over the low threshold, 1 ms after the first";
+  reading(1009000, 100000, 0, 0);
+  reading(1060000, 100000, 60000, 0);
+  EXPECT_EQ(messages, 1) << "a message does silence the next";
+  Kes::logSinkIs(nullptr);
+}
+
 TEST(Clock, FollowsStepsForwardsAtOnceAndBackwardsSlowly) {
   static AgentClock::Readings readings;
   readings = {5'000'000'000, 1'000'000'000};

@@ -133,8 +133,9 @@ show 0 global --csv
 expect "a queue above its threshold is in the messages" grep -q QUEUEMONITOR_LENGTH_OVER_THRESHOLD "$scratch/messages"
 
 # How vorn-show ends.
-show 1 --match 'br['
+show 1 raw '-ibr['
 expect "a bad pattern is named" grep -q 'unmatched square bracket' "$scratch/err"
+show 2 --match 'br['
 show 2 --no-such-option
 "$show_program" --socket "$scratch/nobody" 2>/dev/null && fail "no agent"
 [ $? -eq 3 ] || fail "exit status without an agent"
