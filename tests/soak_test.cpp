@@ -17,7 +17,7 @@ using namespace Test;
 constexpr U32 interfaces = 64;
 constexpr U32 poolChunks = 8;
 constexpr U64 warmUp = 100'000;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef VORN_SANITIZED
 constexpr bool sanitized = true;  // keeps freed memory back, and takes its time
 constexpr U64 records = 500'000;
 #else
