@@ -204,7 +204,11 @@ void QdiscSource::forgetMissing(U64 now) {
   std::vector<Queue> const gone(std::make_move_iterator(end), std::make_move_iterator(missing_.end()));
   missing_.erase(end, missing_.end());
   for (Queue const& queue : gone) {
-    feed_.handleGone(queue.address);
+    // A discipline that was replaced has a successor in the same place, which goes on under its key.
+    auto const succeeds = [&queue](Queue const& other) {
+      return other.address.intfId == queue.address.intfId && other.address.key == queue.address.key;
+    };
+    if (std::none_of(queues_.begin(), queues_.end(), succeeds)) feed_.handleGone(queue.address);
     if (!present(queue.address.intfId)) handleInterfaceGone(queue.address.intfId);
   }
 }
