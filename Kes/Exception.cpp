@@ -4,5 +4,6 @@ namespace Kes {
 
 Exception::~Exception() = default;
 RangeException::~RangeException() = default;
+AccessException::~AccessException() = default;
 
 }  // namespace Kes

@@ -34,6 +34,11 @@ class KES_EXPORT PtrInterface {
   // The registered name of the object's type, such as "Vorn::Chunk".
   virtual std::string_view fwkType() const;
 
+  // Every object's first two attributes. They switch notifiees, of which there are none in this process: they
+  // do nothing, and take no place in the object.
+  void hasNotificationActiveIs(bool /*on*/) {}
+  void kesDoZombieReactors(bool /*on*/) {}
+
   void ptrAcquire() const noexcept {
     if (threadSafePtrs()) [[unlikely]]
       std::atomic_ref(count_).fetch_add(1, std::memory_order_relaxed);

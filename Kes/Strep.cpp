@@ -13,9 +13,9 @@ DecimalText::DecimalText(U64 number) {
 U64 deserializeUnsigned(StrepPos& pos, StrepPos end, U64 max) {
   U64 number = 0;
   auto const read = std::from_chars(pos, end, number);
-  if (read.ec == std::errc::invalid_argument) throw RangeException("no digits where a number was expected");
+  if (read.ec == std::errc::invalid_argument) throw ParseException("no digits where a number was expected");
   if (read.ec == std::errc::result_out_of_range || number > max)
-    throw RangeException(format("number larger than %u", max));
+    throw ParseException(format("number larger than %u", max));
   pos = read.ptr;
   return number;
 }
@@ -23,8 +23,8 @@ U64 deserializeUnsigned(StrepPos& pos, StrepPos end, U64 max) {
 U64 deserializeAttribute(StrepPos& pos, StrepPos end, U64 max, char const* attribute) {
   try {
     return deserializeUnsigned(pos, end, max);
-  } catch (RangeException const& failure) {
-    throw RangeException(format("attribute %s: %s", attribute, failure.what()));
+  } catch (ParseException const& failure) {
+    throw ParseException(format("attribute %s: %s", attribute, failure.what()));
   }
 }
 

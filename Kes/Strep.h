@@ -43,16 +43,29 @@ String valueToStrep(T number) {
   return DecimalText(number).view();
 }
 
-// Reads a whole text as a T, by T's deserialising constructor T(pos, end). Anything left over is a range
-// exception "junk at column COLUMN deserializing TEXT", the column counted from 0.
-template <class T>
-T strepToValue(String const& text) {
+// Reads a whole text by `read(pos, end)`, which moves `pos` past what it reads. Anything left over is a range
+// exception "junk at column COLUMN deserializing TEXT", the column counted from 0. A parse exception of
+// `read` gets the column added, which is where it has left `pos`.
+template <class Read>
+auto readWhole(String const& text, Read read) {
   StrepPos const begin = text.view().data();
   StrepPos const end = begin + text.size();
   StrepPos pos = begin;
-  T value(pos, end);
-  if (pos != end) throw RangeException(format("junk at column %lld deserializing %s", pos - begin, text));
+  auto value = [&] {
+    try {
+      return read(pos, end);
+    } catch (ParseException const& failure) {
+      throw ParseException(format("%s at column %lld deserializing %s", failure.what(), pos - begin, text));
+    }
+  }();
+  if (pos != end) throw ParseException(format("junk at column %lld deserializing %s", pos - begin, text));
   return value;
+}
+
+// Reads a whole text as a T, by T's deserialising constructor T(pos, end).
+template <class T>
+T strepToValue(String const& text) {
+  return readWhole(text, [](StrepPos& pos, StrepPos end) { return T(pos, end); });
 }
 
 }  // namespace Kes

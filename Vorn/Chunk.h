@@ -17,6 +17,7 @@ class VORN_EXPORT Chunk final : public Kes::PtrInterface, public EntryQueue {
  public:
   using Ptr = Kes::Ptr<Chunk>;
   using PtrConst = Kes::Ptr<Chunk const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   // A new, free chunk.
   static Ptr ChunkIs() { return Kes::makePtr<Chunk>(); }

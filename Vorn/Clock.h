@@ -13,6 +13,7 @@ class VORN_EXPORT Clock : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<Clock>;
   using PtrConst = Kes::Ptr<Clock const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   std::string_view fwkType() const override { return "Vorn::Clock"; }
 
@@ -30,6 +31,7 @@ class VORN_EXPORT TestClock : public Clock {
  public:
   using Ptr = Kes::Ptr<TestClock>;
   using PtrConst = Kes::Ptr<TestClock const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   std::string_view fwkType() const override { return "Vorn::TestClock"; }
 

@@ -39,6 +39,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<CongestionData>;
   using PtrConst = Kes::Ptr<CongestionData const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   using PortDataMap = Kes::HashMap<Pylo::IntfId, PortData::Ptr, Pylo::IntfIdHash>;
   using ChunkArray = Kes::RingQueue<Chunk::Ptr>;

@@ -20,6 +20,7 @@ class VORN_EXPORT Entry : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<Entry>;
   using PtrConst = Kes::Ptr<Entry const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   // `duration` starts at 0, `alwaysLog` false.
   Entry(Kes::U32 qLen, Microseconds const& timestamp) : timestamp_(timestamp), qLen_(qLen) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <iosfwd>
 
 #include "Kes/Strep.h"
@@ -17,6 +18,8 @@ inline constexpr Kes::U32 entriesPerChunk = 500;
 // its decimal digits.
 class VORN_EXPORT EntryIndex {
  public:
+  class GenericIf_;  // by-name access, see GenericIf.h
+
   constexpr EntryIndex() = default;
   explicit EntryIndex(Kes::U16 value) { valueIs(value); }
   EntryIndex(Kes::StrepPos& pos, Kes::StrepPos end);
@@ -39,7 +42,7 @@ class VORN_EXPORT EntryIndex {
       raise();
   }
 
-  constexpr bool operator==(EntryIndex const&) const = default;
+  constexpr auto operator<=>(EntryIndex const&) const = default;
 
  private:
   [[noreturn]] static void raise();
@@ -53,6 +56,8 @@ class VORN_EXPORT EntryIndex {
 // which are stored all the same.
 class VORN_EXPORT EntryIndexOrNull {
  public:
+  class GenericIf_;  // by-name access, see GenericIf.h
+
   constexpr EntryIndexOrNull() = default;
   explicit EntryIndexOrNull(Kes::U16 value) { valueIs(value); }
   EntryIndexOrNull(Kes::StrepPos& pos, Kes::StrepPos end);

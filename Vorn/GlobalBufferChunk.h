@@ -14,6 +14,7 @@ class VORN_EXPORT GlobalBufferChunk final : public Kes::PtrInterface, public Ent
  public:
   using Ptr = Kes::Ptr<GlobalBufferChunk>;
   using PtrConst = Kes::Ptr<GlobalBufferChunk const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   // `entryTobeMerged` of a chunk in no report: not a slot.
   static constexpr Kes::U16 noEntryTobeMerged = 65535;

@@ -13,6 +13,8 @@ namespace Vorn {
 // duration in records. Every value is in range. Its text is its decimal digits and nothing else.
 class VORN_EXPORT Microseconds {
  public:
+  class GenericIf_;  // by-name access, see GenericIf.h
+
   constexpr Microseconds() = default;
   constexpr explicit Microseconds(Kes::U64 value) : value_(value) {}
   // Reads decimal digits at `pos`, moving it past them. RangeException naming the attribute "value".

@@ -26,6 +26,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<PortData>;
   using PtrConst = Kes::Ptr<PortData const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   using ChunkQueue = Kes::LinkQueue<Chunk::Ptr>;
   using ChunkNode = ChunkQueue::Node;

@@ -15,6 +15,7 @@ class VORN_EXPORT PortMetaData : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<PortMetaData>;
   using PtrConst = Kes::Ptr<PortMetaData const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   PortMetaData(Kes::U32 identifier, Pylo::IntfId intfId);
 

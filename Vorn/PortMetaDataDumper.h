@@ -13,6 +13,7 @@ class VORN_EXPORT PortMetaDataDumper : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<PortMetaDataDumper>;
   using PtrConst = Kes::Ptr<PortMetaDataDumper const>;
+  class GenericIf_;  // by-name access, see GenericIf.h
 
   std::string_view fwkType() const override { return "Vorn::PortMetaDataDumper"; }
 

@@ -1,6 +1,25 @@
+// What happens when the library is loaded, in this order: the types are bound and registered, a flag tells
+// that this is done, the messages are defined. One file, since only that orders the objects of a library.
 #include "Vorn/Messages.h"
+#include "Vorn/Registration.h"
 
 namespace Vorn {
+
+namespace {
+
+constinit bool done = false;
+
+struct Types {
+  Types() {
+    bindTypes();
+    registerTypes();
+    done = true;
+  }
+} const initialised;
+
+}  // namespace
+
+bool initialisationDone() { return done; }
 
 // The three numbers that end every definition: rate-limit interval and burst (never silenced), and the number
 // of leading arguments in the rate-limit key.
