@@ -1,6 +1,8 @@
 #include "Kes/GenericIf.h"
 
+#include <algorithm>
 #include <array>
+#include <numeric>
 
 #include "Kes/Format.h"
 #include "Kes/Strep.h"
@@ -85,6 +87,13 @@ void detail::match(Call const& call, std::span<GenericIf const*> matched) {
   for (std::size_t i = 0; i < wanted.size(); ++i)
     if (matched[i] == nullptr)
       throw MissingArgumentException(format("argument %s is missing", wanted[i].name), wanted[i].name);
+}
+
+std::vector<U32> detail::sorted(std::size_t count, std::function<bool(U32, U32)> const& less) {
+  std::vector<U32> order(count);
+  std::iota(order.begin(), order.end(), U32{0});
+  std::stable_sort(order.begin(), order.end(), less);
+  return order;
 }
 
 GenericIf::Ptr GenericIf::genericIfListConstructor(GenericArgs const& args) const {

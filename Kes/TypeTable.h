@@ -1,7 +1,7 @@
 #pragma once
 
-#include <algorithm>
 #include <array>
+#include <functional>
 #include <span>
 #include <tuple>
 #include <utility>
@@ -124,19 +124,21 @@ GenericIf::Ptr run(Call const& call) {
   (std::make_index_sequence<std::tuple_size_v<Arguments>>());
 }
 
+// The numbers 0 to count - 1 in a stable order. Not a template, of which there would be one a collection.
+KES_EXPORT std::vector<U32> sorted(std::size_t count, std::function<bool(U32, U32)> const& less);
+
 template <class Key, class Value>
 class Members final : public GenericIterator {
  public:
   template <class Iterator>
   explicit Members(Iterator at) {
     for (; at; ++at) members_.emplace_back(at.key(), *at);
-    std::stable_sort(members_.begin(), members_.end(),
-                     [](auto const& a, auto const& b) { return a.first < b.first; });
+    order_ = sorted(members_.size(), [&](U32 a, U32 b) { return members_[a].first < members_[b].first; });
   }
 
-  explicit operator bool() const override { return at_ < members_.size(); }
-  GenericIf::Ptr key() const override { return toGeneric(members_[at_].first); }
-  GenericIf::Ptr value() const override { return toGeneric(members_[at_].second); }
+  explicit operator bool() const override { return at_ < order_.size(); }
+  GenericIf::Ptr key() const override { return toGeneric(members_[order_[at_]].first); }
+  GenericIf::Ptr value() const override { return toGeneric(members_[order_[at_]].second); }
   GenericIterator& operator++() override {
     ++at_;
     return *this;
@@ -144,6 +146,7 @@ class Members final : public GenericIterator {
 
  private:
   std::vector<std::pair<Key, Value>> members_;
+  std::vector<U32> order_;
   std::size_t at_ = 0;
 };
 
