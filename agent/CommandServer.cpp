@@ -36,6 +36,14 @@ bool takeCheckedWord(std::string& request) {
   return true;
 }
 
+// Who connected: told by the kernel.
+uid_t userBehind(int socket) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) throwErrno("SO_PEERCRED");
+  return peer.uid;
+}
+
 std::string answerFor(bool checked, std::string body, std::string_view failure) {
   if (checked) {
     body += Protocol::verdictMark;
@@ -49,10 +57,10 @@ std::string answerFor(bool checked, std::string body, std::string_view failure) 
 }  // namespace
 
 CommandServer::CommandServer(EventLoop& loop, std::string path, Vorn::CongestionData::Ptr recorder,
-                             OwnCommands ownCommands, Limits limits)
+                             OwnRequestHandler ownRequests, Limits limits)
     : loop_(loop),
       recorder_(std::move(recorder)),
-      ownCommands_(std::move(ownCommands)),
+      ownRequests_(std::move(ownRequests)),
       limits_(limits),
       listener_(std::move(path)),
       timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
@@ -148,8 +156,10 @@ void CommandServer::takeRequest(Member client) {
   client->checked = takeCheckedWord(request);
   if (!fits) return finish(client, "", tooLong);
   if (std::any_of(request.begin(), request.end(), isControl)) return finish(client, "", notText);
-  if (std::optional<std::string> answer = ownCommands_(request))
-    return finish(client, *std::move(answer), "");
+  if (std::optional<Answer> answer = ownRequests_(request, userBehind(client->socket.get()))) {
+    if (!answer->writer) return finish(client, std::move(answer->text), answer->failure);
+    client->writer = std::move(answer->writer);
+  }
   loop_.modify(client->socket.get(), 0);  // only its going away is of interest now
   enter(client, State::waiting, limits_.turn);
   startReports();
@@ -164,8 +174,8 @@ void CommandServer::startReports() {
 
 void CommandServer::startReport(Member client) {
   try {
-    client->child =
-        std::make_unique<ReportChild>(recorder_, client->socket.get(), client->text, limits_.report);
+    client->child = std::make_unique<ReportChild>(recorder_, client->socket.get(), client->text,
+                                                  client->writer, limits_.report);
   } catch (std::system_error const& error) {
     note(LOG_WARNING, std::string("no process for a report: ") + error.what());
     return finish(client, "", "no process for the report can be had");

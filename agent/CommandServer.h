@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -38,14 +40,21 @@ class CommandServer {
     std::chrono::milliseconds verdict{5'000};  // for an answer of the agent itself to be taken
   };
 
-  // Answers what the agent serves itself, without a child; nothing for a command that is a report. What
+  // What the agent itself has to say to a request: a text at once, or why not, or what a child is to write.
+  struct Answer {
+    std::string text{};
+    std::string failure{};  // empty: none
+    ReportWriter writer{};  // null: none
+  };
+
+  // Answers what the agent serves itself, for the user who asks; nothing for a command that is a report. What
   // changes the recorder belongs here, since a child's changes are lost with it.
-  using OwnCommands = std::function<std::optional<std::string>(std::string const& command)>;
+  using OwnRequestHandler = std::function<std::optional<Answer>(std::string const& request, uid_t client)>;
 
   // Listens at `path` (UnixSocket.h says when that is refused) from now until destruction, which ends all
   // children and closes all connections. `loop` outlives the server. Throws std::runtime_error.
   CommandServer(EventLoop& loop, std::string path, Vorn::CongestionData::Ptr recorder,
-                OwnCommands ownCommands, Limits limits);
+                OwnRequestHandler ownRequests, Limits limits);
   ~CommandServer();
   CommandServer(CommandServer const&) = delete;
   CommandServer& operator=(CommandServer const&) = delete;
@@ -61,6 +70,7 @@ class CommandServer {
     State state = State::requesting;
     bool checked = false;  // asked for the verdict
     std::string text;      // the request; once answering, what is still to be sent
+    ReportWriter writer;   // of what the agent itself has to say; null: a report of the recorder's
     Instant deadline;
     std::unique_ptr<ReportChild> child;
   };
@@ -85,7 +95,7 @@ class CommandServer {
 
   EventLoop& loop_;
   Vorn::CongestionData::Ptr recorder_;
-  OwnCommands ownCommands_;
+  OwnRequestHandler ownRequests_;
   Limits limits_;
   ServerSocket listener_;
   FileDescriptor timer_;

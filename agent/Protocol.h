@@ -8,7 +8,16 @@
 //
 // A client connects to the agent's Unix stream socket and sends one request, a line of at most 4 KiB. The
 // agent answers and closes the connection. The request is the recorder's option vocabulary ("-iEt1,Et2 -t30
-// csv"; an empty line asks for the whole history), or the single word "status". So a bare client is enough:
+// csv"; an empty line asks for the whole history), or one of the agent's own:
+//
+//   status                      what the agent itself is doing
+//   types [--json]              every registered type
+//   type NAME [--json]          one type's attributes
+//   get [--json] [--depth=N | --all] [PATH]    a value, an object or a collection by name
+//   set PATH VALUE              (root and the agent's own user)
+//   call PATH(NAME=VALUE, ...)  (the same)
+//
+// So a bare client is enough:
 //
 //   echo -s5 | socat - UNIX-CONNECT:/run/vorn/agent.sock
 //

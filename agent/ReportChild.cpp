@@ -56,30 +56,39 @@ void limitTimeTo(std::chrono::milliseconds limit) {
   ::setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-// The recorder's own way into a socket enlarges the send buffer first and gives up where that is forbidden,
-// so it is taken only where it will succeed.
-void writeReport(Vorn::CongestionData& recorder, int socket, std::string const& command) {
-  constexpr int sendBuffer = 8'000'000;
-  Kes::String const columns = columnsFor(Vorn::parseCommand(command));
-  if (::setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &sendBuffer, sizeof sendBuffer) == 0) {
-    recorder.handleCommand(static_cast<Kes::U32>(socket), command, columns, /*footer=*/"");
-    return;
-  }
+void writeStream(int socket, ReportWriter const& writer) {
   std::FILE* const stream = ::fdopen(socket, "w");
   if (stream == nullptr) throwErrno("fdopen");
-  recorder.doMergeAndDumpEntries(stream, command, columns, /*footer=*/"");
+  writer(stream);
   bool const failed = std::ferror(stream) != 0;
   if (std::fclose(stream) != 0 || failed) reportFailed = true;
 }
 
+// The recorder's own way into a socket enlarges the send buffer first and gives up where that is forbidden,
+// so it is taken only where it will succeed.
+void writeReport(Vorn::CongestionData& recorder, int socket, std::string const& command,
+                 ReportWriter const& writer) {
+  constexpr int sendBuffer = 8'000'000;
+  bool const enlarged = ::setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &sendBuffer, sizeof sendBuffer) == 0;
+  if (writer) return writeStream(socket, writer);
+  Kes::String const columns = columnsFor(Vorn::parseCommand(command));
+  if (enlarged) {
+    recorder.handleCommand(static_cast<Kes::U32>(socket), command, columns, /*footer=*/"");
+  } else {
+    writeStream(socket, [&](std::FILE* stream) {
+      recorder.doMergeAndDumpEntries(stream, command, columns, /*footer=*/"");
+    });
+  }
+}
+
 [[noreturn]] void childMain(Vorn::CongestionData& recorder, int socket, std::string const& command,
-                            std::chrono::milliseconds limit) {
+                            ReportWriter const& writer, std::chrono::milliseconds limit) {
   keepOnly(socket);
   leaveTheAgentsSignals();
   limitTimeTo(limit);
   Kes::traceSinkIs(&noteFailure);
   try {
-    writeReport(recorder, socket, command);
+    writeReport(recorder, socket, command, writer);
   } catch (std::regex_error const& error) {
     ::_exit(badPattern + static_cast<int>(error.code()));
   } catch (std::bad_alloc const&) {
@@ -112,10 +121,11 @@ std::string signalFailure(int signal) {
 }  // namespace
 
 ReportChild::ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket,
-                         std::string const& command, std::chrono::milliseconds limit)
+                         std::string const& command, ReportWriter const& writer,
+                         std::chrono::milliseconds limit)
     : pid_(::fork()) {
   if (pid_ < 0) throwErrno("fork");
-  if (pid_ == 0) childMain(*recorder, clientSocket, command, limit);
+  if (pid_ == 0) childMain(*recorder, clientSocket, command, writer, limit);
   pidfd_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
   if (pidfd_) return;
   int const reason = errno;

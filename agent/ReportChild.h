@@ -3,12 +3,17 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdio>
+#include <functional>
 #include <string>
 
 #include "Vorn/CongestionData.h"
 #include "agent/FileDescriptor.h"
 
 namespace Agent {
+
+// Writes a report into a stream, which tells by its error flag whether that succeeded.
+using ReportWriter = std::function<void(std::FILE*)>;
 
 // A child process that writes one report into a client's socket, while the agent goes on recording.
 //
@@ -22,11 +27,11 @@ namespace Agent {
 // report of up to some megabytes waits in the buffer for a slow client, and the child is gone at once.
 class ReportChild {
  public:
-  // Starts the report for `command`, a line of the recorder's vocabulary. `clientSocket` is a blocking
-  // connected stream socket; the caller keeps its own descriptor of it. Throws std::system_error if no
-  // process can be had.
+  // Starts the report for `command`: the writer's, or where that is null the recorder's, and `command` is a
+  // line of its vocabulary. `clientSocket` is a blocking connected stream socket; the caller keeps its own
+  // descriptor of it. Throws std::system_error if no process can be had.
   ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string const& command,
-              std::chrono::milliseconds limit);
+              ReportWriter const& writer, std::chrono::milliseconds limit);
   // Kills a child that still runs, and waits for its end.
   ~ReportChild();
   ReportChild(ReportChild const&) = delete;

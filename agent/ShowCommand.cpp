@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
@@ -148,13 +149,28 @@ std::string joined(std::vector<std::string> const& words) {
   return line;
 }
 
+// What the agent looks up or changes by name: it reads the request itself.
+ShowCommand byName(ShowOptions options, std::string const& verb) {
+  std::string request = verb;
+  if (options.json) request += " --json";
+  if (options.depth) request += " --depth=" + std::to_string(*options.depth);
+  if (verb == "get" && std::exchange(options.all, false)) request += " --all";
+  append(request, joined(options.words));
+  return asItIs(options, verb, request);
+}
+
 ShowCommand translate(ShowOptions const& options) {
   switch (options.report) {
     case Report::history: return history(options);
     case Report::statistics: return statistics(options);
     case Report::globalBuffer: return globalBuffer(options);
-    case Report::raw: return asItIs(options, "raw", joined(options.rawWords));
+    case Report::raw: return asItIs(options, "raw", joined(options.words));
     case Report::status: return asItIs(options, "status", std::string(Protocol::statusRequest));
+    case Report::types: return byName(options, "types");
+    case Report::type: return byName(options, "type");
+    case Report::get: return byName(options, "get");
+    case Report::set: return byName(options, "set");
+    case Report::call: return byName(options, "call");
   }
   throw UsageError("no such report");
 }
@@ -162,6 +178,9 @@ ShowCommand translate(ShowOptions const& options) {
 }  // namespace
 
 ShowCommand showCommandFor(ShowOptions const& options) {
+  bool const looksUp = options.report >= Report::types && options.report <= Report::get;
+  refuse(options.json && !looksUp, "--json applies to types, type and get");
+  refuse(options.depth && options.report != Report::get, "--depth applies to get");
   ShowCommand command = translate(options);
   refuse(std::any_of(command.request.begin(), command.request.end(), isControl),
          "the request holds a control character");

@@ -18,7 +18,18 @@ class UsageError : public std::invalid_argument {
 
 // What an operator asks vorn-show for, as the command line gives it.
 struct ShowOptions {
-  enum class Report : std::uint8_t { history, statistics, globalBuffer, raw, status };
+  enum class Report : std::uint8_t {
+    history,
+    statistics,
+    globalBuffer,
+    raw,
+    status,
+    types,
+    type,
+    get,
+    set,
+    call
+  };
 
   Report report = Report::history;
   std::vector<std::string> interfaces{};  // names, full or short
@@ -29,7 +40,9 @@ struct ShowOptions {
   bool latency = false;
   bool csv = false;
   bool all = false;
-  std::vector<std::string> rawWords{};  // of Report::raw: the vocabulary itself
+  std::vector<std::string> words{};      // of raw: the vocabulary itself; of type to call: what is asked for
+  bool json = false;                     // of types, type and get
+  std::optional<std::uint32_t> depth{};  // of get; 0: all
 };
 
 // The line to send to the agent, and what is left to do with the report that comes back.

@@ -14,8 +14,9 @@ namespace Agent {
 // agent answers, or where a file of another kind stands, std::runtime_error says so and nothing is touched.
 // Its directory is made if only the last part is missing.
 //
-// Everybody on the machine may connect (mode 0666): reports are for every operator, no request changes
-// anything, and a restricted agent is had by putting the socket into a directory with fewer rights.
+// Everybody on the machine may connect (mode 0666): reports are for every operator, who may change something
+// is judged by who asks, and a restricted agent is had by putting the socket into a directory with fewer
+// rights.
 class ServerSocket {
  public:
   explicit ServerSocket(std::string path);

@@ -22,7 +22,7 @@
 #include "agent/EventLoop.h"
 #include "agent/Journal.h"
 #include "agent/LinuxPortMetaDataDumper.h"
-#include "agent/Protocol.h"
+#include "agent/OwnRequests.h"
 #include "agent/QdiscSource.h"
 
 namespace {
@@ -81,10 +81,8 @@ void serve(Agent::AgentOptions const& options) {
   auto const recorder = makeRecorder(options, config, status, clock);
   Agent::QdiscSource source(recorder, config, status, clock,
                             {options.interval, options.startThresholdBytes, options.interfaces});
-  auto const ownCommands = [&source](std::string const& command) {
-    return command == Agent::Protocol::statusRequest ? std::optional(source.status() + '\n') : std::nullopt;
-  };
-  Agent::CommandServer const server(loop, options.socketPath, recorder, ownCommands, {});
+  Agent::OwnRequests const ownRequests(recorder, [&source] { return source.status(); });
+  Agent::CommandServer const server(loop, options.socketPath, recorder, ownRequests, {});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);

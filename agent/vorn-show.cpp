@@ -48,13 +48,35 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_option("-n,--count", options.count, "history: only the N newest records")->type_name("N");
   app.add_flag("-d,--drops", options.drops, "history: packets dropped");
   app.add_flag("-l,--latency", options.latency, "history: transmit latency");
-  app.add_flag("-a,--all", options.all, "history: the global buffer's records as well");
+  app.add_flag("-a,--all", options.all,
+               "history: the global buffer's records as well; get: everything below the path");
   app.add_flag("-c,--csv", options.csv,
                "history, stats, global: comma-separated, with column names, for programs");
+  app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
+  app.add_option("--depth", options.depth, "get: so many levels below the path (1)")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
   app.add_option("--socket", line.socketPath,
                  "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if it exists, else " +
                      std::string(Agent::Protocol::systemSocketPath) + ")")
       ->type_name("PATH");
+}
+
+// What is recorded, value by value. Words that a shell has cut at blanks are put together again.
+void addByName(CLI::App& app, CommandLine& line) {
+  auto const add = [&](char const* name, Report report, char const* help, char const* what) {
+    CLI::App* const sub = app.add_subcommand(name, help);
+    sub->callback([&line, report] { line.options.report = report; });
+    return *what == '\0' ? nullptr : sub->add_option(what, line.options.words)->type_name("");
+  };
+  add("types", Report::types, "Every type by name", "");
+  add("type", Report::type, "The attributes of a type", "NAME")->required();
+  add("get", Report::get, "A value, an object or a collection by name, such as portData[eth0].lastSyslogTime",
+      "PATH");
+  add("set", Report::set, "Set a value (root and the agent's own user)", "PATH VALUE")
+      ->required()
+      ->expected(2, -1);
+  add("call", Report::call, "Call an operation, as 'PATH(NAME=VALUE, ...)' (the same)", "CALL")->required();
 }
 
 void addReports(CLI::App& app, CommandLine& line) {
@@ -73,8 +95,9 @@ void addReports(CLI::App& app, CommandLine& line) {
   raw->fallthrough(false)->prefix_command()->set_help_flag();
   raw->callback([&line, raw] {
     line.options.report = Report::raw;
-    line.options.rawWords = raw->remaining();
+    line.options.words = raw->remaining();
   });
+  addByName(app, line);
 }
 
 // A user's own agent goes before the system's.

@@ -37,13 +37,13 @@ TEST(ShowCommand, Requests_andRefusals) {
             "-iEt1,eth0 -t30 -s5 -a");
   EXPECT_EQ(showCommandFor({.latency = true}).request, "-l");
   EXPECT_EQ(showCommandFor({.report = Report::globalBuffer, .csv = true}).request, "-i csv -a");
-  EXPECT_EQ(showCommandFor({.report = Report::raw, .rawWords = {"-iEt1", "csv"}}).request, "-iEt1 csv");
+  EXPECT_EQ(showCommandFor({.report = Report::raw, .words = {"-iEt1", "csv"}}).request, "-iEt1 csv");
   std::vector<ShowOptions> const meaningless = {{.drops = true, .latency = true},
                                                 {.latency = true, .all = true},
                                                 {.count = 0},
                                                 {.report = Report::statistics, .lastSeconds = 3},
                                                 {.report = Report::globalBuffer, .interfaces = {"eth0"}},
-                                                {.report = Report::raw, .csv = true, .rawWords = {"csv"}}};
+                                                {.report = Report::raw, .csv = true, .words = {"csv"}}};
   for (std::size_t i = 0; i < meaningless.size(); ++i)
     EXPECT_THROW(showCommandFor(meaningless[i]), UsageError) << i;
 }

@@ -60,8 +60,9 @@ class CommandServerTest : public testing::Test {
         .connections = 8, .reports = 2, .request = 500ms, .turn = 300ms, .report = 1500ms, .verdict = 5s};
     CommandServer const server(
         loop, path_, recorder,
-        [](std::string const& command) {
-          return command == "status" ? std::optional("fine\n") : std::nullopt;
+        [](std::string const& request, uid_t) {
+          using Answer = CommandServer::Answer;
+          return request == "status" ? std::optional(Answer{.text = "fine\n"}) : std::nullopt;
         },
         limits);
     if (::write(ready, "x", 1) == 1) loop.run();

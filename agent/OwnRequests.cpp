@@ -1,0 +1,42 @@
+#include "agent/OwnRequests.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "agent/Journal.h"
+#include "agent/ObjectChange.h"
+#include "agent/ObjectLookup.h"
+#include "agent/ObjectPath.h"
+#include "agent/Protocol.h"
+
+namespace Agent {
+
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status)
+    : recorder_(std::move(recorder)), status_(std::move(status)) {}
+
+std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& request, uid_t client) const {
+  using Answer = CommandServer::Answer;
+  try {
+    if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
+    if (isObjectChange(request)) return Answer{.text = change(request, client)};
+    if (!ObjectLookup::claims(request)) return std::nullopt;
+    auto const lookup = std::make_shared<ObjectLookup const>(recorder_, request);
+    return Answer{.writer = [lookup](std::FILE* out) { lookup->write(out); }};
+  } catch (ObjectError const& error) {
+    return Answer{.failure = error.what()};
+  }
+}
+
+std::string OwnRequests::change(std::string const& request, uid_t client) const {
+  if (client != 0 && client != ::geteuid()) {
+    throw ObjectError("only root and user " + std::to_string(::geteuid()) +
+                      ", as whom the agent runs, may set and call; you are user " + std::to_string(client));
+  }
+  std::string answer = changeObject(recorder_, request);
+  note(LOG_NOTICE, "user " + std::to_string(client) + ": " + request);
+  return answer;
+}
+
+}  // namespace Agent
