@@ -44,7 +44,7 @@ rapidjson::SizeType sizeOf(std::string const& text) { return static_cast<rapidjs
 struct JsonStream::Writer {
   explicit Writer(std::FILE* out) : stream(out, buffer.data(), buffer.size()), json(stream) {}
 
-  std::array<char, 16 * 1024> buffer;
+  std::array<char, 16'384> buffer;
   rapidjson::FileWriteStream stream;
   rapidjson::Writer<rapidjson::FileWriteStream> json;
 };

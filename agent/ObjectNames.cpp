@@ -18,6 +18,7 @@ bool equalButCase(std::string_view a, std::string_view b) {
 
 std::vector<std::string_view> namesOf(std::vector<DeclaredAttribute> const& attributes) {
   std::vector<std::string_view> names;
+  names.reserve(attributes.size());
   for (DeclaredAttribute const& declared : attributes) names.push_back(declared.attribute->name);
   return names;
 }

@@ -21,7 +21,7 @@ std::string nameOf(Kes::TypeGetter type) { return type != nullptr ? std::string(
 
 std::string_view valueOrObject(Type const& type) { return type.isValue() ? "value" : "object"; }
 
-std::string orDash(std::string text) { return text.empty() ? "-" : text; }
+std::string orDash(std::string const& text) { return text.empty() ? "-" : text; }
 
 // Rows with their columns aligned, behind an indent. A row of one is a heading.
 void writeColumns(std::FILE* out, std::vector<Row> const& rows, int indent) {
