@@ -44,7 +44,7 @@ enum class AttributeKind : U8 {
   collection       // members under keys
 };
 
-struct Attribute {
+struct KES_EXPORT Attribute {
   std::string_view name;
   AttributeKind kind;
   TypeGetter type;     // of the value, the result (null: none) or the members

@@ -60,12 +60,6 @@ std::string_view kindOf(Kes::Attribute const& attribute) {
   return "";
 }
 
-Kes::Operation const* operationOf(Kes::Attribute const& attribute, Kes::OpCode code) {
-  for (Kes::Operation const& operation : attribute.operations)
-    if (operation.code == code) return &operation;
-  return nullptr;
-}
-
 std::string argumentsOf(std::vector<Kes::Argument> const& arguments) {
   std::string text;
   for (Kes::Argument const& argument : arguments) {
@@ -76,7 +70,7 @@ std::string argumentsOf(std::vector<Kes::Argument> const& arguments) {
 }
 
 std::string argumentsOf(Kes::Attribute const& attribute) {
-  Kes::Operation const* const call = operationOf(attribute, Kes::OpCode::call);
+  Kes::Operation const* const call = attribute.operation(Kes::OpCode::call);
   return call != nullptr ? argumentsOf(call->arguments) : "";
 }
 

@@ -22,9 +22,6 @@ std::vector<DeclaredAttribute> attributesOf(Kes::Type const& type);
 // "fixed", "owned collection", ...
 std::string_view kindOf(Kes::Attribute const& attribute);
 
-// Null when the attribute has no such operation.
-Kes::Operation const* operationOf(Kes::Attribute const& attribute, Kes::OpCode code);
-
 // Arguments as text: "intfName: Kes::CharPtrConst, lowThreshold: U32". Attributes that are not called have
 // none.
 std::string argumentsOf(std::vector<Kes::Argument> const& arguments);

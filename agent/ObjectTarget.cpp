@@ -33,7 +33,7 @@ std::string unknownArgument(Attribute const& attribute, Kes::Operation const& op
 // What an operation complained of; called while that is being handled.
 [[noreturn]] void explainFailure(Attribute const& attribute, OpCode code) {
   std::string const name(attribute.name);
-  Kes::Operation const* const operation = operationOf(attribute, code);
+  Kes::Operation const* const operation = attribute.operation(code);
   try {
     throw;
   } catch (Kes::UnknownArgumentException const& failure) {

@@ -100,7 +100,7 @@ constexpr std::array rules = {
     Rule{"Vorn::PortMetaData", "numCpuQueues"},
     Rule{"Vorn::PortMetaData", "fabricPeerIntf"},
 
-    Rule{"Vorn::Entry", "qLen"},
+    Rule{"Vorn::Entry", "qLen", "a record's peak bound and latency belong to the queue length seen"},
     Rule{"Vorn::Entry", "duration"},
     Rule{"Vorn::Entry", "alwaysLog"},
     Rule{"Vorn::Entry", "doSyslog"},
@@ -126,7 +126,7 @@ Rule const* ruleFor(DeclaredAttribute const& declared) {
 
 // An untyped pointer or an object.
 bool wantsPointer(Kes::Attribute const& attribute) {
-  Kes::Operation const* const call = operationOf(attribute, Kes::OpCode::call);
+  Kes::Operation const* const call = attribute.operation(Kes::OpCode::call);
   return call != nullptr &&
          std::any_of(call->arguments.begin(), call->arguments.end(), [](Kes::Argument const& argument) {
            return !argument.type().isValue() || &argument.type() == &Kes::GenericOf<Kes::VoidPtr>::type();

@@ -84,7 +84,7 @@ void writeAttribute(JsonStream& json, DeclaredAttribute const& declared) {
   json.text(kindOf(attribute));
   writeType(json, "type", attribute.type != nullptr ? &attribute.type() : nullptr);
   if (attribute.keyType != nullptr) writeType(json, "keyType", &attribute.keyType());
-  if (Kes::Operation const* const call = operationOf(attribute, Kes::OpCode::call)) {
+  if (Kes::Operation const* const call = attribute.operation(Kes::OpCode::call)) {
     json.key("arguments");
     writeArguments(json, call->arguments);
   }

@@ -1,0 +1,221 @@
+// The front door by name: paths, answers, what may be changed and by whom.
+
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "Kes/TypeRegistry.h"
+#include "agent/AgentOptions.h"
+#include "agent/OwnRequests.h"
+#include "tests/support.h"
+
+namespace Agent {
+namespace {
+
+// A recorder with an interface of two chunks, one with a name that needs quotes, one whose name is no UTF-8,
+// and a global log.
+class ByName : public testing::Test {
+ protected:
+  ByName() {
+    bench_.recorder->numSharedChunksIs(3);
+    for (Kes::U64 i = 0; i < 502; ++i) bench_.update("eth0", 1500, 1000 + i, 0, 7);
+    bench_.append("a]b", ::Test::record(9, 3000));
+    bench_.append("x\xff", ::Test::record(9, 3000));
+    bench_.port("eth0")->newPortMetaData(Vorn::portMetaDataFactory(65537, Pylo::IntfId("eth0")));
+    bench_.recorder->allocateGlobalChunk();
+    bench_.recorder->doAddToGlobalLog(::Test::record(5, 1000));
+  }
+
+  // The answer as the client gets it; a refusal behind "! ".
+  std::string ask(std::string const& request, uid_t client = 0) const {
+    OwnRequests const requests(bench_.recorder, [] { return "fine"; });
+    auto const answer = requests(request, client);
+    if (!answer) return "a report";
+    if (!answer->failure.empty()) return "! " + answer->failure;
+    return answer->writer ? ::Test::Bench::written(answer->writer) : answer->text;
+  }
+  void expectPart(std::string const& request, std::string const& part) const {
+    std::string const answer = ask(request);
+    EXPECT_NE(answer.find(part), std::string::npos) << request << '\n' << answer;
+  }
+
+  ::Test::Bench bench_;
+};
+
+TEST_F(ByName, Get_followsPathsAndCompletesNames) {
+  std::map<std::string, std::string> const values = {
+      {"get numSharedChunks", "3\n"},
+      {"get portData[eth0].chunk[1].entry[1].qLen", "1500\n"},
+      {"get portData[eth0].chunk[0].entry[3].timestamp.value", "1003\n"},
+      {"get portData[\"a]b\"].chunk[0].entry[0].qLen", "9\n"},
+      {"get portData[eth0].entryIndex[7]", "1\n"},
+      {"get portData[eth0].chunk[0].nextChunk.entry[0].timestamp", "1500\n"},
+      {"get portData[eth0].chunk[0].prevChunk", "null\n"},
+      {"get globalBufferChunk.entryTobeMerged", "65535\n"},
+      {"get glob.count", "globalBufferChunk.counter: 0\n"},
+      {"status", "fine\n"},
+      {"-ieth0 get", "a report"},
+      {"getportData", "a report"}};
+  for (auto const& [request, value] : values) EXPECT_EQ(ask(request), value) << request;
+  expectPart("get .", "numSharedChunks     3\n");
+  expectPart("get", "portData            3 members: \"a]b\", eth0, x");
+  expectPart("get portData[eth0].chunk[1]", "prevChunk  Vorn::Chunk of eth0\n");
+  expectPart("get portData[eth0].portMetaData", "identifier=65537 counter=0 intfId=eth0");
+  expectPart("types", "Vorn::TestClock           object  Vorn::Clock        4\n");
+  expectPart("type congestiondata",
+             "doAddToLog                 function          Vorn::Microseconds              intfId: "
+             "Pylo::IntfId, entry");
+  expectPart("type Vorn::PortData", "owned collection  U32 -> Vorn::PortMetaData");
+}
+
+TEST_F(ByName, Get_explainsWhatIsWrong) {
+  std::map<std::string, std::string> const faults = {
+      {"get portData[eth0].chunk[0].entry[3].qlen", "no attribute 'qlen' in Vorn::Entry; did you mean qLen?"},
+      {"get portDat[eth0].", "column 14"},
+      {"get portData.chunk", "portData is a collection: say which member, e.g. portData[\"a]b\"]"},
+      {"get portData[eth9]", "no member eth9 in portData, which has 3 members: "},
+      {"get portData[eth0].chunk[x]", "wants a U32: no digits where a number was expected at column 0"},
+      {"get portData[eth0].chunk[0].entry[600]", "EntryIndex::value < 0 or > EntryIndex::max not allowed"},
+      {"get numSharedChunks[1]", "numSharedChunks is no collection"},
+      {"get portData[eth0].chunk[0].prevChunk.intfId", "prevChunk is null"},
+      {"get clock.getTime", "it is called"},
+      {"get allocateChunk", "(intfId: Pylo::IntfId)"},
+      {"get --depth=0", "--depth"},
+      {"get --deep", "--deep"},
+      {"type Chnk", "did you mean Chunk?"},
+      {"type", "'types' lists them"}};
+  for (auto const& [request, part] : faults) {
+    EXPECT_TRUE(ask(request).starts_with("! ")) << request << '\n' << ask(request);
+    expectPart(request, part);
+  }
+}
+
+TEST_F(ByName, Walk_isValidJsonAndNeverCircles) {
+  // A circle of links, which a restore by hand could leave behind.
+  Vorn::Chunk::Ptr const first = bench_.port("eth0")->chunk(0);
+  first->prevChunkIs(bench_.port("eth0")->chunk(1));
+  rapidjson::Document all;
+  all.Parse(ask("get --all --json").c_str());
+  first->prevChunkIs(nullptr);
+  ASSERT_FALSE(all.HasParseError());
+  auto const& port = all["portData"]["eth0"];
+  EXPECT_EQ(port["chunk"]["0"]["entry"]["499"]["timestamp"].GetUint64(), 1499U);
+  EXPECT_STREQ(port["chunk"]["0"]["prevChunk"]["reference"].GetString(), "Vorn::Chunk of eth0");
+  EXPECT_TRUE(port["chunk"]["1"]["nextChunk"].IsNull());
+  EXPECT_FALSE(port["mergeEntries"].GetBool());
+  EXPECT_TRUE(all["portData"].HasMember("x\xef\xbf\xbd"));
+  EXPECT_EQ(all["globalBufferChunk"]["lastSyslogTime"].GetDouble(), 0.0);
+  rapidjson::Document type;
+  type.Parse(ask("type --json PortData").c_str());
+  ASSERT_FALSE(type.HasParseError());
+  EXPECT_EQ(type["attributes"][1]["identifier"].GetUint(), 131U);
+  EXPECT_STREQ(type["attributes"][1]["keyType"].GetString(), "U32");
+}
+
+TEST_F(ByName, Change_isForRootAndTheAgentsUser) {
+  EXPECT_EQ(ask("set numSharedChunks 4", ::geteuid()), "numSharedChunks = 4\n");
+  for (char const* request : {"set numSharedChunks 5", "call allocateGlobalChunk()"})
+    EXPECT_TRUE(ask(request, ::geteuid() + 1).starts_with("! only root and user ")) << request;
+  EXPECT_EQ(bench_.recorder->numSharedChunks(), 4U);
+  EXPECT_EQ(ask("get numSharedChunks", ::geteuid() + 1), "4\n");
+}
+
+// Whatever is registered and can be set or called: exactly what is on this list is not refused as unsafe.
+TEST_F(ByName, Change_allowsNothingButWhatIsSafe) {
+  std::set<std::string> const safe = {"set numSharedChunks",
+                                      "set lastSyslogTime",
+                                      "set counter",
+                                      "set maxQLen",
+                                      "set timeOfMaxQLen",
+                                      "set timeOfCongestionStart",
+                                      "set cardSlot",
+                                      "set chipIndex",
+                                      "set numCpuQueues",
+                                      "set fabricPeerIntf",
+                                      "set duration",
+                                      "set maxBuffer",
+                                      "set timeOfMaxBuffer",
+
+                                      "set alwaysLog",
+                                      "call getUTCTime",
+                                      "call getTime",
+                                      "call fromSeconds",
+                                      "call toSeconds",
+                                      "call doSyslog",
+                                      "call allocateGlobalChunk",
+                                      "call hasNotificationActiveIs",
+                                      "call kesDoZombieReactors"};
+  std::map<std::string, std::string> const paths = {
+      {"Vorn::CongestionData", ""},
+      {"Vorn::PortData", "portData[eth0]."},
+      {"Vorn::PortMetaData", "portData[eth0].portMetaData[65537]."},
+      {"Vorn::Chunk", "portData[eth0].chunk[0]."},
+      {"Vorn::Entry", "portData[eth0].chunk[0].entry[0]."},
+      {"Vorn::Microseconds", "portData[eth0].chunk[0].entry[0].timestamp."},
+      {"Vorn::GlobalBufferChunk", "globalBufferChunk."},
+      {"Vorn::TestClock", "clock."},
+      {"Vorn::PortMetaDataDumper", "portMetaDataDumper."},
+      {"Vorn::EntryIndexOrNull", "portData[eth0].entryIndex[7]."}};
+  std::set<std::string> allowed;
+  for (auto const& [name, path] : paths) {
+    Kes::Type const& type = *Kes::TypeRegistry::instance().type(name);
+    for (Kes::Type const* at = &type; at != nullptr; at = at->base()) {
+      for (Kes::Attribute const& attribute : at->attributes()) {
+        if (type.attribute(attribute.name) != &attribute) continue;
+        bool const called = attribute.operation(Kes::OpCode::call) != nullptr;
+        std::string const verb = called ? "call " : "set ";
+        std::string const answer =
+            ask(verb + path + std::string(attribute.name) + (called ? "(no=1)" : " ?"));
+        bool const refused = answer.find("may not be") != std::string::npos ||
+                             answer.find("a copy of") != std::string::npos ||
+                             answer.find("cannot be set") != std::string::npos;
+        if (!refused) allowed.insert(verb + std::string(attribute.name));
+      }
+    }
+  }
+  EXPECT_EQ(allowed, safe);
+}
+
+TEST_F(ByName, Change_takesEffectOrLeavesAllAsItWas) {
+  EXPECT_EQ(ask("set portData[eth0].portMetaData[65537].fabricPeerIntf \"Fabric 1\""),
+            "portData[eth0].portMetaData[65537].fabricPeerIntf = Fabric 1\n");
+  EXPECT_EQ(bench_.port("eth0")->portMetaData(65537)->fabricPeerIntf(), Pylo::IntfId("Fabric 1"));
+  EXPECT_EQ(ask("set portData[eth0].lastSyslogTime 12.5"), "portData[eth0].lastSyslogTime = 12.5\n");
+  EXPECT_EQ(bench_.port("eth0")->lastSyslogTime(), 12.5);
+  EXPECT_EQ(ask("call clock.getUTCTime()"), "0\n");
+  EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].timestamp.fromSeconds( seconds = 1.5 )"), "1500000\n");
+  bench_.config->logIntervalIs(1.0);
+  EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].doSyslog(intfName=\"a,b)\", lowThreshold=1, "
+                "highThreshold=2000)"),
+            "done\n");
+  ASSERT_EQ(::Test::logged.size(), 1U);
+  EXPECT_NE(::Test::logged[0].find("Interface a,b) queue length is over low threshold of 1,"),
+            std::string::npos);
+  std::map<std::string, std::string> const faults = {
+      {"set numSharedChunks 0", "1 to"},
+      {"set numSharedChunks 16777217", "1 to"},
+      {"set numSharedChunks -1", "column 0"},
+      {"set numShared 5", "did you mean numSharedChunks?"},
+      {"set portData[eth0].lastSyslogTime nan", "finite"},
+      {"set portData[eth0].intfId eth1", "intfId"},
+      {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
+      {"set portData[eth0].chunk[0] 5", "may not be set"},
+      {"set numSharedChunks", "column 15"},
+      {"set", "! "},
+      {"call numSharedChunks()", "it is not called"},
+      {"call clock.getUTCTime", "column 16"},
+      {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x, low=1)", "no argument 'low'"},
+      {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x)", "lowThreshold"},
+      {"call portMetaDataDumper.dumpStatistics(portMetaData=1, filePtr=2)", "pointer"}};
+  std::string const before = ask("get --all --json");
+  for (auto const& [request, part] : faults) {
+    EXPECT_TRUE(ask(request).starts_with("! ")) << request << '\n' << ask(request);
+    expectPart(request, part);
+  }
+  EXPECT_EQ(ask("get --all --json"), before);
+}
+
+}  // namespace
+}  // namespace Agent
