@@ -132,6 +132,26 @@ show 0 global --csv
 [ "$(lines 'br-c0|up\.1')" -eq 0 ] && [ "$(lines '^global')" -gt 0 ] || fail "global --csv: $(cat "$scratch/out")"
 expect "a queue above its threshold is in the messages" grep -q QUEUEMONITOR_LENGTH_OVER_THRESHOLD "$scratch/messages"
 
+# By name: everybody reads, root and the agent's user change.
+show 0 get 'portData["up.1"].chunk[0].entry[0].qLen'
+expect "a queue length alone on its line" grep -qxE '[1-9][0-9]*' "$scratch/out"
+show 0 get portData --all --json
+expect "the records of both links" grep -qE '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' "$scratch/out"
+show 1 get 'portData[up.1].chunk[0].entry[0].qlen'
+expect "the right name is offered" grep -q "no attribute 'qlen' in Vorn::Entry; did you mean qLen?" "$scratch/err"
+show 0 set numSharedChunks 7
+show 0 get numSharedChunks
+expect "the pool is set" grep -qx 7 "$scratch/out"
+expect "the change is in the messages" grep -q 'user 0: set numSharedChunks 7' "$scratch/messages"
+show 1 call 'allocateChunk(intfId=up.1)'
+stranger=(setpriv --reuid=65534 --clear-groups)
+chmod 711 "$scratch"
+if "${stranger[@]}" "$show_program" --version >/dev/null 2>&1; then
+  expect "a stranger reads" "${stranger[@]}" "$show_program" --socket "$socket" get numSharedChunks
+  "${stranger[@]}" "$show_program" --socket "$socket" set numSharedChunks 8 2>"$scratch/err" && fail "a stranger sets"
+  expect "why is said" grep -q 'only root and user 0, .*; you are user 65534' "$scratch/err"
+fi
+
 # How vorn-show ends.
 show 1 raw '-ibr['
 expect "a bad pattern is named" grep -q 'unmatched square bracket' "$scratch/err"
