@@ -18,7 +18,7 @@ VORN_EXPORT std::regex compilePattern(std::string const& pattern);
 // Whether a report shows an interface: always without a filter, else when some pattern of the list matches
 // its whole short name as a regular expression (ECMAScript). Patterns are tried in list order and compiled
 // when first tried, once a report, so a bad pattern behind one that matches does no harm.
-class InterfaceFilter {
+class VORN_EXPORT InterfaceFilter {
  public:
   explicit InterfaceFilter(CommandOptions const& options);
 
@@ -26,8 +26,15 @@ class InterfaceFilter {
 
  private:
   struct Pattern {
+    enum class Form { unknown, name, beginning, expression };
+
+    bool matches(std::string const& name);
+    void prepare();
+
     std::string text;
-    std::optional<std::regex> compiled;
+    Form form = Form::unknown;             // found out on first use
+    std::string literal{};                 // of names and beginnings
+    std::optional<std::regex> compiled{};  // of expressions
   };
 
   bool all_;

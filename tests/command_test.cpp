@@ -11,6 +11,7 @@
 #include <regex>
 #include <thread>
 
+#include "Vorn/InterfaceFilter.h"
 #include "tests/support.h"
 
 namespace {
@@ -201,6 +202,23 @@ TEST(CommandOptions, TheFirstRowThatOccursDecides) {
 }
 
 // The variable is read once a process, so each case has its own.
+// Names, beginnings and expressions are told apart for speed only: each selects what the expression would.
+TEST(InterfaceFilter, SelectsWhatTheExpressionsMean) {
+  std::vector<std::string> const names = {"Et1",   "Et1/1", "Et10", "Et", "eth0.100", "eth0x100",
+                                          "br-c0", "br_c0", "a.*",  "a",  "a\n",      "ax\ny",
+                                          "E[t]1", "Et1.*", "",     "1"};
+  for (char const* pattern :
+       {"Et1", "Et1.*", ".*", "Et1/.*", "eth0\\.100", "eth0.100", "br[-]c0", "br[-_]c0", "a\\.\\*", "a.*",
+        "[E]t1", "E[t]1.*", "Et(1|10)", "Et1.*.*", "Et[0-9]+", "\\d", "E\\[t\\]1"})
+    for (std::string const& name : names) {
+      Vorn::CommandOptions options;
+      options.interfacePatterns = {pattern};
+      options.allInterfaces = false;
+      EXPECT_EQ(Vorn::InterfaceFilter(options).matches(name), std::regex_match(name, std::regex(pattern)))
+          << pattern << " and " << name;
+    }
+}
+
 TEST(NumSharedChunks, ComesFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   std::pair<char const*, U32> const cases[] = {{nullptr, 200}, {"1000", 1000}, {" 42abc", 42},
