@@ -1,0 +1,168 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Kes/Strep.h"
+#include "Vorn/Clock.h"
+#include "Vorn/Entry.h"
+#include "bench/Workload.h"
+
+// The least that anything could do which gives the same result: what the recorder is measured against. The
+// floors do without names, thresholds and a pool: their callers hold an array index. The host's clock is read
+// for each record that is appended, as the recorder has to.
+namespace Bench {
+
+// Gives a class memory from a stack of free blocks of its size. Blocks are never given back.
+template <class T>
+class FromSlab {
+ public:
+  static void* operator new(std::size_t) {
+    if (free_ == nullptr) grow();
+    return std::exchange(free_, free_->next);
+  }
+  static void operator delete(void* block) noexcept { free_ = new (block) Block{free_}; }
+
+ private:
+  struct Block {
+    Block* next;
+  };
+
+  static void grow() {
+    constexpr std::size_t blocks = 4096;
+    auto* const slab = static_cast<std::byte*>(::operator new(blocks * sizeof(T)));
+    slabs_.push_back(slab);
+    for (std::size_t i = blocks; i > 0; --i) FromSlab::operator delete(slab + (i - 1) * sizeof(T));
+  }
+
+  inline static Block* free_ = nullptr;
+  inline static std::vector<void*> slabs_;  // keeps them reachable
+};
+
+// A record as drivers hand them over: counted, with virtual functions.
+class SlabEntry final : public Vorn::Entry, public FromSlab<SlabEntry> {
+ public:
+  using Handle = Kes::Ptr<SlabEntry>;
+  using Entry::Entry;
+  using FromSlab::operator new;
+  using FromSlab::operator delete;
+};
+
+// The same data without count or virtual functions. Nobody else could keep one.
+class SlabStruct : public FromSlab<SlabStruct> {
+ public:
+  using Handle = std::unique_ptr<SlabStruct>;
+
+  SlabStruct(U32 qLen, Vorn::Microseconds timestamp) : timestamp_(timestamp), qLen_(qLen) {}
+  U32 qLen() const { return qLen_; }
+  void qLenIs(U32 qLen) { qLen_ = qLen; }
+  Vorn::Microseconds timestamp() const { return timestamp_; }
+  Vorn::Microseconds duration() const { return duration_; }
+  void durationIs(Vorn::Microseconds duration) { duration_ = duration; }
+
+ private:
+  Vorn::Microseconds timestamp_;
+  Vorn::Microseconds duration_;
+  U32 qLen_;
+};
+
+// Append: array index, ring, slab record. Merge: array index, flat key table; it serves as long as no two of
+// an interface's keys meet in a cell and no ring comes round.
+template <class Record>
+class RingLog {
+ public:
+  static constexpr std::size_t firsts = 0;
+  static constexpr std::size_t least = capacity;
+
+  explicit RingLog(Workload const& workload) : ports_(workload.ports()) {}
+
+  void append(U32 port, U32 qLen, U64 timestamp) {
+    ports_[port].add(Handle(new Record(qLen, Vorn::Microseconds(timestamp))), clock_->getUTCTime());
+  }
+
+  void update(U32 port, U32 qLen, U64 timestamp, U64 coalesceTime, U32 key) {
+    Handle record(new Record(qLen, Vorn::Microseconds(timestamp)));
+    Port& log = ports_[port];
+    Cell& cell = log.keys[key % log.keys.size()];
+    if (cell.latest != nullptr && cell.key == key && merged(*cell.latest, *record, coalesceTime)) return;
+    cell = {key, record.get()};
+    log.add(std::move(record), clock_->getUTCTime());
+  }
+
+  std::vector<Kept> kept(U32 port) const {
+    std::vector<Kept> records;
+    Port const& log = ports_[port];
+    for (U32 i = log.next - std::min(log.next, capacity); i != log.next; ++i) {
+      Record const& record = *log.ring[i % capacity];
+      records.push_back({record.timestamp().value(), record.duration().value(), record.qLen()});
+    }
+    return records;
+  }
+
+ private:
+  using Handle = typename Record::Handle;
+
+  struct Cell {
+    U32 key;
+    Record* latest;
+  };
+
+  struct Port {
+    std::array<Cell, 8> keys{};
+    U32 next = 0;  // counts up; the ring's slot is the remainder
+    std::array<Handle, capacity> ring{};
+
+    Kes::Seconds lastTime = 0.0;
+
+    void add(Handle record, Kes::Seconds time) {
+      lastTime = time;
+      ring[next++ % capacity] = std::move(record);
+    }
+  };
+
+  static bool merged(Record& latest, Record const& record, U64 coalesceTime) {
+    U64 const span = record.timestamp().value() - latest.timestamp().value();
+    if (span - latest.duration().value() > coalesceTime) return false;
+    latest.durationIs(Vorn::Microseconds(span));
+    if (record.qLen() > latest.qLen()) latest.qLenIs(record.qLen());
+    return true;
+  }
+
+  Vorn::Clock::Ptr const clock_ = Vorn::testClockFactory();
+  std::vector<Port> ports_;
+};
+
+using FloorLog = RingLog<SlabEntry>;
+using StructFloorLog = RingLog<SlabStruct>;
+
+// Report: records that stand in order already, through the same writer into the same kind of stream.
+struct SortedRecord {
+  Vorn::Entry::Ptr entry;
+  std::string shortName;
+};
+
+inline void writeSorted(std::vector<SortedRecord> const& records, std::FILE* out, bool csv) {
+  auto const write = [out, csv](SortedRecord const& record) {
+    Kes::DecimalText const time(record.entry->timestamp().value());
+    expect(record.entry->dumpEntry(out, time.charPtr(), record.shortName.c_str(), csv) == 0, "a writer");
+  };
+  if (csv)
+    std::for_each(records.begin(), records.end(), write);
+  else
+    std::for_each(records.rbegin(), records.rend(), write);
+}
+
+// Interface filter: each pattern is compiled whenever it is tried.
+inline bool matchesCompilingEach(std::vector<std::string> const& patterns, std::string const& shortName) {
+  return std::any_of(patterns.begin(), patterns.end(), [&](std::string const& pattern) {
+    return std::regex_match(shortName, std::regex(pattern));
+  });
+}
+
+}  // namespace Bench

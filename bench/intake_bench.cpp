@@ -1,0 +1,177 @@
+// Each way of a record into the recorder, and into what could stand in its place.
+//
+//   private     into an interface's first chunk
+//   newShared   each append gets a new shared chunk
+//   steal       each append takes a full chunk from another interface
+//   full        all logs are full: the mixture of a long run
+//   merge       an update that merges, 8 keys an interface
+//   global      into the full log of the global buffer
+
+#include "bench/Floor.h"
+#include "bench/IntakeCases.h"
+#include "bench/StandardLog.h"
+#include "bench/Suite.h"
+#ifdef VORN_BENCH_SPDLOG
+#include "bench/SpdlogLog.h"
+#endif
+#ifdef VORN_BENCH_SQLITE
+#include "bench/SqliteLog.h"
+#endif
+
+namespace Bench {
+
+namespace {
+
+// A recorder that is made anew for every batch and given a first part of the records before the clock runs.
+class FreshCase {
+ public:
+  enum class Kind { privateChunk, newShared };
+
+  FreshCase(U32 ports, Kind kind) : workload_(ports), kind_(kind) {}
+
+  // At most batch() operations: as many as there is room for.
+  static U64 batch(U32 ports, Kind kind) { return kind == Kind::newShared ? ports : ports * U64{300}; }
+
+  double run(U64 count) {
+    log_ = std::make_unique<RecorderLog>(workload_);
+    before_ = kind_ == Kind::newShared ? Vorn::entriesPerChunk : 1;
+    U64 n = 0;
+    for (U32 round = 0; round < before_; ++round)
+      for (U32 port = 0; port < workload_.ports(); ++port) append(port, n++);
+    bool const inTurn = kind_ == Kind::newShared;
+    return secondsOf([&] {
+      for (U64 i = 0; i < count; ++i, ++n) append(inTurn ? static_cast<U32>(i) : workload_.port(i), n);
+    });
+  }
+
+  void check() const {
+    expect(log_->recorder().chunkArrayCount() == (kind_ == Kind::newShared ? workload_.ports() : 0),
+           "number of shared chunks");
+    expect(retainedRecords(log_->recorder()) ==
+               U64{before_} * workload_.ports() + batch(workload_.ports(), kind_),
+           "number of records");
+  }
+
+ private:
+  void append(U32 port, U64 n) { log_->append(port, Workload::qLen(n), Workload::timestamp(n)); }
+
+  Workload workload_;
+  Kind const kind_;
+  std::unique_ptr<RecorderLog> log_;
+  U32 before_ = 0;
+};
+
+class StealBatches {
+ public:
+  explicit StealBatches(U32 ports) : case_(ports) {}
+  double run(U64) { return case_.runPass(); }
+
+ private:
+  StealCase case_;
+};
+
+class GlobalCase {
+ public:
+  GlobalCase() { recorder_->allocateGlobalChunk(); }
+
+  double run(U64 count) {
+    U64 const end = next_ + count;
+    return secondsOf([&] {
+      for (; next_ != end; ++next_)
+        recorder_->doAddToGlobalLog(
+            Kes::makePtr<Vorn::Entry>(Workload::qLen(next_), Vorn::Microseconds(Workload::timestamp(next_))));
+    });
+  }
+  void check() const {
+    U64 n = next_ - Vorn::entriesPerChunk;
+    for (auto entry = recorder_->globalBufferChunk()->entryIterator(); entry; ++entry, ++n)
+      expect((*entry)->timestamp().value() == Workload::timestamp(n), "global records");
+    expect(n == next_, "number of global records");
+  }
+
+ private:
+  Vorn::CongestionData::Ptr recorder_ = newRecorder();
+  U64 next_ = 0;
+};
+
+// A case of its own workload, filled where it has to be.
+template <class Case>
+class Owning {
+ public:
+  template <class... Args>
+  explicit Owning(U32 ports, Spread spread, Args&&... args)
+      : workload_(ports, spread), case_(workload_, std::forward<Args>(args)...) {
+    if constexpr (requires { case_.fill(); }) case_.fill();
+  }
+  double run(U64 count) { return case_.run(count); }
+  void check() const { case_.check(); }
+
+ private:
+  Workload workload_;
+  Case case_;
+};
+
+template <class Case, class... Args>
+auto make(Args... args) {
+  return [args...] { return std::make_unique<Case>(args...); };
+}
+
+template <class Log>
+void addFull(std::string const& log, bool smoke, U32 ports) {
+  using Case = Owning<AppendCase<Log>>;
+  U64 const batch = smoke ? 1000 : 200'000;
+  addCase(sized("full/uniform/" + log, ports), smoke, batch, make<Case>(ports, Spread::uniform));
+  addCase(sized("full/skewed/" + log, ports), smoke, batch, make<Case>(ports, Spread::skewed));
+}
+
+void addRecorderCases(bool smoke, U32 ports) {
+  using Full = Owning<AppendCase<RecorderLog>>;
+  using Kind = FreshCase::Kind;
+  U64 const batch = smoke ? 1000 : 200'000;
+  for (auto const& [name, kind] : {std::pair{"private", Kind::privateChunk}, {"newShared", Kind::newShared}})
+    addCase(sized(name, ports), smoke, FreshCase::batch(ports, kind), make<FreshCase>(ports, kind));
+  // An only interface has nobody to take from.
+  if (ports > 1) addCase(sized("steal", ports), smoke, ports, make<StealBatches>(ports));
+  addFull<RecorderLog>("recorder", smoke, ports);
+  addCase(sized("full/uniform/recorder with the real clock", ports), smoke, batch,
+          make<Full>(ports, Spread::uniform, Vorn::clockFactory()));
+}
+
+void addPeerCases(bool smoke, U32 ports) {
+  addFull<FloorLog>("floor", smoke, ports);
+  addFull<StructFloorLog>("floor of plain structs", smoke, ports);
+  addFull<DequeLog>("map of deques", smoke, ports);
+#ifdef VORN_BENCH_BOOST
+  addFull<CircularBufferLog>("map of circular buffers", smoke, ports);
+#endif
+#ifdef VORN_BENCH_SPDLOG
+  addFull<SpdlogLog>("spdlog ring buffer", smoke, ports);
+#endif
+#ifdef VORN_BENCH_SQLITE
+  // Filling four million rows would take longer than all else.
+  if (ports <= 512) addFull<SqliteLog>("SQLite", smoke, ports);
+#endif
+}
+
+void addMergeCases(bool smoke, U32 ports) {
+  U64 const batch = smoke ? 1000 : 200'000;
+  addCase(sized("merge/floor", ports), smoke, batch,
+          make<Owning<MergeCase<FloorLog>>>(ports, Spread::uniform));
+  addCase(sized("merge/floor of plain structs", ports), smoke, batch,
+          make<Owning<MergeCase<StructFloorLog>>>(ports, Spread::uniform));
+  addCase(sized("merge/recorder", ports), smoke, batch,
+          make<Owning<MergeCase<RecorderLog>>>(ports, Spread::uniform));
+}
+
+}  // namespace
+
+void addCases(bool smoke) {
+  for (U32 const ports : smoke ? std::vector<U32>{4} : std::vector<U32>{1, 64, 512, 4096}) {
+    addRecorderCases(smoke, ports);
+    addPeerCases(smoke, ports);
+    addMergeCases(smoke, ports);
+  }
+  addCase("global", smoke, 10'000, make<GlobalCase>());
+}
+
+}  // namespace Bench
