@@ -25,15 +25,14 @@ Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::Stri
   beginReport(out, reportTime, reportHeader);
   StartRecordCursor startRecords(portMetaDataDumper_, out, /*csvFormat=*/true);
   while (cursor.total() != 0) {
-    auto const [port, entry] = cursor.choose();
+    auto const [port, entry, shortName] = cursor.choose();
     assertThat(port != nullptr, operation, "oldestEntryChunk");
     while (!startRecords.atEnd() && startRecords.time() < entry->timestamp()) startRecords.write();
     VORN_TRACE(6, "Oldest chunk " << port->intfId() << " numEntries " << port->chunkTobeMerged()->entrys());
     cursor.advance();
     if (showAll) doMergeAndDumpGlobalChunk(out, entry, /*ascending=*/true);
     Kes::DecimalText const time(entry->timestamp().value());
-    Kes::S32 const result =
-        entry->dumpEntry(out, time.charPtr(), port->intfId().shortName().charPtr(), /*cvsFormat=*/true);
+    Kes::S32 const result = entry->dumpEntry(out, time.charPtr(), shortName, /*cvsFormat=*/true);
     if (result != 0) {
       VORN_TRACE(0, "doDumpEntriesInCSVFormat : entry dump failed ");
       return result;

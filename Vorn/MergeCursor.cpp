@@ -1,6 +1,7 @@
 #include "Vorn/MergeCursor.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "Vorn/Assert.h"
 #include "Vorn/Trace.h"
@@ -11,7 +12,7 @@ MergeCursor::MergeCursor(CongestionData::PortDataMap const& ports, Direction dir
     : direction_(direction) {
   for (auto const& [intfId, port] : ports) {
     if (!port->mergeEntries() || port->chunks() == 0) continue;
-    Row row{port, nullptr, nullptr, 0, 0};
+    Row row{port, intfId.shortName().charPtr()};
     if (direction_ == Direction::oldestFirst) {
       load(row, Chunk::Ptr(port->chunkHead()));
       VORN_TRACE(6, "head index " << port->chunkMetadata().headKey - 1 << " num of entries " << row.left);
@@ -19,26 +20,26 @@ MergeCursor::MergeCursor(CongestionData::PortDataMap const& ports, Direction dir
       load(row, Chunk::Ptr(port->chunkTail()));
     }
     rows_.push_back(std::move(row));
-    keys_.push_back(exhausted);
   }
-  blocks_.resize((rows_.size() + blockSize - 1) / blockSize);
+  leaves_ = std::bit_ceil(std::max<std::size_t>(rows_.size(), 1));
+  matches_.resize(2 * leaves_);
   for (std::size_t index = 0; index < rows_.size(); ++index) settle(index);
-  for (std::size_t block = 0; block < blocks_.size(); ++block) refreshBlock(block);
+  for (std::size_t match = leaves_ - 1; match > 0; --match) play(match);
 }
 
-MergeCursor::Choice MergeCursor::choose() {
-  Block best{exhausted, 0};
-  for (Block const& block : blocks_)
-    if (block.key < best.key) best = block;
-  if (best.key == exhausted) return {};
-  chosen_ = best.row;
-  return {rows_[chosen_].port.get(), rows_[chosen_].entry};
+MergeCursor::Choice MergeCursor::choose() const {
+  if (matches_[1].key == exhausted) return {};
+  Row const& row = rows_[matches_[1].row];
+  return {row.port.get(), row.entry, row.shortName};
 }
 
 void MergeCursor::advance() {
-  step(rows_[chosen_]);
-  settle(chosen_);
-  refreshBlock(chosen_ / blockSize);
+  std::size_t const chosen = matches_[1].row;
+  step(rows_[chosen]);
+  settle(chosen);
+  for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) play(match);
+  // Its port is written to next.
+  __builtin_prefetch(rows_[matches_[1].row].port.get(), /*rw=*/1);
 }
 
 // Puts a row's cursor at the first position of a chunk.
@@ -62,12 +63,12 @@ void MergeCursor::settle(std::size_t index) {
     if (row.left > 0) break;
     if (nextChunk(row)) continue;
     row.port->mergeEntriesIs(false);
-    keys_[index] = exhausted;
+    matches_[leaves_ + index] = {};
     return;
   }
   row.entry = row.chunk->entrySlots().slot(row.slot).get();
   row.port->entryTobeMergedIs(static_cast<Kes::U16>(row.slot));
-  keys_[index] = keyOf(*row.entry);
+  matches_[leaves_ + index] = {keyOf(*row.entry), static_cast<Kes::U32>(index)};
   // The port that just gave a record is likely to give the next one too.
   Kes::U32 const ahead = direction_ == Direction::oldestFirst ? EntryQueue::Slots::after(row.slot)
                                                               : EntryQueue::Slots::before(row.slot);
@@ -96,12 +97,10 @@ void MergeCursor::step(Row& row) const {
   --row.left;
 }
 
-void MergeCursor::refreshBlock(std::size_t block) {
-  std::size_t const end = std::min((block + 1) * blockSize, keys_.size());
-  Block best{exhausted, 0};
-  for (std::size_t row = block * blockSize; row < end; ++row)
-    if (keys_[row] < best.key) best = {keys_[row], row};
-  blocks_[block] = best;
+void MergeCursor::play(std::size_t match) {
+  Contender const& left = matches_[2 * match];
+  Contender const& right = matches_[2 * match + 1];
+  matches_[match] = right.key < left.key ? right : left;
 }
 
 Kes::U64 MergeCursor::keyOf(Entry const& entry) const {

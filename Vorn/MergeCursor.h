@@ -9,9 +9,9 @@ namespace Vorn {
 // Merges the records of many interfaces into one time line, for the two entry reports: a cursor in every port
 // whose mergeEntries is set, and the choice of the port whose record comes next.
 //
-// The choice is a linear scan in the ports' iteration order, so that of equal times the port met first wins;
-// but it scans a dense array of the current times, and the best of each block of 64, instead of chasing port,
-// chunk and record. The ports' own cursor attributes follow line by line.
+// The choice is what a linear scan in the ports' iteration order would find, so that of equal times the port
+// met first wins; but it is a tournament over the current times, of which a line plays one match a level,
+// instead of chasing port, chunk and record of each. The ports' own cursor attributes follow line by line.
 //
 // total() counts the positions loaded into cursors and not yet counted off: those of a port's current chunk,
 // never of the chunks behind it. Holes count off when they are passed.
@@ -22,6 +22,7 @@ class MergeCursor {
   struct Choice {
     PortData* port = nullptr;  // null: no record can be chosen
     Entry const* entry = nullptr;
+    Kes::CharPtrConst shortName = nullptr;  // of the port's interface
   };
 
   // Sets every port's cursor up at its first record in that direction.
@@ -31,43 +32,46 @@ class MergeCursor {
 
   // The record that comes next: strictly the earliest (latest) time, and never the last (first) moment that a
   // Microseconds can name. It stays chosen until advance().
-  Choice choose();
+  Choice choose() const;
   // Moves the chosen port's cursor on; past its last record the port's mergeEntries is cleared.
   void advance();
   // Counts the chosen record off.
   void countOff() { --total_; }
 
  private:
-  static constexpr std::size_t blockSize = 64;
   // The key of a port that has nothing to give.
   static constexpr Kes::U64 exhausted = ~Kes::U64{0};
 
   struct Row {
     PortData::Ptr port;
-    Chunk const* chunk;
-    Entry const* entry;  // the current record
-    Kes::U32 slot;       // and its slot
-    Kes::U32 left;       // positions of the chunk from it on, in the direction of the report
+    Kes::CharPtrConst shortName;
+    Chunk const* chunk = nullptr;
+    Entry const* entry = nullptr;  // the current record
+    Kes::U32 slot = 0;             // and its slot
+    Kes::U32 left = 0;             // positions of the chunk from it on, in the direction of the report
   };
 
-  struct Block {
-    Kes::U64 key;
-    std::size_t row;
+  // A row and the key of its current record: the smallest comes next.
+  struct Contender {
+    Kes::U64 key = exhausted;
+    Kes::U32 row = 0;
   };
 
   void load(Row& row, Chunk::Ptr const& chunk);
   void settle(std::size_t index);
   bool nextChunk(Row& row);
   void step(Row& row) const;
-  void refreshBlock(std::size_t block);
+  void play(std::size_t match);
   Kes::U64 keyOf(Entry const& entry) const;
 
   Direction const direction_;
   Kes::U64 total_ = 0;
-  std::size_t chosen_ = 0;
   std::vector<Row> rows_;
-  std::vector<Kes::U64> keys_;  // of the rows' current records: the smallest comes next
-  std::vector<Block> blocks_;
+  // A tournament. The rows are the leaves, from matches_[leaves_] on; each match has the better of the two
+  // below it, matches_[2 i] and matches_[2 i + 1], the left one if they are equal: so matches_[1] is the row
+  // that comes next, the first in order of the ports among equals.
+  std::vector<Contender> matches_;
+  std::size_t leaves_ = 1;
 };
 
 }  // namespace Vorn

@@ -35,7 +35,7 @@ class TextReport {
   void writeStartRecordsAfter(Microseconds time);
   bool countReached() const { return options_.entryCount != 0 && lines_ >= options_.entryCount; }
   bool tooOld(Microseconds time) const;
-  Kes::S32 writeEntry(PortData const& port, Entry const& entry);
+  Kes::S32 writeEntry(Entry const& entry, Kes::CharPtrConst intfName);
 
   CongestionData& recorder_;
   std::FILE* const stream_;
@@ -48,7 +48,7 @@ class TextReport {
 bool TextReport::writeEntries() {
   MergeCursor cursor(recorder_.portDataMap(), MergeCursor::Direction::newestFirst);
   while (cursor.total() != 0) {
-    auto const [port, entry] = cursor.choose();
+    auto const [port, entry, shortName] = cursor.choose();
     assertThat(port != nullptr,
                "void Vorn::CongestionData::doMergeAndDumpEntries(Kes::VoidPtr, Kes::String, Kes::String, "
                "Kes::String)",
@@ -58,7 +58,7 @@ bool TextReport::writeEntries() {
     VORN_TRACE(6, "Most recent chunk " << port->intfId());
     cursor.advance();
     if (countReached() || tooOld(time)) break;
-    Kes::S32 const result = writeEntry(*port, *entry);
+    Kes::S32 const result = writeEntry(*entry, shortName);
     if (result == -1) {
       VORN_TRACE(0, "doMergeAndDumpEntries : entry dump failed");
       return false;
@@ -85,13 +85,12 @@ bool TextReport::tooOld(Microseconds time) const {
   return true;
 }
 
-Kes::S32 TextReport::writeEntry(PortData const& port, Entry const& entry) {
+Kes::S32 TextReport::writeEntry(Entry const& entry, Kes::CharPtrConst intfName) {
   Kes::DecimalText const time(entry.timestamp().value());
-  char const* const name = port.intfId().shortName().charPtr();
-  if (options_.drops) return entry.dumpDrops(stream_, time.charPtr(), name);
-  if (options_.latency) return entry.dumpTxLatency(stream_, time.charPtr(), name);
+  if (options_.drops) return entry.dumpDrops(stream_, time.charPtr(), intfName);
+  if (options_.latency) return entry.dumpTxLatency(stream_, time.charPtr(), intfName);
   if (options_.showAll) recorder_.doMergeAndDumpGlobalChunk(stream_, &entry, /*ascending=*/false);
-  return entry.dumpEntry(stream_, time.charPtr(), name, /*cvsFormat=*/false);
+  return entry.dumpEntry(stream_, time.charPtr(), intfName, /*cvsFormat=*/false);
 }
 
 void TextReport::writeRest() {
