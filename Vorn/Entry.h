@@ -1,6 +1,9 @@
 #pragma once
 
+#include <new>
+
 #include "Kes/Ptr.h"
+#include "Kes/SlabPool.h"
 #include "Kes/Types.h"
 #include "Vorn/Export.h"
 #include "Vorn/Microseconds.h"
@@ -26,6 +29,21 @@ class VORN_EXPORT Entry : public Kes::PtrInterface {
   Entry(Kes::U32 qLen, Microseconds const& timestamp) : timestamp_(timestamp), qLen_(qLen) {}
 
   std::string_view fwkType() const override { return "Vorn::Entry"; }
+
+  // Records of the common sizes come from a pool of their own (Kes/SlabPool.h). Over-aligned classes and
+  // placement go their usual ways.
+  static void* operator new(std::size_t size) { return Kes::slabAllocate(size); }
+  static void operator delete(void* memory, std::size_t size) noexcept { Kes::slabFree(memory, size); }
+  static void* operator new(std::size_t size, std::align_val_t alignment) {
+    return ::operator new(size, alignment);
+  }
+  static void operator delete(void* memory, std::align_val_t alignment) noexcept {
+    ::operator delete(memory, alignment);
+  }
+  static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
+  static void operator delete(void* memory, std::nothrow_t const&) noexcept { Kes::slabFreeUnsized(memory); }
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
+  static void operator delete(void*, void*) noexcept {}
 
   // Writers. `filePtr` is the report's FILE*, `elapsedTime` the timestamp in decimal microseconds, `intfName`
   // the interface's short name ("N/A" for records of the global buffer). Result: 0 when written; -1 ends a

@@ -1,0 +1,99 @@
+// Records of all sizes and kinds get their memory and give it back.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "Vorn/Entry.h"
+
+namespace {
+
+long residentPages() {
+  long total = 0;
+  long resident = 0;
+  std::ifstream("/proc/self/statm") >> total >> resident;
+  return resident;
+}
+
+// A platform's record of a size and an alignment, filled with a mark of its own.
+template <std::size_t size, std::size_t alignment = 1>
+struct Sized final : Vorn::Entry {
+  explicit Sized(unsigned mark) : Entry(mark, Vorn::Microseconds(mark)) {
+    bytes.fill(static_cast<char>(mark));
+  }
+  ~Sized() override {
+    for (char const byte : bytes) EXPECT_EQ(byte, static_cast<char>(qLen()));
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(this) % alignof(Sized), 0U);
+  }
+  alignas(alignment) std::array<char, size> bytes;
+};
+
+Vorn::Entry::Ptr made(unsigned kind, unsigned mark) {
+  switch (kind % 6) {
+    case 0: return Kes::makePtr<Vorn::Entry>(mark, Vorn::Microseconds(mark));
+    case 1: return Kes::makePtr<Sized<1>>(mark);
+    case 2: return Kes::makePtr<Sized<24>>(mark);
+    case 3: return Kes::makePtr<Sized<100, 16>>(mark);
+    case 4: return Kes::makePtr<Sized<1000>>(mark);  // more than the pool takes
+    default: return Kes::makePtr<Sized<64, 128>>(mark);
+  }
+}
+
+TEST(SlabPool, Records_ofAllKindsKeepTheirBytes) {
+  std::mt19937 random(7);
+  std::vector<Vorn::Entry::Ptr> records(20'000);
+  for (unsigned mark = 0; mark < 200'000; ++mark) {
+    Vorn::Entry::Ptr& slot = records[random() % records.size()];
+    ASSERT_TRUE(!slot || slot->timestamp().value() == slot->qLen());
+    slot = random() % 3 == 0 ? nullptr : made(static_cast<unsigned>(random()), mark);
+  }
+}
+
+struct Refused final : Vorn::Entry {
+  Refused() : Entry(1, Vorn::Microseconds(1)) { throw 1; }
+};
+
+TEST(SlabPool, Memory_comesBackWhateverWayItWent) {
+  alignas(Vorn::Entry) std::byte place[sizeof(Vorn::Entry)];
+  Vorn::Entry::Ptr held(new (std::nothrow) Vorn::Entry(1, Vorn::Microseconds(1)));
+  EXPECT_NE(static_cast<void*>(new (place) Vorn::Entry(2, Vorn::Microseconds(2))), held.get());
+  long const before = residentPages();
+  for (int i = 0; i < 100'000; ++i) {
+    EXPECT_THROW(Kes::makePtr<Refused>(), int);
+    EXPECT_THROW(static_cast<void>(new (std::nothrow) Refused), int);
+  }
+#ifndef VORN_SANITIZED
+  constexpr long pages = 1024;  // 4 MiB
+  EXPECT_LT(residentPages(), before + pages / 8);
+  std::vector<Vorn::Entry::Ptr> records;
+  records.reserve(400'000);
+  while (records.size() < records.capacity()) records.push_back(made(0, 1));
+  EXPECT_GT(residentPages(), before + 3 * pages);
+  records = {};
+  EXPECT_LT(residentPages(), before + pages);
+#else
+  EXPECT_GT(before, 0);
+#endif
+}
+
+TEST(SlabPool, Threads_shareItOnceSwitched) {
+  Kes::threadSafePtrsIs(true);
+  std::vector<Vorn::Entry::Ptr> handed(50'000);
+  for (unsigned i = 0; i < handed.size(); ++i) handed[i] = made(i % 4, i);
+  auto const work = [&handed](std::size_t first) {
+    for (std::size_t i = first; i < handed.size(); i += 2)
+      for (unsigned k = 0; k < 4; ++k) handed[i] = made(k, static_cast<unsigned>(i));
+  };
+  std::thread other(work, 1);
+  work(0);
+  other.join();
+  for (std::size_t i = 0; i < handed.size(); ++i) ASSERT_EQ(handed[i]->qLen(), i);
+  handed.clear();
+  Kes::threadSafePtrsIs(false);
+}
+
+}  // namespace
