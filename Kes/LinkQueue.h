@@ -73,6 +73,8 @@ class LinkQueue {
   // Null while empty.
   Node const* head() const { return head_.get(); }
   Node const* tail() const { return tail_; }
+  // The newest node's value, null while empty: kept here, so that finding it does not touch the node.
+  T const& newest() const { return newest_; }
 
   Iterator iterator() const {
     Iterator result;
@@ -125,6 +127,7 @@ class LinkQueue {
   bool replace(U32 key, T value) {
     Node* const found = find(key);
     if (found != nullptr) found->value_.swap(value);
+    if (found == tail_) noteNewest();
     return found != nullptr;
   }
 
@@ -171,6 +174,8 @@ class LinkQueue {
     unlink(i);
   }
 
+  void noteNewest() noexcept { newest_ = tail_ != nullptr ? tail_->value_ : T(); }
+
   void nextKeyPast(U32 key) {
     if (key + 1 > nextKey_) nextKey_ = key + 1;
   }
@@ -184,6 +189,7 @@ class LinkQueue {
     if (previous == nullptr) headKey_ = key;
     if (!node->next_) {
       tail_ = node.get();
+      noteNewest();
       nextKeyPast(key);
     }
     ++count_;
@@ -196,7 +202,10 @@ class LinkQueue {
     link = std::move(node->next_);
     node->queue_ = nullptr;
     at.node_ = link.get();
-    if (tail_ == node.get()) tail_ = at.previous_;
+    if (tail_ == node.get()) {
+      tail_ = at.previous_;
+      noteNewest();
+    }
     --count_;
     ++modificationCount_;
     if (at.previous_ == nullptr) headRemoved();
@@ -214,6 +223,7 @@ class LinkQueue {
 
   NodePtr head_;
   Node* tail_ = nullptr;
+  T newest_;
   U32 headKey_ = 0;
   U32 nextKey_ = 0;
   U32 count_ = 0;

@@ -43,13 +43,17 @@ KES_EXPORT void traceSinkIs(TraceSink sink);
 
 }  // namespace Kes
 
-// KES_TRACE(handle, 8, "port " << name): writes the line if the handle's level is on.
-#define KES_TRACE(handle, level, expressions)     \
-  do {                                            \
-    if ((handle).enabled(level)) [[unlikely]] {   \
-      std::ostringstream kesTraceLine;            \
-      kesTraceLine.imbue(std::locale::classic()); \
-      kesTraceLine << expressions;                \
-      (handle).write(level, kesTraceLine.view()); \
-    }                                             \
+// KES_TRACE(handle, 8, "port " << name): writes the line if the handle's level is on. What makes the line
+// stays out of the way of the code around it.
+#define KES_TRACE(handle, level, expressions)       \
+  do {                                              \
+    if ((handle).enabled(level)) [[unlikely]] {     \
+      [&]() __attribute__((noinline, cold)) {       \
+        std::ostringstream kesTraceLine;            \
+        kesTraceLine.imbue(std::locale::classic()); \
+        kesTraceLine << expressions;                \
+        (handle).write(level, kesTraceLine.view()); \
+      }                                             \
+      ();                                           \
+    }                                               \
   } while (false)

@@ -168,8 +168,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   void releaseFromOwner(Chunk::Ptr const& chunk, PortData const& requester);
 
   // Intake.
-  PortData::Ptr portFor(Pylo::IntfId const& intfId, char const* operation);
-  PortData::Ptr append(Pylo::IntfId const& intfId, PortData::Ptr port, Entry::Ptr const& entry);
+  PortData& portFor(Pylo::IntfId const& intfId, char const* operation);
+  PortData& append(Pylo::IntfId const& intfId, PortData* port, Entry::Ptr const& entry);
   bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry, Kes::Seconds now);
 
   Hardware::Status::PtrConst const vornHwStatus_;

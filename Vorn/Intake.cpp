@@ -10,10 +10,9 @@ namespace Vorn {
 
 namespace {
 
-// A counted copy: the caller's reference may be the very slot that is cleared on the way.
-Entry::Ptr validEntry(Entry::Ptr const& entry) {
-  if (!entry) throw Kes::RangeException("null ValidPtr");
-  return entry;
+void expectValid(Entry::Ptr const& entry) {
+  if (!entry) [[unlikely]]
+    throw Kes::RangeException("null ValidPtr");
 }
 
 // The record in the newest chunk that updates under a key may be merged into; null when there is none.
@@ -41,64 +40,65 @@ bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
 }
 
 void traceTail(PortData const& port) {
-  if (Chunk const* const tailChunk = port.chunkTail())
-    VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
+  if (defaultTraceHandle().enabled(8) && port.chunkTail() != nullptr) [[unlikely]]
+    VORN_TRACE(8, "tailChunk->entrys() " << port.chunkTail()->entrys());
 }
 
 }  // namespace
 
 Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
                                          Microseconds const& coalesceTime, Kes::U32 entryKey) {
-  Entry::Ptr const record = validEntry(entry);
-  PortData::Ptr port = portFor(intfId, "updateEntry");
-  traceTail(*port);
-  Entry::Ptr const matched = latestUnderKey(*port, entryKey);
-  if (matched && merge(*matched, *record, coalesceTime)) return record->timestamp();
-  port = append(intfId, std::move(port), record);
-  port->entryIndexIs(entryKey, EntryIndexOrNull(port->chunkTail()->entryTailIndex().value()));
+  expectValid(entry);
+  PortData& port = portFor(intfId, "updateEntry");
+  traceTail(port);
+  Entry::Ptr const matched = latestUnderKey(port, entryKey);
+  if (matched && merge(*matched, *entry, coalesceTime)) return entry->timestamp();
+  // A counted copy: the caller's reference may be the very slot that is cleared on the way.
+  Entry::Ptr const record = entry;
+  PortData& holder = append(intfId, &port, record);
+  holder.entryIndexIs(entryKey, EntryIndexOrNull(holder.chunkTail()->entryTailIndex().value()));
   return record->timestamp();
 }
 
 Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
-  Entry::Ptr const record = validEntry(entry);
+  expectValid(entry);
+  Entry::Ptr const record = entry;
   append(intfId, /*port=*/nullptr, record);
   return record->timestamp();
 }
 
-// The interface's log, made if there is none.
-PortData::Ptr CongestionData::portFor(Pylo::IntfId const& intfId, char const* operation) {
-  PortData::Ptr port = portData(intfId);
-  if (!port) {
-    port = portDataIs(intfId);
-    VORN_TRACE(8, operation << " : Created portData for Port " << intfId);
-  }
-  return port;
+// The interface's log, made if there is none. Good until the host's code runs.
+PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const* operation) {
+  if (PortData::Ptr const* const found = portData_.find(intfId)) [[likely]]
+    return **found;
+  PortData::Ptr const port = portDataIs(intfId);
+  VORN_TRACE(8, operation << " : Created portData for Port " << intfId);
+  return *port;
 }
 
 // Appends a record to an interface's log, which the caller may have looked up already; returns the log that
 // now holds it as its newest. What runs the host's code (judging, releasing the records of a stolen chunk)
 // may do anything to the log, so it is looked up again behind it.
-PortData::Ptr CongestionData::append(Pylo::IntfId const& intfId, PortData::Ptr port,
-                                     Entry::Ptr const& entry) {
-  constexpr char operation[] =
+PortData& CongestionData::append(Pylo::IntfId const& intfId, PortData* port, Entry::Ptr const& entry) {
+  static constexpr char operation[] =
       "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
   VORN_TRACE(8, operation);
-  if (!port) port = portFor(intfId, "doAddToLog");
+  if (port == nullptr) port = &portFor(intfId, "doAddToLog");
   Kes::Seconds const now = clock_->getUTCTime();
   traceTail(*port);
-  if (judge(intfId, *port, *entry, now)) port = portFor(intfId, "doAddToLog");
-  Chunk::Ptr tailChunk(port->chunkTail());
-  while (!tailChunk || tailChunk->entrys() == entriesPerChunk) {
+  if (judge(intfId, *port, *entry, now)) port = &portFor(intfId, "doAddToLog");
+  Chunk* tailChunk = port->chunkTail();
+  while (tailChunk == nullptr || tailChunk->entrys() == entriesPerChunk) {
     allocateChunk(intfId);
-    port = portFor(intfId, "doAddToLog");
-    tailChunk = Chunk::Ptr(port->chunkTail());
+    port = &portFor(intfId, "doAddToLog");
+    tailChunk = port->chunkTail();
   }
   tailChunk->entryEnq(entry);
   assertThat(tailChunk->entrys() <= entriesPerChunk, operation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
   VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
                              << tailChunk->entrys() << " port " << intfId);
-  return port;
+  return *port;
 }
 
 // Raises the record's threshold message if one is due; whether it was.
@@ -114,7 +114,8 @@ bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry con
 
 Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
   VORN_TRACE(8, "const Vorn::Microseconds Vorn::CongestionData::doAddToGlobalLog(const Ptr&)");
-  Entry::Ptr const record = validEntry(entry);
+  expectValid(entry);
+  Entry::Ptr const record = entry;
   GlobalBufferChunk::Ptr log = globalBufferChunk();
   if (!log) throw Kes::RangeException("null ValidPtr");
   Kes::Seconds const now = clock_->getUTCTime();

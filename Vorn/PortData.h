@@ -59,7 +59,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   Chunk::Ptr chunk(Kes::U32 key) const { return chunk_.value(key); }
   // The oldest and the newest chunk, or null.
   Chunk* chunkHead() const { return chunk_.head() != nullptr ? chunk_.head()->value().get() : nullptr; }
-  Chunk* chunkTail() const { return chunk_.tail() != nullptr ? chunk_.tail()->value().get() : nullptr; }
+  Chunk* chunkTail() const { return chunk_.newest().get(); }
   ChunkQueue const& chunkQueue() const { return chunk_; }
   Kes::U32 chunks() const { return chunk_.count(); }
   // Oldest to newest; valid until the queue changes other than by chunkDel on this iterator.

@@ -14,6 +14,9 @@ function(vorn_library target namespace)
   target_include_directories(
     ${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   vorn_warnings(${target})
+  # What a library calls in itself is its own: no detour over the table of what others might replace.
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  target_link_options(${target} PRIVATE -Wl,-Bsymbolic-functions)
 
   install(TARGETS ${target} EXPORT ${namespace}Targets)
   install(
