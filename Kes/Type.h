@@ -79,6 +79,8 @@ class KES_EXPORT Type {
   // Without the namespace.
   std::string_view shortName() const;
   bool isValue() const { return definition_.wrap == nullptr; }
+  // Whether it has attributes to be reached by name: numbers and texts have none, nor have opaque objects.
+  bool hasGenericIf() const { return !attributes().empty(); }
   // Null for values and for the base of all objects.
   Type const* base() const { return definition_.base != nullptr ? &definition_.base() : nullptr; }
   bool derivesFrom(Type const& other) const;

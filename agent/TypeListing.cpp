@@ -70,6 +70,8 @@ void writeHeading(JsonStream& json, Type const& type) {
   writeType(json, "type", &type);
   json.key("kind");
   json.text(valueOrObject(type));
+  json.key("genericInterface");
+  json.boolean(type.hasGenericIf());
   writeType(json, "base", type.base());
 }
 

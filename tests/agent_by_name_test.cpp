@@ -110,6 +110,7 @@ TEST_F(ByName, Walk_isValidJsonAndNeverCircles) {
   rapidjson::Document type;
   type.Parse(ask("type --json PortData").c_str());
   ASSERT_FALSE(type.HasParseError());
+  EXPECT_TRUE(type["genericInterface"].GetBool());
   EXPECT_EQ(type["attributes"][1]["identifier"].GetUint(), 131U);
   EXPECT_STREQ(type["attributes"][1]["keyType"].GetString(), "U32");
 }

@@ -92,7 +92,10 @@ TEST(Registry, Types_inOrderWithAllTheirAttributes) {
   std::vector<string> expected;
   for (string part; std::getline(in >> std::ws, part, ';');) expected.push_back(part + ';');
   std::vector<string> actual;
+  EXPECT_FALSE(Kes::GenericOf<U32>::type().hasGenericIf() ||
+               Kes::GenericOf<Vorn::Config>::type().hasGenericIf());
   for (Kes::Type const* const type : Kes::TypeRegistry::instance().types().subspan(1)) {
+    EXPECT_TRUE(type->hasGenericIf()) << type->name();
     string const base = type->base() != nullptr ? ' ' + string(type->base()->name()) : "";
     string const key = type->keyAttribute().empty() ? "" : " by " + string(type->keyAttribute());
     actual.push_back(string(type->name()) + (type->isValue() ? " value" : " object") + base + key + ';');
