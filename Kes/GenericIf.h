@@ -24,9 +24,10 @@
 // and which operations it has, is told by its type (Type.h).
 //
 // By-name access refuses nothing that the C++ operations allow, runs the same code, and fails as they do;
-// what can go wrong before them is an AccessException (Exception.h). Arguments are matched by name. One that
-// is given as text (a Kes::String) is read as the type wanted; objects and untyped pointers have no text
-// form.
+// what can go wrong before them is an AccessException, or for text that does not parse a ParseException
+// (Exception.h); a null object that is asked for anything is the range exception "null ValidPtr". Arguments
+// are matched by name. One that is given as text (a Kes::String) is read as the type wanted; objects and
+// untyped pointers have no text form.
 namespace Kes {
 
 class GenericIf;

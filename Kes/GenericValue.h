@@ -124,7 +124,10 @@ class GenericObject : public Base {
   explicit GenericObject(Kes::Ptr<C> const& object) : GenericObject(object.get(), /*constant=*/false) {}
   explicit GenericObject(Kes::Ptr<C const> const& object) : GenericObject(object.get(), /*constant=*/true) {}
   GenericObject(PtrInterface const* object, bool constant)
-      : GenericObject(object, constant, GenericOf<C>::type()) {}
+      : GenericObject(object, constant, GenericOf<C>::type()) {
+    assertThat(object == nullptr || dynamic_cast<C const*>(object) != nullptr, "Kes",
+               "GenericObject::GenericObject", "dynamic_cast<C const*>(object)");
+  }
 
  protected:
   GenericObject(PtrInterface const* object, bool constant, Type const& type) : Base(object, constant, type) {}
@@ -158,7 +161,9 @@ T* objectOf(GenericIf const& generic) {
   auto const* const pointer = dynamic_cast<GenericPtrIf const*>(&generic);
   bool const fits = pointer != nullptr && (std::is_const_v<T> || !pointer->constant());
   auto const* const object = fits ? dynamic_cast<T const*>(pointer->object()) : nullptr;
-  if (!fits || (object == nullptr && pointer->object() != nullptr))
+  bool const isNull = fits && pointer->object() == nullptr &&
+                      pointer->type().derivesFrom(GenericOf<std::remove_const_t<T>>::type());
+  if (object == nullptr && !isNull)
     throw TypeException(GenericOf<std::remove_const_t<T>>::type().shortName(), "");
   return const_cast<T*>(object);
 }

@@ -36,8 +36,8 @@ class KES_EXPORT PtrInterface {
 
   // Every object's first two attributes. They switch notifiees, of which there are none in this process: they
   // do nothing, and take no place in the object.
-  void hasNotificationActiveIs(bool /*on*/) {}
-  void kesDoZombieReactors(bool /*on*/) {}
+  void hasNotificationActiveIs(bool /*on*/) const {}
+  void kesDoZombieReactors(bool /*on*/) const {}
 
   void ptrAcquire() const noexcept {
     if (threadSafePtrs()) [[unlikely]]

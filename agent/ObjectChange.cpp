@@ -52,7 +52,7 @@ std::string set(Vorn::CongestionData::Ptr const& recorder, std::string_view requ
   Kes::String const value(wanted.value);
   if (attribute.kind == AttributeKind::mutableAttribute) refuseCopy(target);
   if (attribute.kind == AttributeKind::mutableAttribute || attribute.kind == AttributeKind::collection) {
-    std::string const refusal = refusalOf(target.declared, value);
+    std::string const refusal = refusalOf(*recorder, target.declared, value);
     if (!refusal.empty()) refuse(target, "set", refusal);
   }
   perform(*target.holder, attribute, OpCode::set, {{"value", Kes::toGeneric(value)}});
@@ -68,7 +68,7 @@ std::string call(Vorn::CongestionData::Ptr const& recorder, std::string_view req
   if (!isOperation(attribute))
     throw ObjectError(pathText(target.path) + " is a " + std::string(kindOf(attribute)) +
                       " attribute: it is not called");
-  std::string const refusal = refusalOf(target.declared, /*value=*/"");
+  std::string const refusal = refusalOf(*recorder, target.declared, /*value=*/"");
   if (!refusal.empty()) refuse(target, "called", refusal);
   Kes::GenericArgs arguments;
   for (auto const& [name, value] : wanted.arguments)

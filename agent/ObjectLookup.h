@@ -23,8 +23,9 @@ class ObjectLookup {
   // Reads the request and finds what it asks for, which stays alive as long as this does. ObjectError.
   ObjectLookup(Vorn::CongestionData::Ptr const& recorder, std::string_view request);
 
-  // Streams the answer in bounded memory, as things stand now. The stream tells by its error flag whether
-  // that succeeded.
+  // Streams the answer; what it allocates is bounded by one collection a level. In a forked child the walk
+  // also gets copies of the pages that it visits, since it counts the objects that it holds: a walk over all
+  // of a recorder takes up to as much again. The stream tells by its error flag whether it succeeded.
   void write(std::FILE* out) const { write_(out); }
 
  private:

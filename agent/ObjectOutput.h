@@ -39,8 +39,8 @@ class ObjectOutput {
 // For people: a value alone on its line, or names and values in aligned columns, inner groups indented.
 std::unique_ptr<ObjectOutput> textOutput(std::FILE* out);
 
-// For programs: objects with their "type", collections by key; {"reference": ...} for objects and {"members":
-// N, "keys": [...]} for collections that are not entered.
+// For programs: objects with their "type", collections by key; {"reference": ...} for objects and {"keys":
+// [...], "members": N} for collections that are not entered.
 std::unique_ptr<ObjectOutput> jsonOutput(std::FILE* out);
 
 }  // namespace Agent

@@ -3,7 +3,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <memory>
+#include <algorithm>
 
 #include "agent/Journal.h"
 #include "agent/ObjectChange.h"
@@ -16,14 +16,18 @@ namespace Agent {
 OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status)
     : recorder_(std::move(recorder)), status_(std::move(status)) {}
 
-std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& request, uid_t client) const {
+std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
   using Answer = CommandServer::Answer;
+  std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
   try {
     if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
     if (isObjectChange(request)) return Answer{.text = change(request, client)};
     if (!ObjectLookup::claims(request)) return std::nullopt;
-    auto const lookup = std::make_shared<ObjectLookup const>(recorder_, request);
-    return Answer{.writer = [lookup](std::FILE* out) { lookup->write(out); }};
+    // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.
+    ObjectLookup(recorder_, request);
+    return Answer{.writer = [recorder = recorder_, request](std::FILE* out) {
+      ObjectLookup(recorder, request).write(out);
+    }};
   } catch (ObjectError const& error) {
     return Answer{.failure = error.what()};
   }

@@ -21,7 +21,7 @@ class OwnRequests {
   OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status);
 
   // Nothing for a request of the vocabulary. `client` is the user who asks.
-  std::optional<CommandServer::Answer> operator()(std::string const& request, uid_t client) const;
+  std::optional<CommandServer::Answer> operator()(std::string const& line, uid_t client) const;
 
  private:
   std::string change(std::string const& request, uid_t client) const;

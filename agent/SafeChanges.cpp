@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <optional>
 #include <string_view>
 
@@ -13,7 +12,7 @@ namespace Agent {
 
 namespace {
 
-using Refuse = std::string (*)(Kes::String const& value);
+using Refuse = std::string (*)(Vorn::CongestionData const& recorder, Kes::String const& value);
 
 struct Rule {
   std::string_view type;
@@ -32,17 +31,18 @@ std::optional<T> readAs(Kes::String const& text) {
   }
 }
 
-std::string refusePoolSize(Kes::String const& text) {
+std::string refusePoolSize(Vorn::CongestionData const&, Kes::String const& text) {
   auto const chunks = readAs<Kes::U32>(text);
   if (!chunks || (*chunks >= 1 && *chunks <= maxPoolChunks)) return "";
   return "a pool holds 1 to " + std::to_string(maxPoolChunks) + " chunks" +
          (*chunks == 0 ? "; without any, an interface whose first chunk is full could not be recorded" : "");
 }
 
-// A comparison with what is not a number fails for good, and with it each later message.
-std::string refuseInfinite(Kes::String const& text) {
+// The next message waits until the log interval has passed since this time.
+std::string refuseFuture(Vorn::CongestionData const& recorder, Kes::String const& text) {
   auto const time = readAs<Kes::Seconds>(text);
-  return !time || std::isfinite(*time) ? "" : "a time is a finite number of seconds";
+  bool const passed = !time || *time <= recorder.clock()->getUTCTime();
+  return passed ? "" : "a time later than now would silence all messages until then";
 }
 
 constexpr std::string_view link = "links between chunks are the recorder's own: a wrong one breaks the log";
@@ -67,7 +67,7 @@ constexpr std::array rules = {
     Rule{"Vorn::CongestionData", "portData", members},
     Rule{"Vorn::CongestionData", "chunkArray", members},
 
-    Rule{"Vorn::PortData", "lastSyslogTime", "", &refuseInfinite},
+    Rule{"Vorn::PortData", "lastSyslogTime", "", &refuseFuture},
     Rule{"Vorn::PortData", "chunk", members},
     Rule{"Vorn::PortData", "portMetaData", members},
     Rule{"Vorn::PortData", "entryIndex",
@@ -82,7 +82,7 @@ constexpr std::array rules = {
     Rule{"Vorn::Chunk", "doClear", "it would tear a chunk out of the log that holds it"},
     Rule{"Vorn::Chunk", "entry", members},
 
-    Rule{"Vorn::GlobalBufferChunk", "lastSyslogTime", "", &refuseInfinite},
+    Rule{"Vorn::GlobalBufferChunk", "lastSyslogTime", "", &refuseFuture},
     Rule{"Vorn::GlobalBufferChunk", "duration"},
     Rule{"Vorn::GlobalBufferChunk", "maxBuffer"},
     Rule{"Vorn::GlobalBufferChunk", "timeOfMaxBuffer"},
@@ -101,7 +101,7 @@ constexpr std::array rules = {
     Rule{"Vorn::PortMetaData", "fabricPeerIntf"},
 
     Rule{"Vorn::Entry", "qLen", "a record's peak bound and latency belong to the queue length seen"},
-    Rule{"Vorn::Entry", "duration"},
+    Rule{"Vorn::Entry", "duration", "a record tells what was seen; updates extend it"},
     Rule{"Vorn::Entry", "alwaysLog"},
     Rule{"Vorn::Entry", "doSyslog"},
     Rule{"Vorn::Entry", "timestamp", "records stand in the order of their times"},
@@ -135,10 +135,11 @@ bool wantsPointer(Kes::Attribute const& attribute) {
 
 }  // namespace
 
-std::string refusalOf(DeclaredAttribute const& declared, Kes::String const& value) {
+std::string refusalOf(Vorn::CongestionData const& recorder, DeclaredAttribute const& declared,
+                      Kes::String const& value) {
   if (Rule const* const rule = ruleFor(declared)) {
     if (!rule->refusal.empty()) return std::string(rule->refusal);
-    return rule->refuseValue != nullptr ? rule->refuseValue(value) : "";
+    return rule->refuseValue != nullptr ? rule->refuseValue(recorder, value) : "";
   }
   if (wantsPointer(*declared.attribute)) return "it wants a pointer, which cannot be written as text";
   return "it is not among what may be changed while the agent runs";

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Kes/String.h"
+#include "Vorn/CongestionData.h"
 #include "agent/ObjectNames.h"
 
 // What operators may change while the agent runs: whatever is safe for all that may happen later. The library
@@ -11,6 +12,7 @@ namespace Agent {
 
 // Why an attribute must not be set to a value, or called; empty where it may. What the list does not name is
 // refused. A type that derives from a listed one is judged as that one.
-std::string refusalOf(DeclaredAttribute const& declared, Kes::String const& value);
+std::string refusalOf(Vorn::CongestionData const& recorder, DeclaredAttribute const& declared,
+                      Kes::String const& value);
 
 }  // namespace Agent

@@ -183,9 +183,10 @@ TEST_F(ByName, Change_takesEffectOrLeavesAllAsItWas) {
   EXPECT_EQ(ask("set portData[eth0].portMetaData[65537].fabricPeerIntf \"Fabric 1\""),
             "portData[eth0].portMetaData[65537].fabricPeerIntf = Fabric 1\n");
   EXPECT_EQ(bench_.port("eth0")->portMetaData(65537)->fabricPeerIntf(), Pylo::IntfId("Fabric 1"));
-  EXPECT_EQ(ask("set portData[eth0].lastSyslogTime 12.5"), "portData[eth0].lastSyslogTime = 12.5\n");
+  bench_.clock->utcTimeIs(12.5);
+  EXPECT_EQ(ask(" set portData[eth0].lastSyslogTime 12.5"), "portData[eth0].lastSyslogTime = 12.5\n");
   EXPECT_EQ(bench_.port("eth0")->lastSyslogTime(), 12.5);
-  EXPECT_EQ(ask("call clock.getUTCTime()"), "0\n");
+  EXPECT_EQ(ask("call clock.getUTCTime()"), "12.5\n");
   EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].timestamp.fromSeconds( seconds = 1.5 )"), "1500000\n");
   bench_.config->logIntervalIs(1.0);
   EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].doSyslog(intfName=\"a,b)\", lowThreshold=1, "
@@ -199,7 +200,8 @@ TEST_F(ByName, Change_takesEffectOrLeavesAllAsItWas) {
       {"set numSharedChunks 16777217", "1 to"},
       {"set numSharedChunks -1", "column 0"},
       {"set numShared 5", "did you mean numSharedChunks?"},
-      {"set portData[eth0].lastSyslogTime nan", "finite"},
+      {"set portData[eth0].lastSyslogTime nan", "silence"},
+      {"set portData[eth0].lastSyslogTime 12.6", "silence"},
       {"set portData[eth0].intfId eth1", "intfId"},
       {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
       {"set portData[eth0].chunk[0] 5", "may not be set"},

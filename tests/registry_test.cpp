@@ -369,10 +369,13 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
   });
   expectError<Kes::ReadOnlyException>("attribute intfId of Vorn::PortData cannot be set", "intfId",
                                       [&] { set(port, "intfId", toGeneric("eth1")); });
-  expectError<Kes::ReadOnlyException>(
-      "the Vorn::PortMetaDataDumper is a constant one", "Vorn::PortMetaDataDumper", [&] {
-        call(get(recorder, "portMetaDataDumper"), "kesDoZombieReactors", {{"on", toGeneric(true)}});
-      });
+  GenericIf::Ptr const constant = toGeneric(Kes::Ptr<Vorn::PortData const>(bench.port("eth0")));
+  EXPECT_EQ(shown(get(constant, "entryTobeMerged")), "0");
+  EXPECT_EQ(call(get(recorder, "vornConfig"), "kesDoZombieReactors", {{"on", toGeneric(true)}}), nullptr);
+  expectError<Kes::ReadOnlyException>("the Vorn::PortData is a constant one", "Vorn::PortData",
+                                      [&] { set(constant, "entryTobeMerged", toGeneric("1")); });
+  expectError<Kes::TypeException>("Chunk", "value",
+                                  [&] { set(port, "chunkTobeMerged", toGeneric(Vorn::Entry::Ptr())); });
   expectError<Kes::UnknownOperationException>("attribute entryIndex of Vorn::PortData has no operation enq",
                                               "entryIndex",
                                               [&] { perform(port, "entryIndex", OpCode::enq); });
