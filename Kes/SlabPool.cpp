@@ -32,15 +32,13 @@ constexpr bool standsAside = false;
 constexpr std::size_t slabSize = 65536;
 // Empty slabs that are kept, of whatever size: where interfaces fill their chunks in step, slabs come and go.
 constexpr U32 maxSpare = 8;
-constexpr std::size_t sizeStep = 8;
 
-struct FreeObject {
-  FreeObject* next;
-};
+using detail::FreeList;
+using detail::FreeObject;
 
 struct SizeClass;
 
-struct alignas(16) Slab {
+struct alignas(64) Slab {
   SizeClass* owner;
   Slab* previous;  // in one of the owner's lists
   Slab* next;
@@ -60,7 +58,7 @@ struct SizeClass {
 };
 
 // Zero-initialised and never destroyed: objects may outlive every static of this library.
-constinit std::array<SizeClass, maxSlabSize / sizeStep + 1> classes{};
+constinit std::array<SizeClass, detail::slabSizeIndex(maxSlabSize) + 1> classes{};
 constinit std::mutex lock;
 
 class LockWhereShared {
@@ -178,20 +176,36 @@ bool isSlabObject(void* memory) {
 
 }  // namespace
 
-void* slabAllocate(std::size_t size) {
+namespace detail {
+
+constinit std::array<FreeList, slabSizeIndex(maxSlabSize) + 1> freeLists{};
+
+void* slabAllocateOther(std::size_t size) {
   if (standsAside || size > maxSlabSize) return ::operator new(size);
-  std::size_t const index = std::max<std::size_t>((size + sizeStep - 1) / sizeStep, 1);
+  std::size_t const index = slabSizeIndex(std::max<std::size_t>(size, 1));
   LockWhereShared const guard;
-  classes[index].size = index * sizeStep;
-  return take(classes[index]);
+  FreeList& list = freeLists[index];
+  if (list.first != nullptr) return list.take();
+  SizeClass& sizeClass = classes[index];
+  if (sizeClass.size == 0) {
+    sizeClass.size = index * slabSizeStep;
+    list.room = maxListed;
+  }
+  return take(sizeClass);
 }
 
-void slabFree(void* memory, std::size_t size) noexcept {
+void slabFreeOther(void* memory, std::size_t size) noexcept {
   if (memory == nullptr) return;
   if (standsAside || size > maxSlabSize) return ::operator delete(memory);
   LockWhereShared const guard;
-  giveBack(memory);
+  FreeList& list = freeLists[slabSizeIndex(std::max<std::size_t>(size, 1))];
+  if (list.room > 0)
+    list.put(memory);
+  else
+    giveBack(memory);
 }
+
+}  // namespace detail
 
 void slabFreeUnsized(void* memory) noexcept {
   if (memory == nullptr) return;
@@ -200,6 +214,12 @@ void slabFreeUnsized(void* memory) noexcept {
     if (isSlabObject(memory)) return giveBack(memory);
   }
   ::operator delete(memory);
+}
+
+void slabTrim() noexcept {
+  LockWhereShared const guard;
+  for (FreeList& list : detail::freeLists)
+    while (list.first != nullptr) giveBack(list.take());
 }
 
 }  // namespace Kes

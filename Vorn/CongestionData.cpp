@@ -38,6 +38,7 @@ void endLog(PortData& port) {
     if (!chunk->intfId().empty()) continue;
     auto const released = chunk->entryTakeAll();
   }
+  Kes::slabTrim();
 }
 
 }  // namespace
