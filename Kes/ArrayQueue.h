@@ -32,11 +32,16 @@ class ArrayQueue {
   bool full() const { return count_ == N; }
   U32 modificationCount() const { return modificationCount_; }
   // The slot of the newest element; meaningless while empty.
-  U32 tail() const { return wrapped(head_ + count_ + N - 1); }
+  U32 tail() const { return before(tailNext()); }
   // The slot that the next append takes.
-  U32 tailNext() const { return wrapped(head_ + count_); }
+  U32 tailNext() const {
+    U32 const position = head_ + count_;
+    return position < N ? position : position - N;
+  }
 
   T const& slot(U32 index) const { return slots_[index]; }
+  // Fetches a slot that will soon be written into the cache; N itself does no harm.
+  void prefetch(U32 index) const { __builtin_prefetch(slots_.data() + index, /*rw=*/1); }
   bool contains(U32 index) const { return index + (head_ > index ? N : 0) < head_ + count_; }
 
   static U32 after(U32 index) { return index + 1 == N ? 0 : index + 1; }
@@ -98,8 +103,7 @@ class ArrayQueue {
 
   // Hands all slots over to the caller, to be released when that suits it, and starts anew at head 0.
   std::array<T, N> takeAll() {
-    std::array<T, N> taken;
-    taken.swap(slots_);
+    std::array<T, N> taken(std::move(slots_));
     modificationCount_ += count_;
     head_ = 0;
     count_ = 0;
@@ -118,8 +122,6 @@ class ArrayQueue {
   }
 
  private:
-  static U32 wrapped(U32 position) { return position % N; }
-
   T takeHead() {
     T taken = std::exchange(slots_[head_], T());
     head_ = after(head_);

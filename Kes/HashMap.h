@@ -50,7 +50,7 @@ class HashMap {
   // The value under a key; null pointer when there is none.
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   Value const* find(Key const& key) const {
-    if (members_.empty()) return nullptr;
+    if (cells_.empty()) return nullptr;
     Cell const& cell = cells_[probe(key, fold(Hash{}(key)))];
     return cell.index == Cell::vacant ? nullptr : &members_[cell.index].value;
   }
@@ -99,29 +99,27 @@ class HashMap {
 
   // The cell that holds the key, or the vacant one where it belongs.
   std::size_t probe(Key const& key, U32 hash) const {
-    std::size_t const mask = cells_.size() - 1;
-    std::size_t at = hash & mask;
+    std::size_t at = hash & mask_;
     while (cells_[at].index != Cell::vacant &&
            !(cells_[at].hash == hash && members_[cells_[at].index].key == key))
-      at = (at + 1) & mask;
+      at = (at + 1) & mask_;
     return at;
   }
 
   // The cell that points at the member of a given hash and index.
   std::size_t cellOf(U32 hash, U32 index) const {
-    std::size_t const mask = cells_.size() - 1;
-    std::size_t at = hash & mask;
-    while (cells_[at].index != index) at = (at + 1) & mask;
+    std::size_t at = hash & mask_;
+    while (cells_[at].index != index) at = (at + 1) & mask_;
     return at;
   }
 
   void rehash() {
     std::vector<Cell> larger(std::bit_ceil((members_.size() + 1) * 4));
-    std::size_t const mask = larger.size() - 1;
+    mask_ = larger.size() - 1;
     for (Cell const& cell : cells_) {
       if (cell.index == Cell::vacant) continue;
-      std::size_t at = cell.hash & mask;
-      while (larger[at].index != Cell::vacant) at = (at + 1) & mask;
+      std::size_t at = cell.hash & mask_;
+      while (larger[at].index != Cell::vacant) at = (at + 1) & mask_;
       larger[at] = cell;
     }
     cells_.swap(larger);
@@ -142,10 +140,9 @@ class HashMap {
 
   // Linear probing without tombstones: moves later cells of the run back over the vacated one.
   void closeGap(std::size_t gap) {
-    std::size_t const mask = cells_.size() - 1;
-    for (std::size_t at = (gap + 1) & mask; cells_[at].index != Cell::vacant; at = (at + 1) & mask) {
-      std::size_t const home = cells_[at].hash & mask;
-      if (((at - home) & mask) < ((at - gap) & mask)) continue;
+    for (std::size_t at = (gap + 1) & mask_; cells_[at].index != Cell::vacant; at = (at + 1) & mask_) {
+      std::size_t const home = cells_[at].hash & mask_;
+      if (((at - home) & mask_) < ((at - gap) & mask_)) continue;
       cells_[gap] = cells_[at];
       gap = at;
     }
@@ -154,6 +151,7 @@ class HashMap {
 
   std::vector<Member> members_;
   std::vector<Cell> cells_;
+  std::size_t mask_ = 0;  // as many cells as a power of two, less one
 };
 
 }  // namespace Kes

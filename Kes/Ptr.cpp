@@ -8,8 +8,6 @@ constinit bool threadSafePtrs = false;
 
 void threadSafePtrsIs(bool on) { detail::threadSafePtrs = on; }
 
-PtrInterface::~PtrInterface() = default;
-
 std::string_view PtrInterface::fwkType() const { return "Kes::PtrInterface"; }
 
 }  // namespace Kes

@@ -55,7 +55,7 @@ class KES_EXPORT PtrInterface {
 
  protected:
   PtrInterface() = default;
-  virtual ~PtrInterface();
+  virtual ~PtrInterface() = default;
 
  private:
   U32 decrement() const noexcept {
@@ -130,7 +130,7 @@ class Ptr {
 
 // Makes an object and returns its first reference.
 template <class T, class... Args>
-Ptr<T> makePtr(Args&&... args) {
+[[gnu::always_inline]] inline Ptr<T> makePtr(Args&&... args) {
   return Ptr<T>(new T(std::forward<Args>(args)...));
 }
 

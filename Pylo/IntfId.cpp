@@ -45,6 +45,10 @@ IntfId::IntfId(Kes::String const& name) {
 Kes::String const& IntfId::stringValue() const noexcept { return names_ ? names_->full : emptyName(); }
 Kes::String const& IntfId::shortName() const noexcept { return names_ ? names_->brief : emptyName(); }
 
+bool IntfId::sameText(IntfId const& other) const noexcept {
+  return hash() == other.hash() && stringValue() == other.stringValue();
+}
+
 std::ostream& operator<<(std::ostream& out, IntfId const& id) { return out << id.stringValue(); }
 
 }  // namespace Pylo

@@ -30,14 +30,15 @@ class PYLO_EXPORT IntfId {
   Kes::U64 hash() const noexcept { return names_ ? names_->hash : 0; }
 
   friend bool operator==(IntfId const& a, IntfId const& b) noexcept {
-    if (a.names_ == b.names_) return true;
-    return a.hash() == b.hash() && a.stringValue() == b.stringValue();
+    return a.names_ == b.names_ || a.sameText(b);
   }
   friend std::strong_ordering operator<=>(IntfId const& a, IntfId const& b) noexcept {
     return a.stringValue() <=> b.stringValue();
   }
 
  private:
+  bool sameText(IntfId const& other) const noexcept;
+
   struct Names final : Kes::PtrInterface {
     explicit Names(Kes::String const& name);
     Kes::U64 const hash;

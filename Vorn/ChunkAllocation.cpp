@@ -14,7 +14,11 @@ constexpr char operation[] = "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChu
 void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
   constexpr std::size_t ahead = 8;
   for (std::size_t i = 0; i < records.size(); ++i) {
-    if (i + ahead < records.size()) __builtin_prefetch(records[i + ahead].get(), /*rw=*/1);
+    if (i + ahead < records.size()) {
+      auto* const next = reinterpret_cast<std::byte const*>(records[i + ahead].get());
+      __builtin_prefetch(next, /*rw=*/1);
+      __builtin_prefetch(next + sizeof(Entry) - 1, /*rw=*/1);
+    }
     records[i] = nullptr;
   }
 }

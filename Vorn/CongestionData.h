@@ -169,8 +169,16 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
 
   // Intake.
   PortData& portFor(Pylo::IntfId const& intfId, char const* operation);
-  PortData& append(Pylo::IntfId const& intfId, PortData* port, Entry::Ptr const& entry);
-  bool judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry, Kes::Seconds now);
+  PortData& newPort(Pylo::IntfId const& intfId, char const* operation);
+  struct Appended {
+    PortData& port;  // holds the record as its newest
+    Entry const& record;
+  };
+  Appended append(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry);
+  Appended appendAfterHost(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& given, bool due,
+                           Kes::Seconds now);
+  static Appended enqueue(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry);
+  bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;
 
   Hardware::Status::PtrConst const vornHwStatus_;
   Clock::Ptr const clock_;

@@ -17,8 +17,9 @@ namespace Vorn {
 // object changes what the log shows. A record is freed when its last holder lets go.
 //
 // Contract of what a platform overrides: the writers (dump...) are called while a report walks the recorder.
-// They write to the stream they are given and change neither records nor the recorder. doSyslog and
-// destructors may call anything but reports; the recorder holds no position across them.
+// They write to the stream they are given and change neither records nor the recorder. Setters change their
+// record alone. doSyslog and destructors may call anything but reports; the recorder holds no position across
+// them.
 class VORN_EXPORT Entry : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<Entry>;

@@ -10,13 +10,15 @@ namespace Vorn {
 
 namespace {
 
+[[noreturn, gnu::cold]] void raiseNull() { throw Kes::RangeException("null ValidPtr"); }
+
 void expectValid(Entry::Ptr const& entry) {
   if (!entry) [[unlikely]]
-    throw Kes::RangeException("null ValidPtr");
+    raiseNull();
 }
 
 // The record in the newest chunk that updates under a key may be merged into; null when there is none.
-Entry::Ptr latestUnderKey(PortData const& port, Kes::U32 entryKey) {
+inline Entry* latestUnderKey(PortData const& port, Kes::U32 entryKey) {
   EntryIndexOrNull const position = port.entryIndex(entryKey);
   if (position.isNull()) return nullptr;
   Chunk const* const tailChunk = port.chunkTail();
@@ -25,12 +27,13 @@ Entry::Ptr latestUnderKey(PortData const& port, Kes::U32 entryKey) {
              "const Vorn::Microseconds&, Kes::U32)",
              "tailChunk");
   EntryIndex const slot(position.value());
-  return tailChunk->entrySlots().contains(slot.value()) ? tailChunk->entry(slot) : nullptr;
+  EntryQueue::Slots const& slots = tailChunk->entrySlots();
+  return slots.contains(slot.value()) ? slots.slot(slot.value()).get() : nullptr;
 }
 
 // Extends `matched` up to the start of `entry` if the gap between them is small enough. All differences wrap:
 // a record from before the end of the matched one has a huge gap and is not merged.
-bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
+inline bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
   Kes::U64 const span = entry.timestamp().value() - matched.timestamp().value();
   Kes::U64 const gap = span - matched.duration().value();
   if (gap > coalesceTime.value()) return false;
@@ -39,77 +42,102 @@ bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime) {
   return true;
 }
 
-void traceTail(PortData const& port) {
+constexpr char addOperation[] =
+    "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
+
+inline bool hasRoom(PortData const& port) {
+  Chunk const* const tailChunk = port.chunkTail();
+  return tailChunk != nullptr && tailChunk->entrys() != entriesPerChunk;
+}
+
+inline void traceTail(PortData const& port) {
   if (defaultTraceHandle().enabled(8) && port.chunkTail() != nullptr) [[unlikely]]
     VORN_TRACE(8, "tailChunk->entrys() " << port.chunkTail()->entrys());
 }
 
 }  // namespace
 
-Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
-                                         Microseconds const& coalesceTime, Kes::U32 entryKey) {
-  expectValid(entry);
-  PortData& port = portFor(intfId, "updateEntry");
-  traceTail(port);
-  Entry::Ptr const matched = latestUnderKey(port, entryKey);
-  if (matched && merge(*matched, *entry, coalesceTime)) return entry->timestamp();
-  // A counted copy: the caller's reference may be the very slot that is cleared on the way.
-  Entry::Ptr const record = entry;
-  PortData& holder = append(intfId, &port, record);
-  holder.entryIndexIs(entryKey, EntryIndexOrNull(holder.chunkTail()->entryTailIndex().value()));
-  return record->timestamp();
-}
-
-Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
-  expectValid(entry);
-  Entry::Ptr const record = entry;
-  append(intfId, /*port=*/nullptr, record);
-  return record->timestamp();
-}
-
 // The interface's log, made if there is none. Good until the host's code runs.
-PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const* operation) {
-  if (PortData::Ptr const* const found = portData_.find(intfId)) [[likely]]
-    return **found;
+inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const* operation) {
+  PortData::Ptr const* const found = portData_.find(intfId);
+  return found != nullptr ? **found : newPort(intfId, operation);
+}
+
+[[gnu::cold]] PortData& CongestionData::newPort(Pylo::IntfId const& intfId, char const* operation) {
   PortData::Ptr const port = portDataIs(intfId);
   VORN_TRACE(8, operation << " : Created portData for Port " << intfId);
   return *port;
 }
 
-// Appends a record to an interface's log, which the caller may have looked up already; returns the log that
-// now holds it as its newest. What runs the host's code (judging, releasing the records of a stolen chunk)
-// may do anything to the log, so it is looked up again behind it.
-PortData& CongestionData::append(Pylo::IntfId const& intfId, PortData* port, Entry::Ptr const& entry) {
-  static constexpr char operation[] =
-      "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
-  VORN_TRACE(8, operation);
-  if (port == nullptr) port = &portFor(intfId, "doAddToLog");
+[[gnu::always_inline]] inline auto CongestionData::append(Pylo::IntfId const& intfId, PortData& port,
+                                                          Entry::Ptr const& entry) -> Appended {
+  // Where the slot is stands with the chunk's count, which may be as far away as the slot itself.
+  if (Chunk const* const tailChunk = port.chunkTail()) tailChunk->entrySlots().prefetch(port.nextSlot());
   Kes::Seconds const now = clock_->getUTCTime();
-  traceTail(*port);
-  if (judge(intfId, *port, *entry, now)) port = &portFor(intfId, "doAddToLog");
-  Chunk* tailChunk = port->chunkTail();
-  while (tailChunk == nullptr || tailChunk->entrys() == entriesPerChunk) {
-    allocateChunk(intfId);
-    port = &portFor(intfId, "doAddToLog");
-    tailChunk = port->chunkTail();
-  }
-  tailChunk->entryEnq(entry);
-  assertThat(tailChunk->entrys() <= entriesPerChunk, operation,
-             "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
-  VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
-                             << tailChunk->entrys() << " port " << intfId);
-  return *port;
+  traceTail(port);
+  bool const due = messageDue(port, *entry, now);
+  if (due || !hasRoom(port)) [[unlikely]]
+    return appendAfterHost(intfId, port, entry, due, now);
+  return enqueue(intfId, port, entry);
 }
 
-// Raises the record's threshold message if one is due; whether it was.
-bool CongestionData::judge(Pylo::IntfId const& intfId, PortData& port, Entry const& entry, Kes::Seconds now) {
+// Judging, and releasing the records of a stolen chunk, run the host's code, which may do anything to the
+// log: it is looked up again behind it, and the record is held, since the caller's reference may be the very
+// slot that is cleared on the way.
+[[gnu::cold]] auto CongestionData::appendAfterHost(Pylo::IntfId const& intfId, PortData& port,
+                                                   Entry::Ptr const& given, bool due, Kes::Seconds now)
+    -> Appended {
+  Entry::Ptr const entry = given;
+  if (due) {
+    port.lastSyslogTimeIs(now);
+    Thresholds const thresholds = portThresholds(vornConfig_, vornHwStatus_, intfId);
+    entry->doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
+  }
+  PortData* found = &portFor(intfId, "doAddToLog");
+  while (!hasRoom(*found)) {
+    allocateChunk(intfId);
+    found = &portFor(intfId, "doAddToLog");
+  }
+  return enqueue(intfId, *found, entry);
+}
+
+// Whether the interface's threshold message is to be judged by this record.
+inline bool CongestionData::messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const {
   Kes::Seconds const interval = vornConfig_->logInterval();
-  if (interval == 0.0) return false;
-  if (!(now > port.lastSyslogTime() + interval) && !entry.alwaysLog()) return false;
-  port.lastSyslogTimeIs(now);
-  Thresholds const thresholds = portThresholds(vornConfig_, vornHwStatus_, intfId);
-  entry.doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
-  return true;
+  return interval != 0.0 && (now > port.lastSyslogTime() + interval || entry.alwaysLog());
+}
+
+// The last step, into the newest chunk, where there is room.
+[[gnu::always_inline]] inline auto CongestionData::enqueue(Pylo::IntfId const& intfId, PortData& port,
+                                                           Entry::Ptr const& entry) -> Appended {
+  Chunk& tailChunk = *port.chunkTail();
+  tailChunk.entryEnq(entry);
+  port.nextSlotIs(tailChunk.entrys());
+  assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
+             "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
+  VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
+                             << tailChunk.entrys() << " port " << intfId);
+  return {port, *entry};
+}
+
+Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
+                                         Microseconds const& coalesceTime, Kes::U32 entryKey) {
+  expectValid(entry);
+  PortData& port = portFor(intfId, "updateEntry");
+  traceTail(port);
+  Entry const& record = *entry;
+  Entry* const matched = latestUnderKey(port, entryKey);
+  if (matched != nullptr && merge(*matched, record, coalesceTime)) return record.timestamp();
+  VORN_TRACE(8, addOperation);
+  Appended const appended = append(intfId, port, entry);
+  appended.port.entryIndexIs(entryKey, EntryIndexOrNull(appended.port.chunkTail()->entryTailIndex().value()));
+  return appended.record.timestamp();
+}
+
+Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
+  VORN_TRACE(8, addOperation);
+  expectValid(entry);
+  return append(intfId, portFor(intfId, "doAddToLog"), entry).record.timestamp();
 }
 
 Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {

@@ -6,6 +6,7 @@
 #include "Kes/HashMap.h"
 #include "Kes/LinkQueue.h"
 #include "Kes/Ptr.h"
+#include "Kes/SlabPool.h"
 #include "Kes/Time.h"
 #include "Pylo/IntfId.h"
 #include "Vorn/Chunk.h"
@@ -49,6 +50,12 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
 
   std::string_view fwkType() const override { return "Vorn::PortData"; }
 
+  // Side by side, in whole lines of cache and apart from the chunks: a host uses thousands of them in turns.
+  static void* operator new(std::size_t size) { return Kes::slabAllocate(wholeLines(size)); }
+  static void operator delete(void* memory, std::size_t size) noexcept {
+    Kes::slabFree(memory, wholeLines(size));
+  }
+
   // The interface: this object's key in the recorder, fixed for life.
   Pylo::IntfId const& intfId() const { return intfId_; }
   Pylo::IntfId const& fwkKey() const { return intfId_; }
@@ -81,6 +88,11 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   Chunk::Ptr chunkDel(ChunkIterator& at) { return chunk_.del(at); }
   void chunkDelAll() { chunk_.delAll(); }
   void chunkNotify(Kes::U32) {}
+
+  // The slot in the newest chunk that the next append is likely to take: a hint for fetching it ahead, on
+  // which nothing depends.
+  Kes::U32 nextSlot() const { return nextSlot_; }
+  void nextSlotIs(Kes::U32 slot) { nextSlot_ = slot; }
 
   // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
   Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }
@@ -136,13 +148,17 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // The allocator makes a node and chooses its key before it takes the chunk from anybody.
   friend class CongestionData;
 
+  static constexpr std::size_t wholeLines(std::size_t size) { return (size + 63) / 64 * 64; }
+
+  // An append reads no more than the first line of cache.
+  Kes::U32 nextSlot_ = 0;
   Pylo::IntfId const intfId_;
-  ChunkQueue chunk_;
   Kes::Seconds lastSyslogTime_ = 0.0;
+  ChunkQueue chunk_;
+  EntryIndexMap entryIndex_;
   Chunk::Ptr chunkTobeMerged_;
   Kes::U16 entryTobeMerged_ = 0;
   bool mergeEntries_ = false;
-  EntryIndexMap entryIndex_;
   PortMetaDataMap portMetaData_;
 };
 
