@@ -9,9 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include "Kes/HashMap.h"
 #include "Kes/Strep.h"
 #include "Vorn/Clock.h"
 #include "Vorn/Entry.h"
+#include "Vorn/PortData.h"
 #include "bench/Workload.h"
 
 // The least that anything could do which gives the same result: what the recorder is measured against. The
@@ -72,8 +74,7 @@ class SlabStruct : public FromSlab<SlabStruct> {
   U32 qLen_;
 };
 
-// Append: array index, ring, slab record. Merge: array index, flat key table; it serves as long as no two of
-// an interface's keys meet in a cell and no ring comes round.
+// Append: array index, ring, slab record. Merge: array index, flat table from key to place in the ring.
 template <class Record>
 class RingLog {
  public:
@@ -89,9 +90,11 @@ class RingLog {
   void update(U32 port, U32 qLen, U64 timestamp, U64 coalesceTime, U32 key) {
     Handle record(new Record(qLen, Vorn::Microseconds(timestamp)));
     Port& log = ports_[port];
-    Cell& cell = log.keys[key % log.keys.size()];
-    if (cell.latest != nullptr && cell.key == key && merged(*cell.latest, *record, coalesceTime)) return;
-    cell = {key, record.get()};
+    U32 const* const latest = log.keys.find(key);
+    if (latest != nullptr && log.next - *latest <= capacity &&
+        merged(*log.ring[*latest % capacity], *record, coalesceTime))
+      return;
+    log.keys.put(key, log.next);
     log.add(std::move(record), clock_->getUTCTime());
   }
 
@@ -108,13 +111,8 @@ class RingLog {
  private:
   using Handle = typename Record::Handle;
 
-  struct Cell {
-    U32 key;
-    Record* latest;
-  };
-
   struct Port {
-    std::array<Cell, 8> keys{};
+    Kes::HashMap<U32, U32, Vorn::PortData::KeyHash> keys;
     U32 next = 0;  // counts up; the ring's slot is the remainder
     std::array<Handle, capacity> ring{};
 
