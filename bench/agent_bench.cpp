@@ -1,0 +1,422 @@
+// The parts of scripts/measure-agent that a script cannot do, a subcommand each; --smoke runs once, small and
+// short, through those that end by themselves.
+
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/timerfd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/AgentClock.h"
+#include "agent/AgentOptions.h"
+#include "agent/CommandServer.h"
+#include "agent/EventLoop.h"
+#include "agent/LinuxEntry.h"
+#include "agent/LinuxPortMetaDataDumper.h"
+#include "agent/OwnRequests.h"
+#include "agent/QdiscDump.h"
+#include "agent/QdiscSource.h"
+#include "agent/UnixSocket.h"
+#include "bench/Resident.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+double millisecondsSince(steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(steady_clock::now() - start).count();
+}
+
+struct Spread {
+  double median;
+  double worst;
+};
+
+Spread spreadOf(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return {values[values.size() / 2], values.back()};
+}
+
+Agent::FileDescriptor millisecondTimer() {
+  Agent::FileDescriptor timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  if (!timer) Agent::throwErrno("timerfd_create");
+  constexpr timespec interval{0, 1'000'000};
+  constexpr itimerspec setting{interval, interval};
+  if (::timerfd_settime(timer.get(), 0, &setting, nullptr) != 0) Agent::throwErrno("timerfd_settime");
+  return timer;
+}
+
+// A timer of one millisecond and nothing else: what any program pays that wakes up so often.
+void runTimer() {
+  Agent::FileDescriptor const timer = millisecondTimer();
+  Agent::FileDescriptor const epoll(::epoll_create1(EPOLL_CLOEXEC));
+  epoll_event event{};
+  event.events = EPOLLIN;
+  if (::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, timer.get(), &event) != 0) Agent::throwErrno("epoll_ctl");
+  for (std::uint64_t expirations = 0;;) {
+    if (::epoll_wait(epoll.get(), &event, 1, -1) < 0) Agent::throwErrno("epoll_wait");
+    if (::read(timer.get(), &expirations, sizeof expirations) < 0) Agent::throwErrno("read");
+  }
+}
+
+constexpr std::size_t recordsOf(Kes::U32 chunks) { return std::size_t{chunks} * Vorn::entriesPerChunk; }
+
+// A recorder with a history of eight interfaces, to which records came in turn.
+class FullRecorder {
+ public:
+  FullRecorder(Kes::U32 poolChunks, std::size_t records)
+      : clock_(Kes::makePtr<Agent::AgentClock>()),
+        config_(Agent::configOf({})),
+        status_(Agent::hardwareStatusOf({})),
+        recorder_(Kes::makePtr<Vorn::CongestionData>(status_, clock_, config_,
+                                                     Kes::makePtr<Agent::LinuxPortMetaDataDumper>())) {
+    recorder_->numSharedChunksIs(poolChunks);
+    add(records);
+  }
+
+  void add(std::size_t records) {
+    for (; records != 0; --records, ++count_) {
+      Agent::CongestionUpdate update;
+      update.timestamp = clock_->now().value();
+      update.qLen = 20'000 + static_cast<Kes::U32>(count_ % 1000) * 100;
+      update.peakBound = update.qLen + 3028;
+      update.drainRate = 12'500'000;
+      recorder_->doAddToLog(intfIds_[count_ % intfIds_.size()],
+                            Kes::makePtr<Agent::LinuxEntry>(/*queue=*/0U, /*handle=*/0x8001'0000U, update));
+    }
+  }
+
+  std::size_t count() const { return count_; }
+  Agent::AgentClock::Ptr const& clock() const { return clock_; }
+  Vorn::CongestionData::Ptr const& recorder() const { return recorder_; }
+
+  // Serves `path` and looks at the queues of this network namespace, as vorn-agent does.
+  void serve(std::string const& path) {
+    Agent::EventLoop loop;
+    Agent::QdiscSource source(recorder_, config_, status_, clock_, {});
+    Agent::OwnRequests const ownRequests(recorder_, [&source] { return source.status(); });
+    Agent::CommandServer const server(loop, path, recorder_, ownRequests, {});
+    source.start(loop);
+    loop.run();
+  }
+
+ private:
+  Agent::AgentClock::Ptr clock_;
+  Vorn::Config::Ptr config_;
+  Vorn::Hardware::Status::Ptr status_;
+  Vorn::CongestionData::Ptr recorder_;
+  std::array<Pylo::IntfId, 8> const intfIds_{
+      Pylo::IntfId("full1"), Pylo::IntfId("full2"), Pylo::IntfId("full3"), Pylo::IntfId("full4"),
+      Pylo::IntfId("full5"), Pylo::IntfId("full6"), Pylo::IntfId("full7"), Pylo::IntfId("full8")};
+  std::size_t count_ = 0;
+};
+
+// Starts a report of one record, and waits for its end. The result is how many milliseconds the start took.
+double startReport(Vorn::CongestionData::Ptr const& recorder) {
+  int ends[2];
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) Agent::throwErrno("socketpair");
+  Agent::FileDescriptor const agentEnd(ends[0]);
+  Agent::FileDescriptor const clientEnd(ends[1]);
+  auto const before = steady_clock::now();
+  Agent::ReportChild child(recorder, agentEnd.get(), "-s1", nullptr, milliseconds(10'000));
+  double const took = millisecondsSince(before);
+  if (std::string const failure = child.failure(); !failure.empty()) throw std::runtime_error(failure);
+  return took;
+}
+
+// The start of a report at growing sizes of the process.
+void runForks(std::vector<double> const& megabytes, int reports) {
+  constexpr Kes::U32 poolChunks = 1U << 16;
+  auto const residentMegabytes = [] { return static_cast<double>(Bench::residentBytes()) / 1e6; };
+  FullRecorder full(poolChunks, /*records=*/0);
+  for (double const wanted : megabytes) {
+    while (residentMegabytes() < wanted && full.count() < recordsOf(poolChunks)) full.add(4000);
+    std::vector<double> times;
+    for (int i = 0; i < reports; ++i) {
+      times.push_back(startReport(full.recorder()));
+      std::this_thread::sleep_for(milliseconds(10));
+    }
+    Spread const spread = spreadOf(times);
+    std::printf("| %.0f MB | %zu | %.2f ms | %.2f ms |\n", residentMegabytes(), full.count(), spread.median,
+                spread.worst);
+  }
+}
+
+struct Asking {
+  std::string socket;
+  std::string request;
+  double seconds = 5;
+  unsigned gapMs = 0;
+  unsigned pauseMs = 0;
+  std::size_t lines = 1;
+};
+
+// Takes a whole answer without keeping it. The result is how many lines it had.
+std::size_t receiveLines(int socket, unsigned pauseMs) {
+  std::array<char, 65536> block;
+  std::size_t lines = 0;
+  for (;;) {
+    ssize_t const got = ::recv(socket, block.data(), block.size(), 0);
+    if (got < 0) Agent::throwErrno("recv");
+    if (got == 0) return lines;
+    lines += static_cast<std::size_t>(std::count(block.data(), block.data() + got, '\n'));
+    if (std::string_view(block.data(), static_cast<std::size_t>(got)).starts_with("error: "))
+      throw std::runtime_error("the agent refuses the request");
+    if (pauseMs != 0) std::this_thread::sleep_for(milliseconds(pauseMs));
+  }
+}
+
+// Asks one after the other. A time counts from the connecting to the end of the answer.
+void runAsk(Asking const& asking) {
+  std::string const request = asking.request + '\n';
+  std::vector<double> times;
+  auto const start = steady_clock::now();
+  while (millisecondsSince(start) < asking.seconds * 1e3) {
+    auto const before = steady_clock::now();
+    Agent::FileDescriptor const socket = Agent::connectTo(asking.socket, /*patienceSeconds=*/60);
+    if (::send(socket.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) Agent::throwErrno("send");
+    std::size_t const lines = receiveLines(socket.get(), asking.pauseMs);
+    times.push_back(millisecondsSince(before));
+    if (lines < asking.lines) throw std::runtime_error("an answer is short: " + std::to_string(lines));
+    std::this_thread::sleep_for(milliseconds(asking.gapMs));
+  }
+  Spread const spread = spreadOf(times);
+  std::printf("%zu %.0f %.0f\n", times.size(), spread.median * 1e3, spread.worst * 1e3);
+}
+
+// What an agent has to do beside its looks.
+struct Load {
+  char const* name;
+  unsigned clients;  // that ask for everything, again and again
+  unsigned pauseMs;  // of each of them behind every 64 KiB
+};
+
+constexpr Load loads[] = {{"no reports", 0, 0},
+                          {"four slow clients, 13 MB/s each at most", 4, 5},
+                          {"four clients as fast as they can", 4, 0}};
+
+// An agent that notes when it comes to look at the queues: the server of requests, a timer of one
+// millisecond, and at every tick a look at the queues and one more record.
+class WatchedAgent {
+ public:
+  struct Round {
+    double longestGap = 0;  // milliseconds
+    unsigned ticks = 0;
+    unsigned lateTicks = 0;  // that came more than a millisecond late
+    unsigned reports = 0;
+  };
+
+  WatchedAgent(Kes::U32 poolChunks, std::string socket)
+      : full_(poolChunks, recordsOf(poolChunks)),
+        lines_(recordsOf(poolChunks)),
+        socket_(std::move(socket)),
+        server_(loop_, socket_, full_.recorder(), [](auto const&, uid_t) { return std::nullopt; }, {}),
+        timer_(millisecondTimer()),
+        dump_(full_.clock()) {
+    loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTick(); });
+  }
+
+  Round round(Load const& load, double seconds) {
+    round_ = {};
+    for (unsigned i = 0; i < load.clients; ++i) startClient(load.pauseMs, seconds);
+    end_ = steady_clock::now() +
+           std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(seconds));
+    lastTick_ = {};
+    loop_.run();
+    return round_;
+  }
+
+ private:
+  // A process of its own: this program, asking.
+  void startClient(unsigned pauseMs, double seconds) {
+    std::string const command = "exec '" + std::filesystem::read_symlink("/proc/self/exe").string() +
+                                "' ask --seconds " + std::to_string(seconds) + " --pause-ms " +
+                                std::to_string(pauseMs) + " --lines " + std::to_string(lines_) + " '" +
+                                socket_ + "'";
+    std::FILE* const client = ::popen(command.c_str(), "re");
+    if (client == nullptr) Agent::throwErrno("popen");
+    ++clients_;
+    loop_.add(::fileno(client), EPOLLIN, [this, client](std::uint32_t) { handleClientEnd(client); });
+  }
+
+  void handleClientEnd(std::FILE* client) {
+    loop_.remove(::fileno(client));
+    unsigned reports = 0;
+    bool const told = std::fscanf(client, "%u", &reports) == 1;
+    if (::pclose(client) != 0 || !told) throw std::runtime_error("a client got no whole report");
+    round_.reports += reports;
+    --clients_;
+  }
+
+  void handleTick() {
+    std::uint64_t expirations = 0;
+    if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;
+    auto const now = steady_clock::now();
+    if (now < end_) noteTick(now);
+    if (now >= end_ && clients_ == 0) loop_.stop();
+    if (dump_.poll(samples_) == Agent::QdiscDump::Outcome::failed)
+      throw std::runtime_error("the queues of this machine cannot be read");
+    full_.add(1);
+  }
+
+  void noteTick(steady_clock::time_point now) {
+    if (lastTick_ != steady_clock::time_point{}) {
+      double const gap = std::chrono::duration<double, std::milli>(now - lastTick_).count();
+      round_.longestGap = std::max(round_.longestGap, gap);
+      if (gap > 2) ++round_.lateTicks;
+    }
+    lastTick_ = now;
+    ++round_.ticks;
+  }
+
+  FullRecorder full_;
+  std::size_t const lines_;
+  std::string const socket_;
+  Agent::EventLoop loop_;
+  Agent::CommandServer server_;
+  Agent::FileDescriptor timer_;
+  Agent::QdiscDump dump_;
+  std::vector<Agent::QdiscSample> samples_;
+
+  Round round_;
+  steady_clock::time_point end_;
+  steady_clock::time_point lastTick_;
+  unsigned clients_ = 0;  // that have not ended
+};
+
+enum class Priority : bool { ordinary, realTime };
+
+// As vorn-agent does for --fifo: of this process, not of its children.
+void priorityIs(Priority priority) {
+  bool const realTime = priority == Priority::realTime;
+  sched_param parameters{};
+  parameters.sched_priority = realTime ? 10 : 0;
+  if (::sched_setscheduler(0, realTime ? SCHED_FIFO | SCHED_RESET_ON_FORK : SCHED_OTHER, &parameters) != 0)
+    Agent::throwErrno("sched_setscheduler");
+}
+
+// All rounds under one load and one priority.
+class GapRow {
+ public:
+  GapRow(Load const& load, Priority priority) : load_(load), priority_(priority) {}
+
+  void run(WatchedAgent& agent, double seconds) {
+    priorityIs(priority_);
+    WatchedAgent::Round const round = agent.round(load_, seconds);
+    priorityIs(Priority::ordinary);
+    if (round.ticks < 2) throw std::runtime_error("hardly a look at the queues");
+    if ((round.reports == 0) != (load_.clients == 0)) throw std::runtime_error("reports are missing");
+    gaps_.push_back(round.longestGap);
+    ticks_ += round.ticks;
+    lateTicks_ += round.lateTicks;
+    reports_ += round.reports;
+  }
+
+  void print() const {
+    Spread const spread = spreadOf(gaps_);
+    std::printf("| %s, %s | %u | %.2f ms | %.2f ms | %u of %u |\n", load_.name,
+                priority_ == Priority::realTime ? "`--fifo 10`" : "ordinary priority", reports_,
+                spread.median, spread.worst, lateTicks_, ticks_);
+  }
+
+ private:
+  Load const& load_;
+  Priority priority_;
+  std::vector<double> gaps_;
+  unsigned ticks_ = 0;
+  unsigned lateTicks_ = 0;
+  unsigned reports_ = 0;
+};
+
+// The rounds of all loads take turns, so that other work on the machine disturbs all alike.
+void runGaps(std::string const& socket, std::vector<Priority> const& priorities, Kes::U32 poolChunks,
+             int rounds, double seconds) {
+  WatchedAgent agent(poolChunks, socket);
+  std::vector<GapRow> rows;
+  for (Priority const priority : priorities)
+    for (Load const& load : loads) rows.emplace_back(load, priority);
+  for (int round = 0; round < rounds; ++round)
+    for (GapRow& row : rows) row.run(agent, seconds);
+  for (GapRow const& row : rows) row.print();
+}
+
+void runSmoke() {
+  std::printf("smoke test: the figures below mean nothing\n");
+  std::string const name = "agent_bench." + std::to_string(::getpid());
+  runGaps((std::filesystem::temp_directory_path() / name).string(), {Priority::ordinary}, /*poolChunks=*/8,
+          /*rounds=*/1, /*seconds=*/0.1);
+  runForks({10}, /*reports=*/3);
+}
+
+constexpr Kes::U32 fullPool = 200;  // 100,000 records
+
+struct Arguments {
+  bool smoke = false;
+  std::string socket;
+  std::vector<double> megabytes;
+  int rounds = 7;
+  Asking asking;
+};
+
+void addMeasurements(CLI::App& app, Arguments& arguments) {
+  app.add_subcommand("timer", "Wakes up every millisecond, and does nothing")->callback(&runTimer);
+  auto* const serve = app.add_subcommand("serve", "Looks at the queues and serves 100,000 records");
+  serve->add_option("SOCKET", arguments.socket)->required();
+  serve->callback([&] { FullRecorder(fullPool, recordsOf(fullPool)).serve(arguments.socket); });
+  auto* const forks = app.add_subcommand("forks", "How long the start of a report takes");
+  forks->add_option("MB", arguments.megabytes, "Resident memory of the process, ascending")->required();
+  forks->callback([&] { runForks(arguments.megabytes, /*reports=*/21); });
+  auto* const gaps = app.add_subcommand("gaps", "The longest gaps between looks, beside reports and without");
+  gaps->add_option("--rounds", arguments.rounds, "Of each load")->check(CLI::Range(1, 1000));
+  gaps->add_option("--seconds", arguments.asking.seconds, "Of each round");
+  gaps->add_option("SOCKET", arguments.socket)->required();
+  gaps->callback([&] {
+    runGaps(arguments.socket, {Priority::ordinary, Priority::realTime}, fullPool, arguments.rounds,
+            arguments.asking.seconds);
+  });
+}
+
+void addAsk(CLI::App& app, Asking& asking) {
+  auto* const ask =
+      app.add_subcommand("ask", "Sends requests; prints answers, median and worst microseconds");
+  ask->add_option("--seconds", asking.seconds, "For so long");
+  ask->add_option("--gap-ms", asking.gapMs, "Pause between two requests");
+  ask->add_option("--pause-ms", asking.pauseMs, "Pause behind each 64 KiB read");
+  ask->add_option("--lines", asking.lines, "An answer with fewer of them is an error");
+  ask->add_option("SOCKET", asking.socket)->required();
+  ask->add_option("REQUEST", asking.request, "A line for the agent; empty: the whole history");
+  ask->callback([&asking] { runAsk(asking); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Puts load onto an agent and tells what it costs.", "agent_bench");
+  Arguments arguments;
+  app.require_subcommand(0, 1);
+  app.add_flag("--smoke", arguments.smoke, "Small and short: shows that everything can be measured");
+  addMeasurements(app, arguments);
+  addAsk(app, arguments.asking);
+  try {
+    CLI11_PARSE(app, argc, argv);
+    if (arguments.smoke) runSmoke();
+  } catch (std::exception const& error) {
+    std::fprintf(stderr, "agent_bench: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+  if (arguments.smoke || !app.get_subcommands().empty()) return EXIT_SUCCESS;
+  std::fputs(app.help().c_str(), stderr);
+  return 2;
+}
