@@ -1,5 +1,6 @@
 #include "agent/ReportChild.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -49,6 +50,13 @@ void leaveTheAgentsSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// On two processors a report takes turns with the agent, whose looks at the queues must not wait for it: a
+// lower weight lets the agent in as soon as it wakes (scripts/measure-agent shows what it gives).
+void yieldToTheAgent() {
+  constexpr int nicer = 10;
+  ::setpriority(PRIO_PROCESS, 0, ::getpriority(PRIO_PROCESS, 0) + nicer);
+}
+
 void limitTimeTo(std::chrono::milliseconds limit) {
   itimerval timer{};
   timer.it_value.tv_sec = static_cast<time_t>(limit.count() / 1000);
@@ -85,6 +93,7 @@ void writeReport(Vorn::CongestionData& recorder, int socket, std::string const& 
                             ReportWriter const& writer, std::chrono::milliseconds limit) {
   keepOnly(socket);
   leaveTheAgentsSignals();
+  yieldToTheAgent();
   limitTimeTo(limit);
   Kes::traceSinkIs(&noteFailure);
   try {
