@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <memory>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -50,14 +52,14 @@ class HashMap {
   // The value under a key; null pointer when there is none.
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   Value const* find(Key const& key) const {
-    if (cells_.empty()) return nullptr;
+    if (!cells_) return nullptr;
     Cell const& cell = cells_[probe(key, fold(Hash{}(key)))];
     return cell.index == Cell::vacant ? nullptr : &members_[cell.index].value;
   }
 
   // Stores a value under a key, replacing one that is there.
   Value& put(Key const& key, Value value) {
-    if ((members_.size() + 1) * 2 > cells_.size()) rehash();
+    if (!cells_ || (members_.size() + 1) * 2 > mask_ + std::size_t{1}) rehash();
     U32 const hash = fold(Hash{}(key));
     Cell& cell = cells_[probe(key, hash)];
     if (cell.index == Cell::vacant) {
@@ -80,7 +82,7 @@ class HashMap {
   void delAll() {
     std::vector<Member> released;
     released.swap(members_);
-    for (Cell& cell : cells_) cell = Cell();
+    if (cells_) std::fill_n(cells_.get(), mask_ + std::size_t{1}, Cell());
     // Keep the room: a map that is emptied over and over (an entry-key index) must not allocate each time.
     if constexpr (std::is_trivially_destructible_v<Member>) {
       released.clear();
@@ -114,15 +116,16 @@ class HashMap {
   }
 
   void rehash() {
-    std::vector<Cell> larger(std::bit_ceil((members_.size() + 1) * 4));
-    mask_ = larger.size() - 1;
-    for (Cell const& cell : cells_) {
-      if (cell.index == Cell::vacant) continue;
-      std::size_t at = cell.hash & mask_;
+    std::size_t const count = std::bit_ceil((members_.size() + 1) * 4);
+    auto larger = std::make_unique<Cell[]>(count);
+    mask_ = static_cast<U32>(count - 1);
+    for (U32 index = 0; index < members_.size(); ++index) {
+      U32 const hash = fold(Hash{}(members_[index].key));
+      std::size_t at = hash & mask_;
       while (larger[at].index != Cell::vacant) at = (at + 1) & mask_;
-      larger[at] = cell;
+      larger[at] = {hash, index};
     }
-    cells_.swap(larger);
+    cells_ = std::move(larger);
   }
 
   Value removeCell(std::size_t at) {
@@ -150,8 +153,8 @@ class HashMap {
   }
 
   std::vector<Member> members_;
-  std::vector<Cell> cells_;
-  std::size_t mask_ = 0;  // as many cells as a power of two, less one
+  std::unique_ptr<Cell[]> cells_;
+  U32 mask_ = 0;  // there are as many cells as a power of two, less one
 };
 
 }  // namespace Kes

@@ -14,10 +14,10 @@ constexpr char operation[] = "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChu
 void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
   constexpr std::size_t ahead = 8;
   for (std::size_t i = 0; i < records.size(); ++i) {
-    if (i + ahead < records.size()) {
-      auto* const next = reinterpret_cast<std::byte const*>(records[i + ahead].get());
-      __builtin_prefetch(next, /*rw=*/1);
-      __builtin_prefetch(next + sizeof(Entry) - 1, /*rw=*/1);
+    Entry const* const later = i + ahead < records.size() ? records[i + ahead].get() : nullptr;
+    if (later != nullptr) {
+      __builtin_prefetch(later, /*rw=*/1);
+      __builtin_prefetch(reinterpret_cast<std::byte const*>(later + 1) - 1, /*rw=*/1);
     }
     records[i] = nullptr;
   }

@@ -90,13 +90,14 @@ void addStartRecords(PortData const& port) {
 void selectPorts(CongestionData::PortDataMap const& ports, CommandOptions const& options) {
   InterfaceFilter filter(options);
   startEntry.clear();
-  for (auto const& [intfId, port] : ports) {
-    port->mergeEntriesIs(false);
-    if (!filter.matches(intfId.shortName().str()) || port->chunks() == 0) continue;
-    port->mergeEntriesIs(true);
-    VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key() << " num of entries "
-                                << port->chunkTail()->entrys());
-    addStartRecords(*port);
+  for (auto const& member : ports) {
+    PortData& port = *member.value;
+    port.mergeEntriesIs(false);
+    if (!filter.matches(port.intfId().shortName().str()) || port.chunks() == 0) continue;
+    port.mergeEntriesIs(true);
+    VORN_TRACE(6, "tail index " << port.chunkQueue().tail()->key() << " num of entries "
+                                << port.chunkTail()->entrys());
+    addStartRecords(port);
   }
   std::sort(startEntry.begin(), startEntry.end(), PortMetaDataSort);
 }

@@ -25,14 +25,15 @@ Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::Stri
   beginReport(out, reportTime, reportHeader);
   StartRecordCursor startRecords(portMetaDataDumper_, out, /*csvFormat=*/true);
   while (cursor.total() != 0) {
-    auto const [port, entry, shortName] = cursor.choose();
-    assertThat(port != nullptr, operation, "oldestEntryChunk");
-    while (!startRecords.atEnd() && startRecords.time() < entry->timestamp()) startRecords.write();
-    VORN_TRACE(6, "Oldest chunk " << port->intfId() << " numEntries " << port->chunkTobeMerged()->entrys());
+    MergeCursor::Choice const next = cursor.choose();
+    assertThat(next.port != nullptr, operation, "oldestEntryChunk");
+    while (!startRecords.atEnd() && startRecords.time() < next.entry->timestamp()) startRecords.write();
+    VORN_TRACE(6, "Oldest chunk " << next.port->intfId() << " numEntries "
+                                  << next.port->chunkTobeMerged()->entrys());
     cursor.advance();
-    if (showAll) doMergeAndDumpGlobalChunk(out, entry, /*ascending=*/true);
-    Kes::DecimalText const time(entry->timestamp().value());
-    Kes::S32 const result = entry->dumpEntry(out, time.charPtr(), shortName, /*cvsFormat=*/true);
+    if (showAll) doMergeAndDumpGlobalChunk(out, next.entry, /*ascending=*/true);
+    Kes::DecimalText const time(next.entry->timestamp().value());
+    Kes::S32 const result = next.entry->dumpEntry(out, time.charPtr(), next.shortName, /*cvsFormat=*/true);
     if (result != 0) {
       VORN_TRACE(0, "doDumpEntriesInCSVFormat : entry dump failed ");
       return result;

@@ -15,7 +15,7 @@ MergeCursor::MergeCursor(CongestionData::PortDataMap const& ports, Direction dir
     Row row{port, intfId.shortName().charPtr()};
     if (direction_ == Direction::oldestFirst) {
       load(row, Chunk::Ptr(port->chunkHead()));
-      VORN_TRACE(6, "head index " << port->chunkMetadata().headKey - 1 << " num of entries " << row.left);
+      VORN_TRACE(6, "head index " << row.port->chunkMetadata().headKey - 1 << " num of entries " << row.left);
     } else {
       load(row, Chunk::Ptr(port->chunkTail()));
     }

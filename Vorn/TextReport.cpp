@@ -48,17 +48,17 @@ class TextReport {
 bool TextReport::writeEntries() {
   MergeCursor cursor(recorder_.portDataMap(), MergeCursor::Direction::newestFirst);
   while (cursor.total() != 0) {
-    auto const [port, entry, shortName] = cursor.choose();
-    assertThat(port != nullptr,
+    MergeCursor::Choice const next = cursor.choose();
+    assertThat(next.port != nullptr,
                "void Vorn::CongestionData::doMergeAndDumpEntries(Kes::VoidPtr, Kes::String, Kes::String, "
                "Kes::String)",
                "mostRecentEntryChunk");
-    Microseconds const time = entry->timestamp();
+    Microseconds const time = next.entry->timestamp();
     if (hasStartRecords()) writeStartRecordsAfter(time);
-    VORN_TRACE(6, "Most recent chunk " << port->intfId());
+    VORN_TRACE(6, "Most recent chunk " << next.port->intfId());
     cursor.advance();
     if (countReached() || tooOld(time)) break;
-    Kes::S32 const result = writeEntry(*entry, shortName);
+    Kes::S32 const result = writeEntry(*next.entry, next.shortName);
     if (result == -1) {
       VORN_TRACE(0, "doMergeAndDumpEntries : entry dump failed");
       return false;
