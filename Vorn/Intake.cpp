@@ -112,7 +112,7 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
                                                            Entry::Ptr const& entry) -> Appended {
   Chunk& tailChunk = *port.chunkTail();
   tailChunk.entryEnq(entry);
-  port.nextSlotIs(tailChunk.entrys());
+  port.nextSlotIs(static_cast<Kes::U16>(tailChunk.entrys()));
   assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
   VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "

@@ -91,8 +91,8 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
 
   // The slot in the newest chunk that the next append is likely to take: a hint for fetching it ahead, on
   // which nothing depends.
-  Kes::U32 nextSlot() const { return nextSlot_; }
-  void nextSlotIs(Kes::U32 slot) { nextSlot_ = slot; }
+  Kes::U16 nextSlot() const { return nextSlot_; }
+  void nextSlotIs(Kes::U16 slot) { nextSlot_ = slot; }
 
   // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
   Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }
@@ -150,14 +150,14 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
 
   static constexpr std::size_t wholeLines(std::size_t size) { return (size + 63) / 64 * 64; }
 
-  // An append reads no more than the first line of cache.
-  Kes::U32 nextSlot_ = 0;
+  // An append, and a report's line, touch no more than the first line of cache.
+  Kes::U16 nextSlot_ = 0;
+  Kes::U16 entryTobeMerged_ = 0;
   Pylo::IntfId const intfId_;
   Kes::Seconds lastSyslogTime_ = 0.0;
   ChunkQueue chunk_;
   EntryIndexMap entryIndex_;
   Chunk::Ptr chunkTobeMerged_;
-  Kes::U16 entryTobeMerged_ = 0;
   bool mergeEntries_ = false;
   PortMetaDataMap portMetaData_;
 };
