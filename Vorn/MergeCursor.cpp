@@ -38,8 +38,13 @@ void MergeCursor::advance() {
   step(rows_[chosen]);
   settle(chosen);
   for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) play(match);
-  // Its port is written to next.
-  __builtin_prefetch(rows_[matches_[1].row].port.get(), /*rw=*/1);
+  // While the chosen record is written, what the next one needs is fetched: its port's cursor, and all of a
+  // platform's record, which is larger than ours.
+  Row const& next = rows_[matches_[1].row];
+  __builtin_prefetch(next.port.get(), /*rw=*/1);
+  if (next.entry == nullptr) return;
+  __builtin_prefetch(next.entry);
+  __builtin_prefetch(next.entry + 1);
 }
 
 // Puts a row's cursor at the first position of a chunk.
