@@ -12,10 +12,10 @@
 namespace Kes {
 
 // Memory for many small objects of few sizes, such as records. Objects of one size share slabs of 64 KiB, and
-// a slab that has become empty is given back, but for a few. The objects of a size that were freed last, at
-// most `maxListed`, stand in a list and are handed out again before any other: they keep their slabs in use
-// until slabTrim. Sizes above `maxSlabSize` are left to the general allocator, and so is everything in a
-// build with sanitizers, which have to see each object.
+// a slab that has become empty is given back, but for a few. Up to `maxListed` freed objects of a size stand
+// in a list and are handed out again before any other: each of them keeps its slab, which may be a slab of
+// its own, until it is used or slabTrim is called. Sizes above `maxSlabSize` are left to the general
+// allocator, and so is everything in a build with sanitizers, which have to see each object.
 //
 // Memory is aligned as `new` aligns it for the size; objects of whole lines of cache (64 bytes) stand in
 // lines of their own. Several threads may use it once Kes::threadSafePtrsIs(true) was called.

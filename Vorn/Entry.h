@@ -43,6 +43,13 @@ class VORN_EXPORT Entry : public Kes::PtrInterface {
   }
   static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
   static void operator delete(void* memory, std::nothrow_t const&) noexcept { Kes::slabFreeUnsized(memory); }
+  static void* operator new(std::size_t size, std::align_val_t alignment,
+                            std::nothrow_t const& tag) noexcept {
+    return ::operator new(size, alignment, tag);
+  }
+  static void operator delete(void* memory, std::align_val_t alignment, std::nothrow_t const& tag) noexcept {
+    ::operator delete(memory, alignment, tag);
+  }
   static void* operator new(std::size_t, void* place) noexcept { return place; }
   static void operator delete(void*, void*) noexcept {}
 

@@ -71,6 +71,7 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
 
 [[gnu::always_inline]] inline auto CongestionData::append(Pylo::IntfId const& intfId, PortData& port,
                                                           Entry::Ptr const& entry) -> Appended {
+  // Nothing is held: up to the slot nothing of the host's runs but its clock, which changes nothing.
   // Where the slot is stands with the chunk's count, which may be as far away as the slot itself.
   if (Chunk const* const tailChunk = port.chunkTail()) tailChunk->entrySlots().prefetch(port.nextSlot());
   Kes::Seconds const now = clock_->getUTCTime();
@@ -135,8 +136,8 @@ Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& 
 }
 
 Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
-  VORN_TRACE(8, addOperation);
   expectValid(entry);
+  VORN_TRACE(8, addOperation);
   return append(intfId, portFor(intfId, "doAddToLog"), entry).record.timestamp();
 }
 

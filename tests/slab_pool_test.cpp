@@ -68,6 +68,7 @@ struct Refused final : Vorn::Entry {
 TEST(SlabPool, Memory_comesBackWhateverWayItWent) {
   alignas(Vorn::Entry) std::byte place[sizeof(Vorn::Entry)];
   Vorn::Entry::Ptr held(new (std::nothrow) Vorn::Entry(1, Vorn::Microseconds(1)));
+  Vorn::Entry::Ptr const aligned(new (std::nothrow) Sized<64, 128>(1));
   EXPECT_NE(static_cast<void*>(new (place) Vorn::Entry(2, Vorn::Microseconds(2))), held.get());
   long const before = residentPages();
   for (int i = 0; i < 100'000; ++i) {
