@@ -114,9 +114,8 @@ class RingLog {
   struct Port {
     Kes::HashMap<U32, U32, Vorn::PortData::KeyHash> keys;
     U32 next = 0;  // counts up; the ring's slot is the remainder
-    std::array<Handle, capacity> ring{};
-
     Kes::Seconds lastTime = 0.0;
+    std::array<Handle, capacity> ring{};
 
     void add(Handle record, Kes::Seconds time) {
       lastTime = time;
