@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -29,33 +30,53 @@ constexpr bool standsAside = false;
 #endif
 
 // A slab is as large as the multiples that it stands at, so an object's address tells its slab.
-constexpr std::size_t slabSize = 65536;
+constexpr U32 slabSize = 65536;
 // Empty slabs that are kept, of whatever size: where interfaces fill their chunks in step, slabs come and go.
 constexpr U32 maxSpare = 8;
 
 using detail::FreeList;
 using detail::FreeObject;
 
-struct SizeClass;
+struct Slab;
 
+// The slabs of one size: those with room, from the first of which objects are taken, and the full ones.
+struct SizeClass {
+  U32 size = 0;
+  U32 perSlab = 0;
+  U32 firstObject = 0;  // bytes from the slab's begin
+  Slab* withRoom = nullptr;
+  Slab* full = nullptr;
+};
+
+// The begin of a slab, in front of its objects. Behind it stands a bit for each of them, set while it is
+// free: an object that was freed long ago is far away, and is not read before it is used again.
 struct alignas(64) Slab {
   SizeClass* owner;
   Slab* previous;  // in one of the owner's lists
   Slab* next;
-  FreeObject* freed;
-  std::byte* untouched;  // from here on objects have never been used
-  std::byte* end;
   U32 used;
+  U32 firstWord;  // below this word no object is free
 
-  bool full() const { return freed == nullptr && untouched == end; }
+  U64* freeBits() { return reinterpret_cast<U64*>(this + 1); }
+  std::byte* objects() { return reinterpret_cast<std::byte*>(this) + owner->firstObject; }
+  bool full() const { return used == owner->perSlab; }
 };
 
-// The slabs of one size: those with room, from the first of which objects are taken, and the full ones.
-struct SizeClass {
-  std::size_t size = 0;
-  Slab* withRoom = nullptr;
-  Slab* full = nullptr;
-};
+constexpr U32 bitsPerWord = 64;
+constexpr U32 wordsFor(U32 objects) { return (objects + bitsPerWord - 1) / bitsPerWord; }
+
+constexpr U32 firstObjectBehind(U32 objects) {
+  auto const end = static_cast<U32>(sizeof(Slab) + wordsFor(objects) * sizeof(U64));
+  return (end + alignof(Slab) - 1) / alignof(Slab) * alignof(Slab);
+}
+
+void layOut(SizeClass& sizeClass, U32 size) {
+  U32 objects = slabSize / size;
+  while (firstObjectBehind(objects) + objects * size > slabSize) --objects;
+  sizeClass.size = size;
+  sizeClass.perSlab = objects;
+  sizeClass.firstObject = firstObjectBehind(objects);
+}
 
 // Zero-initialised and never destroyed: objects may outlive every static of this library.
 constinit std::array<SizeClass, detail::slabSizeIndex(maxSlabSize) + 1> classes{};
@@ -120,10 +141,11 @@ void dispose(Slab* slab) {
 }
 
 Slab* newSlab(SizeClass& owner) {
-  void* const memory = spareOrMapped();
-  auto* const objects = static_cast<std::byte*>(memory) + sizeof(Slab);
-  std::size_t const room = (slabSize - sizeof(Slab)) / owner.size * owner.size;
-  auto* const slab = new (memory) Slab{&owner, nullptr, nullptr, nullptr, objects, objects + room, 0};
+  auto* const slab = new (spareOrMapped()) Slab{&owner, nullptr, nullptr, 0, 0};
+  U64* const bits = slab->freeBits();
+  std::fill_n(bits, wordsFor(owner.perSlab), ~U64{0});
+  if (U32 const rest = owner.perSlab % bitsPerWord; rest > 0)
+    bits[owner.perSlab / bitsPerWord] = (U64{1} << rest) - 1;
   link(slab, owner.withRoom);
   return slab;
 }
@@ -133,21 +155,27 @@ Slab* slabOf(void* object) {
   return reinterpret_cast<Slab*>(address & ~(std::uintptr_t{slabSize} - 1));
 }
 
-void* take(SizeClass& from) {
+// Moves the lowest free objects of a slab into the empty list, as many as share a word, so that what is used
+// in turns lies side by side.
+void refill(FreeList& list, SizeClass& from) {
   Slab* const slab = from.withRoom != nullptr ? from.withRoom : newSlab(from);
-  void* object = slab->freed;
-  if (object != nullptr) {
-    slab->freed = slab->freed->next;
-  } else {
-    object = slab->untouched;
-    slab->untouched += from.size;
+  while (slab->freeBits()[slab->firstWord] == 0) ++slab->firstWord;
+  U64& bits = slab->freeBits()[slab->firstWord];
+  auto const count = static_cast<U32>(std::popcount(bits));
+  std::byte* const objects = slab->objects() + slab->firstWord * bitsPerWord * from.size;
+  FreeObject** end = &list.first;
+  for (; bits != 0; bits &= bits - 1) {
+    auto* const object =
+        new (objects + static_cast<U32>(std::countr_zero(bits)) * from.size) FreeObject{nullptr};
+    *end = object;
+    end = &object->next;
   }
-  ++slab->used;
-  if (slab->full()) [[unlikely]] {
+  list.room -= count;
+  slab->used += count;
+  if (slab->full()) {
     unlink(slab, from.withRoom);
     link(slab, from.full);
   }
-  return object;
 }
 
 void giveBack(void* object) {
@@ -157,7 +185,10 @@ void giveBack(void* object) {
     unlink(slab, owner.full);
     link(slab, owner.withRoom);
   }
-  slab->freed = new (object) FreeObject{slab->freed};
+  auto const index = static_cast<U32>(static_cast<std::byte*>(object) - slab->objects()) / owner.size;
+  U32 const word = index / bitsPerWord;
+  slab->freeBits()[word] |= U64{1} << index % bitsPerWord;
+  slab->firstWord = std::min(slab->firstWord, word);
   bool const last = slab->previous == nullptr && slab->next == nullptr;
   if (--slab->used > 0 || last) return;
   unlink(slab, owner.withRoom);
@@ -185,13 +216,15 @@ void* slabAllocateOther(std::size_t size) {
   std::size_t const index = slabSizeIndex(std::max<std::size_t>(size, 1));
   LockWhereShared const guard;
   FreeList& list = freeLists[index];
-  if (list.first != nullptr) return list.take();
-  SizeClass& sizeClass = classes[index];
-  if (sizeClass.size == 0) {
-    sizeClass.size = index * slabSizeStep;
-    list.room = maxListed;
+  if (list.first == nullptr) {
+    SizeClass& sizeClass = classes[index];
+    if (sizeClass.size == 0) {
+      layOut(sizeClass, static_cast<U32>(index * slabSizeStep));
+      list.room = maxListed;
+    }
+    refill(list, sizeClass);
   }
-  return take(sizeClass);
+  return list.take();
 }
 
 void slabFreeOther(void* memory, std::size_t size) noexcept {

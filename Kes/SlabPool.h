@@ -14,7 +14,8 @@ namespace Kes {
 // Memory for many small objects of few sizes, such as records. Objects of one size share slabs of 64 KiB, and
 // a slab that has become empty is given back, but for a few. Up to `maxListed` freed objects of a size stand
 // in a list and are handed out again before any other: each of them keeps its slab, which may be a slab of
-// its own, until it is used or slabTrim is called. Sizes above `maxSlabSize` are left to the general
+// its own, until it is used or slabTrim is called. Beyond them a slab's lowest free objects come first, so
+// objects that were made in turns lie side by side. Sizes above `maxSlabSize` are left to the general
 // allocator, and so is everything in a build with sanitizers, which have to see each object.
 //
 // Memory is aligned as `new` aligns it for the size; objects of whole lines of cache (64 bytes) stand in
