@@ -19,7 +19,7 @@ inline double median(std::vector<double> values) {
 }
 
 // Several ways of doing the same, measured in turns: in every round each does as many operations as take it
-// some 40 ms, and another one begins. What else runs on the machine then meets all of them, and the ratio of
+// 20 to 40 ms, and another one begins. What else runs on the machine then meets all of them, and the ratio of
 // two is taken within a round.
 class Contest {
  public:

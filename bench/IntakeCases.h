@@ -99,6 +99,21 @@ class StealCase {
     return seconds;
   }
 
+  // Each interface holds its first 500 records, and in the chunk that it took last what came since: one of
+  // the pass, and one of each round behind it.
+  void check() const {
+    U32 const ports = workload_.ports();
+    U64 const pass = next_ - U64{Vorn::entriesPerChunk} * ports;
+    for (U32 const port : checkedPorts(ports)) {
+      std::vector<Kept> expected;
+      auto const add = [&](U64 n) { expected.push_back({Workload::timestamp(n), 0, Workload::qLen(n)}); };
+      for (U32 round = 0; round < Vorn::entriesPerChunk; ++round) add(U64{round} * ports + port);
+      add(pass + (port + ports - firstTaker_ % ports) % ports);
+      for (U32 round = 1; round < Vorn::entriesPerChunk; ++round) add(pass + U64{round} * ports + port);
+      expect(keptRecords(*recorder_->portData(ids_[port])) == expected, "records beside a taken chunk");
+    }
+  }
+
  private:
   void add(U32 port) {
     recorder_->doAddToLog(

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -108,22 +109,29 @@ class ReportCase {
     }
   }
 
-  // Every interface gets a queue with a start before its first record and a counter.
+  // Every interface gets a queue with a counter and a start: one after the other, all before the first
+  // record.
   void addMetaData() {
+    U64 start = 0;
     for (Pylo::IntfId const& id : ids_) {
       Vorn::PortMetaData::Ptr const queue = Vorn::portMetaDataFactory(1, id);
       queue->counterIs(1);
-      queue->timeOfCongestionStartIs(Vorn::Microseconds(1));
+      queue->timeOfCongestionStartIs(Vorn::Microseconds(++start));
       recorder_->portDataIs(id)->portMetaDataIs(queue);
     }
+    withStarts_ = true;
   }
-  // Records of the global buffer stand among the others. Not 500: a text report leaves out a full log.
+  // Records of the global buffer stand among the others, each with the time of one of them. Not 500: a text
+  // report leaves out a full log.
   static constexpr U64 globalRecords = 400;
   void addGlobalRecords() {
     recorder_->allocateGlobalChunk();
-    U64 const step = sorted_.size() / globalRecords;
-    for (U64 n = 0; n < globalRecords; ++n)
-      recorder_->doAddToGlobalLog(make_(Workload::qLen(n), time(n * step)));
+    for (U64 n = 0; n < globalRecords; ++n) {
+      U64 const twin = n * (sorted_.size() / globalRecords);
+      Vorn::Entry::Ptr const entry = make_(Workload::qLen(n), time(twin));
+      recorder_->doAddToGlobalLog(entry);
+      globalTwins_[twin] = entry;
+    }
   }
 
   void report(std::FILE* out, char const* command) const {
@@ -131,27 +139,46 @@ class ReportCase {
   }
   void floor(std::FILE* out, bool csv) const { writeSorted(sorted_, out, csv); }
 
-  // The report is the date and then exactly what the floor writes.
+  // The report is the date and then, in order: the starts, the records, and those of the global buffer each
+  // behind the record of the same time; the other way round in text, but for the latter.
   void check(bool csv, char const* command) const {
-    std::string const whole = writtenBy([&](std::FILE* out) { report(out, command); });
-    std::string const records = writtenBy([&](std::FILE* out) { floor(out, csv); });
-    expect(whole == date + records, std::string("report ") + command);
+    checkReport(command, writtenBy([&](std::FILE* out) {
+                  if (csv) writeStarts(out, ids_.begin(), ids_.end());
+                  writeRecords(out, csv);
+                  if (!csv) writeStarts(out, ids_.rbegin(), ids_.rend());
+                }));
+    if (!withStarts_ && globalTwins_.empty())
+      checkReport(command, writtenBy([&](std::FILE* out) { floor(out, csv); }));
   }
-  // The number of lines alone, the date's two not among them, where other kinds stand between the records.
-  void checkLines(char const* command, U64 lines) const {
-    std::string const whole = writtenBy([&](std::FILE* out) { report(out, command); });
-    U64 const counted = static_cast<U64>(std::count(whole.begin(), whole.end(), '\n'));
-    expect(counted == lines + 2,
-           std::string("report ") + command + " has " + std::to_string(counted) + " lines");
+  // The counters of all queues.
+  void checkStatistics() const {
+    std::string lines;
+    for (Pylo::IntfId const& id : ids_) lines += id.shortName().str() + ", 1, 1\n";
+    checkReport("-c", lines + "\nGlobal Hit Count = 0\n");
   }
-
-  static constexpr char date[] = "\nReport generated at 0.000000\n";
 
   U64 records() const { return sorted_.size(); }
   Workload const& workload() const { return workload_; }
   std::vector<Pylo::IntfId> const& ids() const { return ids_; }
 
  private:
+  void checkReport(char const* command, std::string const& lines) const {
+    std::string const whole = writtenBy([&](std::FILE* out) { report(out, command); });
+    expect(whole == "\nReport generated at 0.000000\n" + lines, std::string("report ") + command);
+  }
+  template <class Iterator>
+  void writeStarts(std::FILE* out, Iterator begin, Iterator end) const {
+    for (; withStarts_ && begin != end; ++begin)
+      std::fprintf(out, "start %s\n", begin->shortName().charPtr());
+  }
+  void writeRecords(std::FILE* out, bool csv) const {
+    for (U64 i = 0; i < sorted_.size(); ++i) {
+      U64 const n = csv ? i : sorted_.size() - 1 - i;
+      writeSorted({sorted_[n]}, out, csv);
+      if (auto const twin = globalTwins_.find(n); twin != globalTwins_.end())
+        writeSorted({{twin->second, "N/A"}}, out, csv);
+    }
+  }
   static Vorn::Microseconds time(U64 n) { return Vorn::Microseconds(Workload::timestamp(n)); }
 
   RecordMaker make_;
@@ -159,6 +186,8 @@ class ReportCase {
   std::vector<Pylo::IntfId> ids_;
   Vorn::CongestionData::Ptr recorder_;
   std::vector<SortedRecord> sorted_;
+  std::map<U64, Vorn::Entry::Ptr> globalTwins_;  // by the number of the record with the same time
+  bool withStarts_ = false;
 };
 
 }  // namespace Bench

@@ -22,49 +22,72 @@ namespace Bench {
 
 namespace {
 
-// A recorder that is made anew for every batch and given a first part of the records before the clock runs.
+// Recorders that are made anew for every batch and given a first part of the records before the clock runs; a
+// few of them where one interface would give too little to time.
 class FreshCase {
  public:
   enum class Kind { privateChunk, newShared };
 
   FreshCase(U32 ports, Kind kind) : workload_(ports), kind_(kind) {}
 
-  // At most batch() operations: as many as there is room for.
-  static U64 batch(U32 ports, Kind kind) { return kind == Kind::newShared ? ports : ports * U64{300}; }
+  // Operations of a batch: as many as there is room for.
+  static U64 batch(U32 ports, Kind kind) { return recorders(ports) * appendsEach(ports, kind); }
 
-  double run(U64 count) {
-    log_ = std::make_unique<RecorderLog>(workload_);
-    before_ = kind_ == Kind::newShared ? Vorn::entriesPerChunk : 1;
-    U64 n = 0;
-    for (U32 round = 0; round < before_; ++round)
-      for (U32 port = 0; port < workload_.ports(); ++port) append(port, n++);
-    bool const inTurn = kind_ == Kind::newShared;
+  double run(U64) {
+    logs_.clear();
+    for (U32 i = 0; i < recorders(workload_.ports()); ++i) {
+      RecorderLog& log = *logs_.emplace_back(std::make_unique<RecorderLog>(workload_));
+      for (U64 n = 0; n < timedFrom(); ++n) append(log, n);
+    }
     return secondsOf([&] {
-      for (U64 i = 0; i < count; ++i, ++n) append(inTurn ? static_cast<U32>(i) : workload_.port(i), n);
+      for (auto const& log : logs_)
+        for (U64 n = timedFrom(); n < timedTo(); ++n) append(*log, n);
     });
   }
 
   void check() const {
-    expect(log_->recorder().chunkArrayCount() == (kind_ == Kind::newShared ? workload_.ports() : 0),
-           "number of shared chunks");
-    expect(retainedRecords(log_->recorder()) ==
-               U64{before_} * workload_.ports() + batch(workload_.ports(), kind_),
-           "number of records");
+    for (auto const& log : logs_) {
+      expect(log->recorder().chunkArrayCount() == (kind_ == Kind::newShared ? workload_.ports() : 0),
+             "number of shared chunks");
+      for (U32 const port : checkedPorts(workload_.ports()))
+        expect(log->kept(port) == given(port), "records");
+    }
   }
 
  private:
-  void append(U32 port, U64 n) { log_->append(port, Workload::qLen(n), Workload::timestamp(n)); }
+  static U32 recorders(U32 ports) { return std::max(64 / ports, 1U); }
+  static U64 appendsEach(U32 ports, Kind kind) { return kind == Kind::newShared ? ports : ports * U64{300}; }
+
+  // All interfaces have their first chunk before the clock runs; it is full where the next is to be a new
+  // one.
+  U64 timedFrom() const {
+    return U64{workload_.ports()} * (kind_ == Kind::newShared ? Vorn::entriesPerChunk : 1);
+  }
+  U64 timedTo() const { return timedFrom() + appendsEach(workload_.ports(), kind_); }
+  U32 portOf(U64 n) const {
+    bool const inTurn = n < timedFrom() || kind_ == Kind::newShared;
+    return inTurn ? static_cast<U32>(n % workload_.ports()) : workload_.port(n);
+  }
+  void append(RecorderLog& log, U64 n) const {
+    log.append(portOf(n), Workload::qLen(n), Workload::timestamp(n));
+  }
+  std::vector<Kept> given(U32 port) const {
+    std::vector<Kept> records;
+    for (U64 n = 0; n < timedTo(); ++n)
+      if (portOf(n) == port) records.push_back({Workload::timestamp(n), 0, Workload::qLen(n)});
+    return records;
+  }
 
   Workload workload_;
   Kind const kind_;
-  std::unique_ptr<RecorderLog> log_;
-  U32 before_ = 0;
+  std::vector<std::unique_ptr<RecorderLog>> logs_;
 };
 
 class StealBatches {
  public:
   explicit StealBatches(U32 ports) : case_(ports) {}
   double run(U64) { return case_.runPass(); }
+  void check() const { case_.check(); }
 
  private:
   StealCase case_;
@@ -122,6 +145,7 @@ void addFull(std::string const& log, bool smoke, U32 ports) {
   U64 const batch = smoke ? 1000 : 200'000;
   addCase(sized("full/uniform/" + log, ports), smoke, batch, make<Case>(ports, Spread::uniform));
   addCase(sized("full/skewed/" + log, ports), smoke, batch, make<Case>(ports, Spread::skewed));
+  addCase(sized("full/in turn/" + log, ports), smoke, batch, make<Case>(ports, Spread::inTurn));
 }
 
 void addRecorderCases(bool smoke, U32 ports) {

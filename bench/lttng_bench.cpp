@@ -33,7 +33,9 @@ class RecorderCase {
 class TracepointCase {
  public:
   TracepointCase(U32 ports, std::shared_ptr<LttngSession> session)
-      : workload_(ports), session_(std::move(session)) {}
+      : workload_(ports), session_(std::move(session)) {
+    run(recordsOfBuffers);
+  }
 
   double run(U64 count) {
     U64 const end = next_ + count;
@@ -56,6 +58,9 @@ class TracepointCase {
   }
 
  private:
+  // More than the 16 MiB of a processor's buffers hold of some 40 bytes each.
+  static constexpr U64 recordsOfBuffers = 1'000'000;
+
   Workload workload_;
   std::shared_ptr<LttngSession> session_;
   U64 next_ = 0;
