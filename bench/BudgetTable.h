@@ -10,15 +10,6 @@ namespace Bench {
 // One line a budget: name, measured, budget, "ok" or "over"; and how many there are of each.
 class BudgetTable {
  public:
-  struct Counts {
-    Kes::U32 ok = 0;
-    Kes::U32 over = 0;
-    Kes::U32 notMeasured = 0;
-  };
-
-  Counts counts() const { return counts_; }
-  void countsIs(Counts counts) { counts_ = counts; }
-
   // Measured times or sizes that must not be more than the budget.
   void atMost(std::string const& name, double measured, double budget) {
     line(name, measured, "at most", budget, measured <= budget);
@@ -29,22 +20,24 @@ class BudgetTable {
   }
   void notMeasured(std::string const& name, std::string const& reason) {
     std::printf("%-72s not measured: %s\n", name.c_str(), reason.c_str());
-    ++counts_.notMeasured;
+    ++notMeasured_;
   }
   // Whether all could be measured.
   bool finish() const {
-    if (counts_.notMeasured > 0) std::printf("not measured: %u\n", counts_.notMeasured);
-    std::printf("budgets: %u ok, %u over\n", counts_.ok, counts_.over);
-    return counts_.notMeasured == 0;
+    if (notMeasured_ > 0) std::printf("not measured: %u\n", notMeasured_);
+    std::printf("budgets: %u ok, %u over\n", ok_, over_);
+    return notMeasured_ == 0;
   }
 
  private:
   void line(std::string const& name, double measured, char const* sense, double budget, bool holds) {
     std::printf("%-72s %9.2f  %8s %7g  %s\n", name.c_str(), measured, sense, budget, holds ? "ok" : "over");
-    ++(holds ? counts_.ok : counts_.over);
+    ++(holds ? ok_ : over_);
   }
 
-  Counts counts_;
+  Kes::U32 ok_ = 0;
+  Kes::U32 over_ = 0;
+  Kes::U32 notMeasured_ = 0;
 };
 
 }  // namespace Bench

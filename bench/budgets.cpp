@@ -7,9 +7,13 @@
 // Exits with 0 when all could be measured, whatever the figures are: they inform, and gate nothing; with 77
 // when a line says why it could not, and with 1 when a result was wrong.
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <exception>
-#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
 
 #include "bench/BudgetTable.h"
 #include "bench/ChildProcess.h"
@@ -40,6 +44,9 @@ struct FilterBudget {
 
 constexpr FilterBudget filterBudgets[] = {{bracketPatterns, 150}, {literalNames, 5}, {prefixPatterns, 5}};
 
+// What one contest measured, in the order of its lines.
+using Measured = std::array<double, 4>;
+
 class Budgets {
  public:
   explicit Budgets(bool smoke) : smoke_(smoke) {}
@@ -47,33 +54,47 @@ class Budgets {
   // Whether all could be measured.
   bool run() {
     if (smoke_) std::printf("smoke test: the figures below mean nothing\n");
-    inChild([&] { measureMemory(); });
-    for (U32 const ports : sizes({64, 512, 4096})) inChild([&] { measureAppend(ports); });
-    inChild([&] { measureScaling(); });
-    for (U32 const ports : sizes({1, 64, 512})) inChild([&] { measureMerge(ports); });
-    inChild([&] { measureSteal(); });
-    for (Size const& size : reportSizes()) inChild([&] { measureReports(size); });
-    for (FilterBudget const& filter : filterBudgets) inChild([&] { measureFilter(filter); });
+    addMemory();
+    for (U32 const ports : sizes({64, 512, 4096})) addAppend(ports);
+    addScaling();
+    for (U32 const ports : sizes({1, 64, 512})) addMerge(ports);
+    addSteal();
+    for (Size const& size : reportSizes()) addReports(size);
+    for (FilterBudget const& filter : filterBudgets) addFilter(filter);
     return table_.finish();
   }
 
  private:
-  void measureMemory();
-  void measureAppend(U32 ports);
-  void measureScaling();
-  void measureMerge(U32 ports);
-  void measureSteal();
-  void measureReports(Size const& size);
-  void measureReport(ReportCase const& reports, bool csv, double budget);
-  void measureFilter(FilterBudget const& budget);
+  // The lines of the table.
+  void addMemory();
+  void addAppend(U32 ports);
+  void addScaling();
+  void addMerge(U32 ports);
+  void addSteal();
+  void addReports(Size const& size);
+  void addFilter(FilterBudget const& budget);
 
-  // The lines of a part, from a process of its own.
-  template <class Part>
-  void inChild(Part part) {
-    table_.countsIs(resultOfChild([&] {
-      part();
-      return table_.counts();
-    }));
+  // What stands in them.
+  Measured measureAppend(U32 ports) const;
+  Measured measureScaling(U32 few, U32 many) const;
+  Measured measureMerge(U32 ports) const;
+  Measured measureSteal() const;
+  Measured measureReports(U32 ports) const;
+  double measureReport(ReportCase const& reports, bool csv) const;
+  Measured measureFilter(Patterns const& patterns) const;
+
+  // The medians over several processes: where things lie in memory differs from one to the next, and moves a
+  // ratio more than anything that differs between the rounds of one.
+  template <class Measure>
+  Measured medians(Measure measure) const {
+    std::array<std::vector<double>, std::tuple_size_v<Measured>> all;
+    for (U32 process = 0; process < (smoke_ ? 1U : 5U); ++process) {
+      Measured const measured = resultOfChild(measure);
+      for (std::size_t i = 0; i < measured.size(); ++i) all[i].push_back(measured[i]);
+    }
+    Measured result;
+    std::transform(all.begin(), all.end(), result.begin(), median);
+    return result;
   }
 
   // A smoke test takes the first size only.
@@ -95,13 +116,14 @@ class Budgets {
   BudgetTable table_;
 };
 
-void Budgets::measureMemory() {
+void Budgets::addMemory() {
   U64 const rounds = (smoke_ ? 4 : 40) * U64{Vorn::entriesPerChunk};
-  table_.atMost("resident bytes a retained record", bytesPerRetainedRecord(rounds), 52);
+  Measured const bytes = medians([&] { return Measured{bytesPerRetainedRecord(rounds)}; });
+  table_.atMost("resident bytes a retained record", bytes[0], 52);
   table_.atMost("sizeof(Chunk)", sizeof(Vorn::Chunk), 4096);
 }
 
-// A log that takes part in the append contest; none where its library is missing.
+// A log that takes part in the append contest.
 template <class Log>
 class Appender {
  public:
@@ -120,7 +142,24 @@ class Appender {
   std::size_t number_ = 0;
 };
 
-void Budgets::measureAppend(U32 ports) {
+void Budgets::addAppend(U32 ports) {
+  auto const name = [&](char const* against) { return nameOf("append", ports, against); };
+  Measured const ratios = medians([&] { return measureAppend(ports); });
+  table_.atMost(name("array, ring and slab"), ratios[0], 1.5);
+  table_.atLeast(name("map of deques, times faster"), ratios[1], 5);
+#ifdef VORN_BENCH_BOOST
+  table_.atLeast(name("map of circular buffers, times faster"), ratios[2], 5);
+#else
+  table_.notMeasured(name("map of circular buffers"), "built without Boost");
+#endif
+#ifdef VORN_BENCH_SPDLOG
+  table_.atLeast(name("ring-buffer log sink, times faster"), ratios[3], 4);
+#else
+  table_.notMeasured(name("ring-buffer log sink"), "built without spdlog");
+#endif
+}
+
+Measured Budgets::measureAppend(U32 ports) const {
   Workload const workload(ports);
   Contest contest = newContest();
   Appender<FloorLog> floor(contest, workload);
@@ -137,38 +176,44 @@ void Budgets::measureAppend(U32 ports) {
   floor.check();
   recorder.check();
   deque.check();
-  auto const faster = [&](std::size_t peer) { return contest.ratio(peer, recorder.number()); };
-  auto const name = [&](char const* against) { return nameOf("append", ports, against); };
-  table_.atMost(name("array, ring and slab"), contest.ratio(recorder.number(), floor.number()), 1.5);
-  table_.atLeast(name("map of deques, times faster"), faster(deque.number()), 5);
+  Measured ratios{contest.ratio(recorder.number(), floor.number()),
+                  contest.ratio(deque.number(), recorder.number())};
 #ifdef VORN_BENCH_BOOST
   circular.check();
-  table_.atLeast(name("map of circular buffers, times faster"), faster(circular.number()), 5);
-#else
-  table_.notMeasured(name("map of circular buffers"), "built without Boost");
+  ratios[2] = contest.ratio(circular.number(), recorder.number());
 #endif
 #ifdef VORN_BENCH_SPDLOG
   spdlog.check();
-  table_.atLeast(name("ring-buffer log sink, times faster"), faster(spdlog.number()), 4);
-#else
-  table_.notMeasured(name("ring-buffer log sink"), "built without spdlog");
+  ratios[3] = contest.ratio(spdlog.number(), recorder.number());
 #endif
+  return ratios;
 }
 
-void Budgets::measureScaling() {
-  Workload const few(smoke_ ? 4 : 64);
-  Workload const many(smoke_ ? 8 : 4096);
+void Budgets::addScaling() {
+  U32 const few = smoke_ ? 4 : 64;
+  U32 const many = smoke_ ? 8 : 4096;
+  table_.atMost("append, " + std::to_string(many) + " interfaces / " + std::to_string(few),
+                medians([&] { return measureScaling(few, many); })[0], 3);
+}
+
+Measured Budgets::measureScaling(U32 few, U32 many) const {
+  Workload const fewInterfaces(few);
+  Workload const manyInterfaces(many);
   Contest contest = newContest();
-  Appender<RecorderLog> atFew(contest, few);
-  Appender<RecorderLog> atMany(contest, many);
+  Appender<RecorderLog> atFew(contest, fewInterfaces);
+  Appender<RecorderLog> atMany(contest, manyInterfaces);
   contest.run();
   atFew.check();
   atMany.check();
-  table_.atMost("append, " + std::to_string(many.ports()) + " interfaces / " + std::to_string(few.ports()),
-                contest.ratio(atMany.number(), atFew.number()), 3);
+  return {contest.ratio(atMany.number(), atFew.number())};
 }
 
-void Budgets::measureMerge(U32 ports) {
+void Budgets::addMerge(U32 ports) {
+  table_.atMost(nameOf("merge, 8 keys", ports, "array and flat key table"),
+                medians([&] { return measureMerge(ports); })[0], 1.5);
+}
+
+Measured Budgets::measureMerge(U32 ports) const {
   Workload const workload(ports);
   MergeCase<FloorLog> floorCase(workload);
   MergeCase<RecorderLog> recorderCase(workload);
@@ -180,12 +225,16 @@ void Budgets::measureMerge(U32 ports) {
   contest.run();
   floorCase.check();
   recorderCase.check();
-  table_.atMost(nameOf("merge, 8 keys", ports, "array and flat key table"), contest.ratio(recorder, floor),
-                1.5);
+  return {contest.ratio(recorder, floor)};
+}
+
+void Budgets::addSteal() {
+  table_.atMost("append that takes a full chunk / releasing 500 records",
+                medians([&] { return measureSteal(); })[0], 1.5);
 }
 
 // Both count in passes, one chunk an interface.
-void Budgets::measureSteal() {
+Measured Budgets::measureSteal() const {
   U32 const ports = smoke_ ? 4 : 64;
   StealCase stealCase(ports);
   ReleaseCase releaseCase(ports);
@@ -200,16 +249,22 @@ void Budgets::measureSteal() {
   std::size_t const release = contest.add(passes(releaseCase));
   std::size_t const steal = contest.add(passes(stealCase));
   contest.run();
-  table_.atMost("append that takes a full chunk / releasing 500 records", contest.ratio(steal, release), 1.5);
+  stealCase.check();
+  return {contest.ratio(steal, release)};
 }
 
-void Budgets::measureReports(Size const& size) {
-  ReportCase const reports(size.ports, smoke_ ? 5000 : 100'000, &agentRecord);
-  measureReport(reports, /*csv=*/true, size.csvBudget);
-  measureReport(reports, /*csv=*/false, size.textBudget);
+void Budgets::addReports(Size const& size) {
+  Measured const ratios = medians([&] { return measureReports(size.ports); });
+  table_.atMost(nameOf("CSV report", size.ports, "presorted records"), ratios[0], size.csvBudget);
+  table_.atMost(nameOf("text report", size.ports, "presorted records"), ratios[1], size.textBudget);
 }
 
-void Budgets::measureReport(ReportCase const& reports, bool csv, double budget) {
+Measured Budgets::measureReports(U32 ports) const {
+  ReportCase const reports(ports, smoke_ ? 5000 : 100'000, &agentRecord);
+  return {measureReport(reports, /*csv=*/true), measureReport(reports, /*csv=*/false)};
+}
+
+double Budgets::measureReport(ReportCase const& reports, bool csv) const {
   char const* const command = csv ? "csv" : "";
   reports.check(csv, command);
   NullStream const stream;
@@ -224,12 +279,16 @@ void Budgets::measureReport(ReportCase const& reports, bool csv, double budget) 
   std::size_t const floor = contest.add(times([&] { reports.floor(stream.get(), csv); }));
   std::size_t const recorder = contest.add(times([&] { reports.report(stream.get(), command); }));
   contest.run();
-  table_.atMost(nameOf(csv ? "CSV report" : "text report", reports.workload().ports(), "presorted records"),
-                contest.ratio(recorder, floor), budget);
+  return contest.ratio(recorder, floor);
 }
 
-void Budgets::measureFilter(FilterBudget const& budget) {
-  FilterCase const filter(budget.patterns, smoke_ ? 64 : 512);
+void Budgets::addFilter(FilterBudget const& budget) {
+  table_.atLeast(std::string("filter, ") + budget.patterns.name + " / compiling each test, times faster",
+                 medians([&] { return measureFilter(budget.patterns); })[0], budget.budget);
+}
+
+Measured Budgets::measureFilter(Patterns const& patterns) const {
+  FilterCase const filter(patterns, smoke_ ? 64 : 512);
   filter.check();
   // Nothing of what is selected may be left out by the compiler.
   std::size_t selected = 0;
@@ -245,8 +304,7 @@ void Budgets::measureFilter(FilterBudget const& budget) {
   std::size_t const once = contest.add(times([&] { return filter.select(); }));
   contest.run();
   expect(selected > 0, "selected interfaces");
-  table_.atLeast(std::string("filter, ") + budget.patterns.name + " / compiling each test, times faster",
-                 contest.ratio(each, once), budget.budget);
+  return {contest.ratio(each, once)};
 }
 
 }  // namespace
