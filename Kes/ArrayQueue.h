@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <utility>
 
 #include "Kes/Exception.h"
@@ -53,7 +54,7 @@ class ArrayQueue {
     U32 const index = tailNext();
     ++modificationCount_;
     ++count_;
-    slots_[index].swap(value);
+    std::construct_at(&slots_[index], std::move(value));  // over null, of which nothing is to be released
   }
 
   // Removes and returns the oldest element, and every hole behind it; null when empty.

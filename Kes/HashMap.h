@@ -53,15 +53,15 @@ class HashMap {
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   Value const* find(Key const& key) const {
     if (!cells_) return nullptr;
-    Cell const& cell = cells_[probe(key, fold(Hash{}(key)))];
-    return cell.index == Cell::vacant ? nullptr : &members_[cell.index].value;
+    Member const* const member = probe(key, fold(Hash{}(key))).member;
+    return member != nullptr ? &member->value : nullptr;
   }
 
   // Stores a value under a key, replacing one that is there.
   Value& put(Key const& key, Value value) {
     if (!cells_ || (members_.size() + 1) * 2 > mask_ + std::size_t{1}) rehash();
     U32 const hash = fold(Hash{}(key));
-    Cell& cell = cells_[probe(key, hash)];
+    Cell& cell = cells_[probe(key, hash).cell];
     if (cell.index == Cell::vacant) {
       members_.push_back({key, std::move(value)});
       cell = {hash, static_cast<U32>(members_.size() - 1)};
@@ -74,10 +74,10 @@ class HashMap {
   // Removes the member under a key and returns its value; Value() when there is none.
   Value del(Key const& key) {
     if (members_.empty()) return Value();
-    std::size_t const at = probe(key, fold(Hash{}(key)));
-    return cells_[at].index == Cell::vacant ? Value() : removeCell(at);
+    Position const found = probe(key, fold(Hash{}(key)));
+    return found.member == nullptr ? Value() : removeCell(found.cell);
   }
-  Value del(Iterator& at) { return removeCell(probe(at.key(), fold(Hash{}(at.key())))); }
+  Value del(Iterator& at) { return removeCell(probe(at.key(), fold(Hash{}(at.key()))).cell); }
 
   void delAll() {
     std::vector<Member> released;
@@ -99,13 +99,18 @@ class HashMap {
 
   static U32 fold(U64 hash) { return static_cast<U32>(hash ^ (hash >> 32)); }
 
-  // The cell that holds the key, or the vacant one where it belongs.
-  std::size_t probe(Key const& key, U32 hash) const {
-    std::size_t at = hash & mask_;
-    while (cells_[at].index != Cell::vacant &&
-           !(cells_[at].hash == hash && members_[cells_[at].index].key == key))
-      at = (at + 1) & mask_;
-    return at;
+  // A key's cell and member; for one that is not in the map the vacant cell where it belongs, and null.
+  struct Position {
+    std::size_t cell;
+    Member const* member;
+  };
+  Position probe(Key const& key, U32 hash) const {
+    for (std::size_t at = hash & mask_;; at = (at + 1) & mask_) {
+      Cell const& cell = cells_[at];
+      if (cell.index == Cell::vacant) return {at, nullptr};
+      Member const* const member = &members_[cell.index];
+      if (cell.hash == hash && member->key == key) return {at, member};
+    }
   }
 
   // The cell that points at the member of a given hash and index.

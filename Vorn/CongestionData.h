@@ -177,7 +177,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Appended append(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry);
   Appended appendAfterHost(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& given, bool due,
                            Kes::Seconds now);
-  static Appended enqueue(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry);
+  static void enqueue(Pylo::IntfId const& intfId, PortData& port, Chunk& tailChunk, Entry::Ptr const& entry);
   bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;
 
   Hardware::Status::PtrConst const vornHwStatus_;

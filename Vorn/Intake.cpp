@@ -45,14 +45,12 @@ inline bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime)
 constexpr char addOperation[] =
     "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
 
-inline bool hasRoom(PortData const& port) {
-  Chunk const* const tailChunk = port.chunkTail();
+inline bool hasRoom(Chunk const* tailChunk) {
   return tailChunk != nullptr && tailChunk->entrys() != entriesPerChunk;
 }
 
-inline void traceTail(PortData const& port) {
-  if (defaultTraceHandle().enabled(8) && port.chunkTail() != nullptr) [[unlikely]]
-    VORN_TRACE(8, "tailChunk->entrys() " << port.chunkTail()->entrys());
+inline void traceTail(Chunk const* tailChunk) {
+  if (tailChunk != nullptr) VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
 }
 
 }  // namespace
@@ -73,13 +71,16 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
                                                           Entry::Ptr const& entry) -> Appended {
   // Nothing is held: up to the slot nothing of the host's runs but its clock, which changes nothing.
   // Where the slot is stands with the chunk's count, which may be as far away as the slot itself.
-  if (Chunk const* const tailChunk = port.chunkTail()) tailChunk->entrySlots().prefetch(port.nextSlot());
+  Entry const& record = *entry;
+  Chunk* const tailChunk = port.chunkTail();
+  if (tailChunk != nullptr) tailChunk->entrySlots().prefetch(port.nextSlot());
   Kes::Seconds const now = clock_->getUTCTime();
-  traceTail(port);
-  bool const due = messageDue(port, *entry, now);
-  if (due || !hasRoom(port)) [[unlikely]]
+  traceTail(tailChunk);
+  bool const due = messageDue(port, record, now);
+  if (due || !hasRoom(tailChunk)) [[unlikely]]
     return appendAfterHost(intfId, port, entry, due, now);
-  return enqueue(intfId, port, entry);
+  enqueue(intfId, port, *tailChunk, entry);
+  return {port, record};
 }
 
 // Judging, and releasing the records of a stolen chunk, run the host's code, which may do anything to the
@@ -95,11 +96,12 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
     entry->doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
   }
   PortData* found = &portFor(intfId, "doAddToLog");
-  while (!hasRoom(*found)) {
+  while (!hasRoom(found->chunkTail())) {
     allocateChunk(intfId);
     found = &portFor(intfId, "doAddToLog");
   }
-  return enqueue(intfId, *found, entry);
+  enqueue(intfId, *found, *found->chunkTail(), entry);
+  return {*found, *entry};
 }
 
 // Whether the interface's threshold message is to be judged by this record.
@@ -108,24 +110,22 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
   return interval != 0.0 && (now > port.lastSyslogTime() + interval || entry.alwaysLog());
 }
 
-// The last step, into the newest chunk, where there is room.
-[[gnu::always_inline]] inline auto CongestionData::enqueue(Pylo::IntfId const& intfId, PortData& port,
-                                                           Entry::Ptr const& entry) -> Appended {
-  Chunk& tailChunk = *port.chunkTail();
+// The last step, into the log's newest chunk, where there is room.
+[[gnu::always_inline]] inline void CongestionData::enqueue(Pylo::IntfId const& intfId, PortData& port,
+                                                           Chunk& tailChunk, Entry::Ptr const& entry) {
   tailChunk.entryEnq(entry);
   port.nextSlotIs(static_cast<Kes::U16>(tailChunk.entrys()));
   assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
   VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
                              << tailChunk.entrys() << " port " << intfId);
-  return {port, *entry};
 }
 
 Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
                                          Microseconds const& coalesceTime, Kes::U32 entryKey) {
   expectValid(entry);
   PortData& port = portFor(intfId, "updateEntry");
-  traceTail(port);
+  traceTail(port.chunkTail());
   Entry const& record = *entry;
   Entry* const matched = latestUnderKey(port, entryKey);
   if (matched != nullptr && merge(*matched, record, coalesceTime)) return record.timestamp();
