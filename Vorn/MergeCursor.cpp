@@ -38,13 +38,15 @@ void MergeCursor::advance() {
   step(rows_[chosen]);
   settle(chosen);
   for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) play(match);
-  // While the chosen record is written, what the next one needs is fetched: its port's cursor, and all of a
-  // platform's record, which is larger than ours.
+  // While the chosen record is written, what the next line needs is fetched: its port's cursor, all of a
+  // platform's record, which is larger than ours, and what moves the row on behind it.
   Row const& next = rows_[matches_[1].row];
   __builtin_prefetch(next.port.get(), /*rw=*/1);
   if (next.entry == nullptr) return;
   __builtin_prefetch(next.entry);
   __builtin_prefetch(next.entry + 1);
+  __builtin_prefetch(next.following);
+  next.chunk->entrySlots().prefetch(slotBehind(slotBehind(next.slot)));
 }
 
 // Puts a row's cursor at the first position of a chunk.
@@ -74,10 +76,7 @@ void MergeCursor::settle(std::size_t index) {
   row.entry = row.chunk->entrySlots().slot(row.slot).get();
   row.port->entryTobeMergedIs(static_cast<Kes::U16>(row.slot));
   matches_[leaves_ + index] = {keyOf(*row.entry), static_cast<Kes::U32>(index)};
-  // The port that just gave a record is likely to give the next one too.
-  Kes::U32 const ahead = direction_ == Direction::oldestFirst ? EntryQueue::Slots::after(row.slot)
-                                                              : EntryQueue::Slots::before(row.slot);
-  __builtin_prefetch(row.chunk->entrySlots().slot(ahead).get());
+  row.following = row.chunk->entrySlots().slot(slotBehind(row.slot)).get();
 }
 
 bool MergeCursor::nextChunk(Row& row) {
@@ -96,9 +95,13 @@ bool MergeCursor::nextChunk(Row& row) {
   return true;
 }
 
+Kes::U32 MergeCursor::slotBehind(Kes::U32 slot) const {
+  return direction_ == Direction::oldestFirst ? EntryQueue::Slots::after(slot)
+                                              : EntryQueue::Slots::before(slot);
+}
+
 void MergeCursor::step(Row& row) const {
-  row.slot = direction_ == Direction::oldestFirst ? EntryQueue::Slots::after(row.slot)
-                                                  : EntryQueue::Slots::before(row.slot);
+  row.slot = slotBehind(row.slot);
   --row.left;
 }
 

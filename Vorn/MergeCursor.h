@@ -46,9 +46,10 @@ class MergeCursor {
     PortData::Ptr port;
     Kes::CharPtrConst shortName;
     Chunk const* chunk = nullptr;
-    Entry const* entry = nullptr;  // the current record
-    Kes::U32 slot = 0;             // and its slot
-    Kes::U32 left = 0;             // positions of the chunk from it on, in the direction of the report
+    Entry const* entry = nullptr;      // the current record
+    Entry const* following = nullptr;  // what is likely to come after it: a hint for fetching it ahead
+    Kes::U32 slot = 0;                 // of the current record
+    Kes::U32 left = 0;                 // positions of the chunk from it on, in the direction of the report
   };
 
   // A row and the key of its current record: the smallest comes next.
@@ -60,6 +61,7 @@ class MergeCursor {
   void load(Row& row, Chunk::Ptr const& chunk);
   void settle(std::size_t index);
   bool nextChunk(Row& row);
+  Kes::U32 slotBehind(Kes::U32 slot) const;
   void step(Row& row) const;
   void play(std::size_t match);
   Kes::U64 keyOf(Entry const& entry) const;
