@@ -3,6 +3,7 @@
 
 #include <sched.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -28,6 +30,8 @@
 #include "agent/QdiscDump.h"
 #include "agent/QdiscSource.h"
 #include "agent/UnixSocket.h"
+#include "bench/ChildProcess.h"
+#include "bench/RecorderLog.h"
 #include "bench/Resident.h"
 
 namespace {
@@ -45,6 +49,7 @@ struct Spread {
 };
 
 Spread spreadOf(std::vector<double> values) {
+  if (values.empty()) throw std::runtime_error("nothing was measured");
   std::sort(values.begin(), values.end());
   return {values[values.size() / 2], values.back()};
 }
@@ -98,7 +103,17 @@ class FullRecorder {
     }
   }
 
-  std::size_t count() const { return count_; }
+  // Lets the pool grow until `enough`, and fills it.
+  template <class Enough>
+  void fill(Enough enough) {
+    while (!enough()) {
+      recorder_->numSharedChunksIs(recorder_->numSharedChunks() + 8);
+      add(recordsOf(8));
+    }
+    add(recordsOf(16));
+  }
+
+  std::size_t retained() const { return Bench::retainedRecords(*recorder_); }
   Agent::AgentClock::Ptr const& clock() const { return clock_; }
   Vorn::CongestionData::Ptr const& recorder() const { return recorder_; }
 
@@ -123,35 +138,79 @@ class FullRecorder {
   std::size_t count_ = 0;
 };
 
-// Starts a report of one record, and waits for its end. The result is how many milliseconds the start took.
-double startReport(Vorn::CongestionData::Ptr const& recorder) {
-  int ends[2];
-  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) Agent::throwErrno("socketpair");
-  Agent::FileDescriptor const agentEnd(ends[0]);
-  Agent::FileDescriptor const clientEnd(ends[1]);
-  auto const before = steady_clock::now();
-  Agent::ReportChild child(recorder, agentEnd.get(), "-s1", nullptr, milliseconds(10'000));
-  double const took = millisecondsSince(before);
-  if (std::string const failure = child.failure(); !failure.empty()) throw std::runtime_error(failure);
-  return took;
+// A report to a client of this process that reads nothing.
+class OwnReport {
+ public:
+  OwnReport(Vorn::CongestionData::Ptr const& recorder, std::string const& command) {
+    int ends[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) Agent::throwErrno("socketpair");
+    agentEnd_ = Agent::FileDescriptor(ends[0]);
+    clientEnd_ = Agent::FileDescriptor(ends[1]);
+    auto const before = steady_clock::now();
+    child_.emplace(recorder, agentEnd_.get(), command, nullptr, milliseconds(10'000));
+    start_ = millisecondsSince(before);
+  }
+
+  // Milliseconds that it took to start.
+  double start() const { return start_; }
+  void awaitEnd() {
+    if (std::string const failure = child_->failure(); !failure.empty()) throw std::runtime_error(failure);
+  }
+
+ private:
+  Agent::FileDescriptor agentEnd_;
+  Agent::FileDescriptor clientEnd_;
+  std::optional<Agent::ReportChild> child_;
+  double start_ = 0;
+};
+
+// What records cost while they come in.
+struct Intake {
+  double milliseconds;
+  long pageFaults;
+};
+
+Intake intakeOf(FullRecorder& full, std::size_t records) {
+  auto const faults = [] {
+    rusage usage{};
+    if (::getrusage(RUSAGE_SELF, &usage) != 0) Agent::throwErrno("getrusage");
+    return usage.ru_minflt;
+  };
+  long const before = faults();
+  auto const start = steady_clock::now();
+  full.add(records);
+  return {millisecondsSince(start), faults() - before};
 }
 
-// The start of a report at growing sizes of the process.
-void runForks(std::vector<double> const& megabytes, int reports) {
-  constexpr Kes::U32 poolChunks = 1U << 16;
+// In a process that grows to a size: records that come in before any report, the start of one, and records
+// that come in while its child lives, in which the pages are copied that both still share.
+void measureFork(double megabytes, int reports) {
+  constexpr std::size_t records = 10'000;
   auto const residentMegabytes = [] { return static_cast<double>(Bench::residentBytes()) / 1e6; };
-  FullRecorder full(poolChunks, /*records=*/0);
-  for (double const wanted : megabytes) {
-    while (residentMegabytes() < wanted && full.count() < recordsOf(poolChunks)) full.add(4000);
-    std::vector<double> times;
-    for (int i = 0; i < reports; ++i) {
-      times.push_back(startReport(full.recorder()));
-      std::this_thread::sleep_for(milliseconds(10));
-    }
-    Spread const spread = spreadOf(times);
-    std::printf("| %.0f MB | %zu | %.2f ms | %.2f ms |\n", residentMegabytes(), full.count(), spread.median,
-                spread.worst);
+  FullRecorder full(/*poolChunks=*/0, /*records=*/0);
+  full.fill([&] { return residentMegabytes() >= megabytes; });
+  Intake const alone = intakeOf(full, records);
+  std::vector<double> starts;
+  for (int i = 0; i < reports; ++i) {
+    OwnReport report(full.recorder(), "-s1");
+    report.awaitEnd();
+    starts.push_back(report.start());
+    std::this_thread::sleep_for(milliseconds(10));
   }
+  OwnReport const whole(full.recorder(), "");
+  Intake const beside = intakeOf(full, records);
+  Spread const spread = spreadOf(starts);
+  std::printf("| %.0f MB | %zu | %.2f ms | %.2f ms | %.2f ms, %ld faults | %.2f ms, %ld faults |\n",
+              residentMegabytes(), full.retained(), spread.median, spread.worst, alone.milliseconds,
+              alone.pageFaults, beside.milliseconds, beside.pageFaults);
+}
+
+void runForks(std::vector<double> const& megabytes, int reports) {
+  for (double const wanted : megabytes)
+    Bench::resultOfChild([&] {
+      measureFork(wanted, reports);
+      return 0;
+    });
 }
 
 struct Asking {
@@ -376,7 +435,7 @@ void addMeasurements(CLI::App& app, Arguments& arguments) {
   serve->add_option("SOCKET", arguments.socket)->required();
   serve->callback([&] { FullRecorder(fullPool, recordsOf(fullPool)).serve(arguments.socket); });
   auto* const forks = app.add_subcommand("forks", "How long the start of a report takes");
-  forks->add_option("MB", arguments.megabytes, "Resident memory of the process, ascending")->required();
+  forks->add_option("MB", arguments.megabytes, "Resident memory of the process")->required();
   forks->callback([&] { runForks(arguments.megabytes, /*reports=*/21); });
   auto* const gaps = app.add_subcommand("gaps", "The longest gaps between looks, beside reports and without");
   gaps->add_option("--rounds", arguments.rounds, "Of each load")->check(CLI::Range(1, 1000));
