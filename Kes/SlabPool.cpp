@@ -35,7 +35,6 @@ constexpr U32 slabSize = 65536;
 constexpr U32 maxSpare = 8;
 
 using detail::FreeList;
-using detail::FreeObject;
 
 struct Slab;
 
@@ -155,23 +154,19 @@ Slab* slabOf(void* object) {
   return reinterpret_cast<Slab*>(address & ~(std::uintptr_t{slabSize} - 1));
 }
 
-// Moves the lowest free objects of a slab into the empty list, as many as share a word, so that what is used
-// in turns lies side by side.
+// Moves the lowest free objects of a slab into the list, as many as share a word, to be taken in ascending
+// order: what is used in turns lies side by side.
 void refill(FreeList& list, SizeClass& from) {
   Slab* const slab = from.withRoom != nullptr ? from.withRoom : newSlab(from);
   while (slab->freeBits()[slab->firstWord] == 0) ++slab->firstWord;
   U64& bits = slab->freeBits()[slab->firstWord];
-  auto const count = static_cast<U32>(std::popcount(bits));
+  slab->used += static_cast<U32>(std::popcount(bits));
   std::byte* const objects = slab->objects() + slab->firstWord * bitsPerWord * from.size;
-  FreeObject** end = &list.first;
-  for (; bits != 0; bits &= bits - 1) {
-    auto* const object =
-        new (objects + static_cast<U32>(std::countr_zero(bits)) * from.size) FreeObject{nullptr};
-    *end = object;
-    end = &object->next;
+  while (bits != 0) {
+    U32 const highest = bitsPerWord - 1 - static_cast<U32>(std::countl_zero(bits));
+    list.put(objects + highest * from.size);
+    bits ^= U64{1} << highest;
   }
-  list.room -= count;
-  slab->used += count;
   if (slab->full()) {
     unlink(slab, from.withRoom);
     link(slab, from.full);
@@ -216,11 +211,11 @@ void* slabAllocateOther(std::size_t size) {
   std::size_t const index = slabSizeIndex(std::max<std::size_t>(size, 1));
   LockWhereShared const guard;
   FreeList& list = freeLists[index];
-  if (list.first == nullptr) {
+  if (list.empty()) {
     SizeClass& sizeClass = classes[index];
     if (sizeClass.size == 0) {
       layOut(sizeClass, static_cast<U32>(index * slabSizeStep));
-      list.room = maxListed;
+      list.limit = maxListed;
     }
     refill(list, sizeClass);
   }
@@ -232,10 +227,10 @@ void slabFreeOther(void* memory, std::size_t size) noexcept {
   if (standsAside || size > maxSlabSize) return ::operator delete(memory);
   LockWhereShared const guard;
   FreeList& list = freeLists[slabSizeIndex(std::max<std::size_t>(size, 1))];
-  if (list.room > 0)
-    list.put(memory);
-  else
+  if (list.full())
     giveBack(memory);
+  else
+    list.put(memory);
 }
 
 }  // namespace detail
@@ -252,7 +247,7 @@ void slabFreeUnsized(void* memory) noexcept {
 void slabTrim() noexcept {
   LockWhereShared const guard;
   for (FreeList& list : detail::freeLists)
-    while (list.first != nullptr) giveBack(list.take());
+    while (!list.empty()) giveBack(list.take());
 }
 
 }  // namespace Kes

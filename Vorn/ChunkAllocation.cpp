@@ -12,7 +12,7 @@ constexpr char operation[] = "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChu
 
 // Records that were made one by one lie anywhere in memory; the next ones are fetched while one goes.
 void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
-  constexpr std::size_t ahead = 8;
+  constexpr std::size_t ahead = 24;
   for (std::size_t i = 0; i < records.size(); ++i) {
     Entry const* const later = i + ahead < records.size() ? records[i + ahead].get() : nullptr;
     if (later != nullptr) {

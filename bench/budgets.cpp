@@ -127,8 +127,9 @@ void Budgets::addMemory() {
 template <class Log>
 class Appender {
  public:
-  Appender(Contest& contest, Workload const& workload) : case_(workload) {
+  Appender(Contest& contest, Workload const& workload, bool smoke) : case_(workload) {
     case_.fill();
+    if (!smoke) case_.age();
     number_ = contest.add([this](U64 count) { return case_.run(count); }, 1000);
   }
   Appender(Appender const&) = delete;
@@ -162,14 +163,14 @@ void Budgets::addAppend(U32 ports) {
 Measured Budgets::measureAppend(U32 ports) const {
   Workload const workload(ports);
   Contest contest = newContest();
-  Appender<FloorLog> floor(contest, workload);
-  Appender<RecorderLog> recorder(contest, workload);
-  Appender<DequeLog> deque(contest, workload);
+  Appender<FloorLog> floor(contest, workload, smoke_);
+  Appender<RecorderLog> recorder(contest, workload, smoke_);
+  Appender<DequeLog> deque(contest, workload, smoke_);
 #ifdef VORN_BENCH_BOOST
-  Appender<CircularBufferLog> circular(contest, workload);
+  Appender<CircularBufferLog> circular(contest, workload, smoke_);
 #endif
 #ifdef VORN_BENCH_SPDLOG
-  Appender<SpdlogLog> spdlog(contest, workload);
+  Appender<SpdlogLog> spdlog(contest, workload, smoke_);
 #endif
   contest.run();
 
@@ -200,8 +201,8 @@ Measured Budgets::measureScaling(U32 few, U32 many) const {
   Workload const fewInterfaces(few);
   Workload const manyInterfaces(many);
   Contest contest = newContest();
-  Appender<RecorderLog> atFew(contest, fewInterfaces);
-  Appender<RecorderLog> atMany(contest, manyInterfaces);
+  Appender<RecorderLog> atFew(contest, fewInterfaces, smoke_);
+  Appender<RecorderLog> atMany(contest, manyInterfaces, smoke_);
   contest.run();
   atFew.check();
   atMany.check();

@@ -117,14 +117,16 @@ class GlobalCase {
   U64 next_ = 0;
 };
 
-// A case of its own workload, filled where it has to be.
+// A case of its own workload, filled, and where it matters aged.
 template <class Case>
 class Owning {
  public:
   template <class... Args>
-  explicit Owning(U32 ports, Spread spread, Args&&... args)
+  explicit Owning(bool smoke, U32 ports, Spread spread, Args&&... args)
       : workload_(ports, spread), case_(workload_, std::forward<Args>(args)...) {
-    if constexpr (requires { case_.fill(); }) case_.fill();
+    case_.fill();
+    if constexpr (requires { case_.age(); })
+      if (!smoke) case_.age();
   }
   double run(U64 count) { return case_.run(count); }
   void check() const { case_.check(); }
@@ -143,9 +145,9 @@ template <class Log>
 void addFull(std::string const& log, bool smoke, U32 ports) {
   using Case = Owning<AppendCase<Log>>;
   U64 const batch = smoke ? 1000 : 200'000;
-  addCase(sized("full/uniform/" + log, ports), smoke, batch, make<Case>(ports, Spread::uniform));
-  addCase(sized("full/skewed/" + log, ports), smoke, batch, make<Case>(ports, Spread::skewed));
-  addCase(sized("full/in turn/" + log, ports), smoke, batch, make<Case>(ports, Spread::inTurn));
+  addCase(sized("full/uniform/" + log, ports), smoke, batch, make<Case>(smoke, ports, Spread::uniform));
+  addCase(sized("full/skewed/" + log, ports), smoke, batch, make<Case>(smoke, ports, Spread::skewed));
+  addCase(sized("full/in turn/" + log, ports), smoke, batch, make<Case>(smoke, ports, Spread::inTurn));
 }
 
 void addRecorderCases(bool smoke, U32 ports) {
@@ -158,7 +160,7 @@ void addRecorderCases(bool smoke, U32 ports) {
   if (ports > 1) addCase(sized("steal", ports), smoke, ports, make<StealBatches>(ports));
   addFull<RecorderLog>("recorder", smoke, ports);
   addCase(sized("full/uniform/recorder with the real clock", ports), smoke, batch,
-          make<Full>(ports, Spread::uniform, Vorn::clockFactory()));
+          make<Full>(smoke, ports, Spread::uniform, Vorn::clockFactory()));
 }
 
 void addPeerCases(bool smoke, U32 ports) {
@@ -180,11 +182,11 @@ void addPeerCases(bool smoke, U32 ports) {
 void addMergeCases(bool smoke, U32 ports) {
   U64 const batch = smoke ? 1000 : 200'000;
   addCase(sized("merge/floor", ports), smoke, batch,
-          make<Owning<MergeCase<FloorLog>>>(ports, Spread::uniform));
+          make<Owning<MergeCase<FloorLog>>>(smoke, ports, Spread::uniform));
   addCase(sized("merge/floor of plain structs", ports), smoke, batch,
-          make<Owning<MergeCase<StructFloorLog>>>(ports, Spread::uniform));
+          make<Owning<MergeCase<StructFloorLog>>>(smoke, ports, Spread::uniform));
   addCase(sized("merge/recorder", ports), smoke, batch,
-          make<Owning<MergeCase<RecorderLog>>>(ports, Spread::uniform));
+          make<Owning<MergeCase<RecorderLog>>>(smoke, ports, Spread::uniform));
 }
 
 }  // namespace

@@ -19,8 +19,9 @@ namespace {
 
 class RecorderCase {
  public:
-  explicit RecorderCase(U32 ports) : workload_(ports), case_(workload_, Vorn::clockFactory()) {
+  RecorderCase(U32 ports, bool smoke) : workload_(ports), case_(workload_, Vorn::clockFactory()) {
     case_.fill();
+    if (!smoke) case_.age();
   }
   double run(U64 count) { return case_.run(count); }
   void check() const { case_.check(); }
@@ -73,7 +74,7 @@ void addCases(bool smoke) {
   for (U32 const ports : smoke ? std::vector<U32>{4} : std::vector<U32>{1, 64, 512, 4096}) {
     U64 const batch = smoke ? 1000 : 200'000;
     addCase(sized("full/uniform/recorder with the real clock", ports), smoke, batch,
-            [=] { return std::make_unique<RecorderCase>(ports); });
+            [=] { return std::make_unique<RecorderCase>(ports, smoke); });
     addCase(sized("full/uniform/LTTng snapshot session", ports), smoke, batch,
             [=] { return std::make_unique<TracepointCase>(ports, session); });
   }
