@@ -106,10 +106,10 @@ class FullRecorder {
   // Lets the pool grow until `enough`, and fills it.
   template <class Enough>
   void fill(Enough enough) {
-    while (!enough()) {
+    do {
       recorder_->numSharedChunksIs(recorder_->numSharedChunks() + 8);
       add(recordsOf(8));
-    }
+    } while (!enough());
     add(recordsOf(16));
   }
 
@@ -187,7 +187,7 @@ Intake intakeOf(FullRecorder& full, std::size_t records) {
 void measureFork(double megabytes, int reports) {
   constexpr std::size_t records = 10'000;
   auto const residentMegabytes = [] { return static_cast<double>(Bench::residentBytes()) / 1e6; };
-  FullRecorder full(/*poolChunks=*/0, /*records=*/0);
+  FullRecorder full(/*poolChunks=*/8, /*records=*/0);
   full.fill([&] { return residentMegabytes() >= megabytes; });
   Intake const alone = intakeOf(full, records);
   std::vector<double> starts;
