@@ -1,6 +1,6 @@
-#include "Vorn/Assert.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/Assert.h"
 
 // Where a chunk comes from, and how one changes owner (docs/pool.md draws it).
 

@@ -11,11 +11,11 @@
 
 #include "Vorn/CommandOptions.h"
 #include "Vorn/CongestionData.h"
-#include "Vorn/InterfaceFilter.h"
-#include "Vorn/ReportFrame.h"
 #include "Vorn/StartEntry.h"
-#include "Vorn/TextReport.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/InterfaceFilter.h"
+#include "Vorn/internal/ReportFrame.h"
+#include "Vorn/internal/TextReport.h"
 
 // How a show-command is answered: socket, stream, options, interfaces, report.
 

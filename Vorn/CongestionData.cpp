@@ -5,8 +5,8 @@
 #include <unordered_set>
 
 #include "Kes/Exception.h"
-#include "Vorn/Assert.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/Assert.h"
 
 namespace Vorn {
 

@@ -2,9 +2,9 @@
 
 #include "Kes/Format.h"
 #include "Kes/Log.h"
-#include "Vorn/Assert.h"
 #include "Vorn/Messages.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/Assert.h"
 
 namespace Vorn {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Kes/GenericValue.h"
+#include "Kes/ByName/GenericValue.h"
 #include "Pylo/IntfId.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/Export.h"
 
-// Access by name to everything that is here (Kes/GenericIf.h tells how): each type has a companion
+// Access by name to everything that is here (Kes/ByName/GenericIf.h tells how): each type has a companion
 // GenericIf_. Those of values hold a copy, those of objects keep the object alive.
 //
 //   Vorn::CongestionData::GenericIf_ generic(recorder);

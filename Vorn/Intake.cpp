@@ -1,8 +1,8 @@
 #include "Kes/Exception.h"
-#include "Vorn/Assert.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/Trace.h"
 #include "Vorn/VornUtils.h"
+#include "Vorn/internal/Assert.h"
 
 // How a record enters the recorder, step by step: merge or append, threshold message, chunk, slot.
 

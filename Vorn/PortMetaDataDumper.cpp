@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "Kes/Format.h"
-#include "Vorn/Assert.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/Assert.h"
 
 namespace Vorn {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "Vorn/GenericIf.h"
 
 namespace Vorn {

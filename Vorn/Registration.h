@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "Kes/Type.h"
+#include "Kes/ByName/Type.h"
 #include "Vorn/Export.h"
 
 // Registration of the recorder's types. The library does it itself when it is loaded, so that a host finds

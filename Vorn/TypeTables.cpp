@@ -1,4 +1,4 @@
-#include "Kes/TypeTable.h"
+#include "Kes/ByName/TypeTable.h"
 
 #include "Vorn/GenericIf.h"
 

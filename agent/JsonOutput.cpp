@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 
-#include "Kes/GenericValue.h"
+#include "Kes/ByName/GenericValue.h"
 #include "agent/JsonStream.h"
 #include "agent/ObjectOutput.h"
 

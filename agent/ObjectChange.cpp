@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Kes/GenericValue.h"
+#include "Kes/ByName/GenericValue.h"
 #include "agent/ObjectTarget.h"
 #include "agent/SafeChanges.h"
 

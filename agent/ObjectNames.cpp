@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "agent/ObjectPath.h"
 #include "agent/Suggestion.h"
 

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Kes/Type.h"
+#include "Kes/ByName/Type.h"
 
 // Types and attributes by the names that an operator gives them.
 namespace Agent {

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "Kes/GenericIf.h"
-#include "Kes/Type.h"
+#include "Kes/ByName/GenericIf.h"
+#include "Kes/ByName/Type.h"
 
 namespace Agent {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Kes/GenericIf.h"
-#include "Kes/Type.h"
+#include "Kes/ByName/GenericIf.h"
+#include "Kes/ByName/Type.h"
 #include "Vorn/CongestionData.h"
 #include "agent/ObjectNames.h"
 #include "agent/ObjectPath.h"

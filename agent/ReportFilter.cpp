@@ -1,6 +1,6 @@
 #include "agent/ReportFilter.h"
 
-#include "Vorn/InterfaceFilter.h"
+#include "Vorn/internal/InterfaceFilter.h"
 
 #include <algorithm>
 #include <cmath>

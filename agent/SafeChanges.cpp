@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "Kes/GenericValue.h"
+#include "Kes/ByName/GenericValue.h"
 #include "agent/AgentOptions.h"
 
 namespace Agent {

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "agent/JsonStream.h"
 #include "agent/ObjectNames.h"
 

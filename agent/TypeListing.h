@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "Kes/Type.h"
+#include "Kes/ByName/Type.h"
 
 // The registered types, as people and as programs want to read them.
 namespace Agent {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Vorn/InterfaceFilter.h"
+#include "Vorn/internal/InterfaceFilter.h"
 #include "bench/Floor.h"
 #include "bench/RecorderLog.h"
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "Vorn/GenericIf.h"
 #include "Vorn/Registration.h"
 #include "bench/RecorderLog.h"

@@ -23,7 +23,8 @@ function(vorn_library target namespace)
     DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}/"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${namespace}"
     FILES_MATCHING
-    PATTERN "*.h")
+    PATTERN "*.h"
+    PATTERN internal EXCLUDE)
   install(
     EXPORT ${namespace}Targets
     NAMESPACE ${namespace}::

@@ -6,7 +6,7 @@
 
 #include <set>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "agent/AgentOptions.h"
 #include "agent/OwnRequests.h"
 #include "tests/support.h"

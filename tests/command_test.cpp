@@ -11,7 +11,7 @@
 #include <regex>
 #include <thread>
 
-#include "Vorn/InterfaceFilter.h"
+#include "Vorn/internal/InterfaceFilter.h"
 #include "tests/support.h"
 
 namespace {

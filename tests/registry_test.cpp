@@ -7,7 +7,7 @@
 
 #include <map>
 
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 #include "Vorn/GenericIf.h"
 #include "Vorn/Registration.h"
 #include "tests/support.h"

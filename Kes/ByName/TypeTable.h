@@ -6,9 +6,9 @@
 #include <tuple>
 #include <utility>
 
+#include "Kes/ByName/GenericValue.h"
+#include "Kes/ByName/Type.h"
 #include "Kes/Format.h"
-#include "Kes/GenericValue.h"
-#include "Kes/Type.h"
 
 // The language of attribute tables: an attribute is one line that names it and the C++ operations behind it.
 // A line that does not fit the class does not compile.

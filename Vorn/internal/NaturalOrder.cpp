@@ -1,4 +1,4 @@
-#include "Vorn/NaturalOrder.h"
+#include "Vorn/internal/NaturalOrder.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "Kes/TypeRegistry.h"
+#include "Kes/ByName/TypeRegistry.h"
 
 namespace Kes {
 

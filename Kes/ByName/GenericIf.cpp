@@ -1,13 +1,13 @@
-#include "Kes/GenericIf.h"
+#include "Kes/ByName/GenericIf.h"
 
 #include <algorithm>
 #include <array>
 #include <numeric>
 
+#include "Kes/ByName/TypeRegistry.h"
+#include "Kes/ByName/TypeTable.h"
 #include "Kes/Format.h"
 #include "Kes/Strep.h"
-#include "Kes/TypeRegistry.h"
-#include "Kes/TypeTable.h"
 
 namespace Kes {
 

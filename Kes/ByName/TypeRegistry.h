@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
+#include "Kes/ByName/Type.h"
 #include "Kes/Export.h"
 #include "Kes/Ptr.h"
-#include "Kes/Type.h"
 
 namespace Kes {
 

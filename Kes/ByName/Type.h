@@ -3,8 +3,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Kes/ByName/GenericIf.h"
 #include "Kes/Export.h"
-#include "Kes/GenericIf.h"
 
 // What a type consists of, as by-name access sees it. Each type has one table of attributes (TypeTable.h),
 // the only place where they are listed; the registry, access by name and descriptions for people all read it.

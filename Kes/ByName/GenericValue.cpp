@@ -1,4 +1,4 @@
-#include "Kes/GenericValue.h"
+#include "Kes/ByName/GenericValue.h"
 
 #include <charconv>
 

@@ -1,8 +1,8 @@
-#include "Vorn/GlobalBufferReport.h"
+#include "Vorn/internal/GlobalBufferReport.h"
 
 #include "Kes/Strep.h"
-#include "Vorn/Assert.h"
-#include "Vorn/ReportFrame.h"
+#include "Vorn/internal/Assert.h"
+#include "Vorn/internal/ReportFrame.h"
 
 namespace Vorn {
 

@@ -1,11 +1,11 @@
-#include "Vorn/TextReport.h"
+#include "Vorn/internal/TextReport.h"
 
 #include "Kes/Strep.h"
-#include "Vorn/Assert.h"
-#include "Vorn/GlobalBufferReport.h"
-#include "Vorn/MergeCursor.h"
-#include "Vorn/ReportFrame.h"
-#include "Vorn/StartRecordCursor.h"
+#include "Vorn/internal/Assert.h"
+#include "Vorn/internal/GlobalBufferReport.h"
+#include "Vorn/internal/MergeCursor.h"
+#include "Vorn/internal/ReportFrame.h"
+#include "Vorn/internal/StartRecordCursor.h"
 
 namespace Vorn {
 

@@ -1,10 +1,10 @@
 #include "Kes/Strep.h"
-#include "Vorn/Assert.h"
 #include "Vorn/CongestionData.h"
-#include "Vorn/GlobalBufferReport.h"
-#include "Vorn/MergeCursor.h"
-#include "Vorn/ReportFrame.h"
-#include "Vorn/StartRecordCursor.h"
+#include "Vorn/internal/Assert.h"
+#include "Vorn/internal/GlobalBufferReport.h"
+#include "Vorn/internal/MergeCursor.h"
+#include "Vorn/internal/ReportFrame.h"
+#include "Vorn/internal/StartRecordCursor.h"
 
 namespace Vorn {
 

@@ -1,4 +1,4 @@
-#include "Vorn/InterfaceFilter.h"
+#include "Vorn/internal/InterfaceFilter.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,10 +1,10 @@
-#include "Vorn/MergeCursor.h"
+#include "Vorn/internal/MergeCursor.h"
 
 #include <algorithm>
 #include <bit>
 
-#include "Vorn/Assert.h"
 #include "Vorn/Trace.h"
+#include "Vorn/internal/Assert.h"
 
 namespace Vorn {
 

@@ -6,8 +6,8 @@
 
 #include "Kes/Format.h"
 #include "Vorn/CongestionData.h"
-#include "Vorn/NaturalOrder.h"
-#include "Vorn/ReportFrame.h"
+#include "Vorn/internal/NaturalOrder.h"
+#include "Vorn/internal/ReportFrame.h"
 
 namespace Vorn {
 

@@ -1,8 +1,8 @@
-#include "Kes/Type.h"
+#include "Kes/ByName/Type.h"
 
 #include <algorithm>
 
-#include "Kes/TypeTable.h"
+#include "Kes/ByName/TypeTable.h"
 
 namespace Kes {
 

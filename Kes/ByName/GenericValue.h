@@ -4,10 +4,10 @@
 #include <type_traits>
 #include <utility>
 
-#include "Kes/GenericIf.h"
+#include "Kes/ByName/GenericIf.h"
+#include "Kes/ByName/Type.h"
 #include "Kes/Strep.h"
 #include "Kes/Time.h"
-#include "Kes/Type.h"
 
 // How C++ values and pointers enter by-name access and come out of it: toGeneric and fromGeneric.
 namespace Kes {
