@@ -11,6 +11,7 @@
 #include "Vorn/GenericIf.h"
 #include "Vorn/GlobalBufferChunk.h"
 #include "Vorn/HardwareStatus.h"
+#include "Vorn/InterfacePattern.h"
 #include "Vorn/Messages.h"
 #include "Vorn/Microseconds.h"
 #include "Vorn/PortData.h"

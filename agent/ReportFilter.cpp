@@ -1,6 +1,6 @@
 #include "agent/ReportFilter.h"
 
-#include "Vorn/internal/InterfaceFilter.h"
+#include "Vorn/InterfacePattern.h"
 
 #include <algorithm>
 #include <cmath>

@@ -6,7 +6,7 @@
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
-#include "Vorn/internal/InterfaceFilter.h"
+#include "Vorn/InterfacePattern.h"
 #include "agent/Protocol.h"
 
 namespace Agent {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <optional>
 #include <regex>
 #include <string>
@@ -10,14 +11,10 @@
 
 namespace Vorn {
 
-// A regular expression for the interface filter: ECMAScript, matched in polynomial time but for
-// back-references. std::regex_error for a bad pattern, and for one of more than 4,096 characters or 256
-// opening brackets, which could exhaust the stack.
-VORN_EXPORT std::regex compilePattern(std::string const& pattern);
-
 // Whether a report shows an interface: always without a filter, else when some pattern of the list matches
-// its whole short name as a regular expression (ECMAScript). Patterns are tried in list order and compiled
-// when first tried, once a report, so a bad pattern behind one that matches does no harm.
+// its whole short name (InterfacePattern.h). Patterns are tried in list order and compiled when first tried,
+// once a report, so a bad pattern behind one that matches does no harm. A bad one that is tried raises its
+// error each time.
 class VORN_EXPORT InterfaceFilter {
  public:
   explicit InterfaceFilter(CommandOptions const& options);
@@ -26,15 +23,17 @@ class VORN_EXPORT InterfaceFilter {
 
  private:
   struct Pattern {
-    enum class Form { unknown, name, beginning, expression };
+    enum class Form { unknown, name, beginning, expression, bad };
 
     bool matches(std::string const& name);
     void prepare();
+    void compile();
 
     std::string text;
     Form form = Form::unknown;             // found out on first use
     std::string literal{};                 // of names and beginnings
     std::optional<std::regex> compiled{};  // of expressions
+    std::exception_ptr error{};            // of bad ones
   };
 
   bool all_;

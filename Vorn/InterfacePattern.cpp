@@ -1,0 +1,147 @@
+#include "Vorn/InterfacePattern.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+#include <vector>
+
+namespace Vorn {
+
+namespace {
+
+namespace regex = std::regex_constants;
+
+constexpr std::size_t lengthLimit = 4096;
+constexpr std::ptrdiff_t openBracketLimit = 256;
+constexpr std::size_t stateLimit = 1000;
+// The compiler's stack for a group is that of four states.
+constexpr std::size_t groupStates = 4;
+// A lookahead is a match of its own at every character.
+constexpr std::size_t lookaheadFactor = 64;
+
+bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Reads a pattern once, without recursion, and counts the states of its automaton: never fewer than the
+// compiler makes, also of a pattern that it will find wrong behind its last character.
+class StateCounter {
+ public:
+  explicit StateCounter(std::string_view pattern) : rest_(pattern) {}
+
+  void checkLimit() {
+    while (!rest_.empty()) {
+      takeOne();
+      if (states_ > stateLimit) throw std::regex_error(regex::error_complexity);
+    }
+  }
+
+ private:
+  struct Group {
+    std::size_t begin;  // states before it
+    bool lookahead;
+  };
+
+  char next() const { return rest_.empty() ? '\0' : rest_.front(); }
+  char take() {
+    char const c = next();
+    rest_.remove_prefix(std::min<std::size_t>(1, rest_.size()));
+    return c;
+  }
+
+  void takeOne() {
+    switch (char const c = take(); c) {
+      case '\\': return takeEscape();
+      case '[': return takeClass();
+      case '(': return openGroup();
+      case ')': return closeGroup();
+      case '{': return takeCounts();
+      case '|': return add(1, /*atom=*/0);
+      default: return isOneOf(c, "*+?") ? add(1, atom_ + 1) : add(1, 1);
+    }
+  }
+
+  // More states, and the size that a repetition in braces would now multiply.
+  void add(std::size_t states, std::size_t atom) {
+    states_ += states;
+    atom_ = atom;
+  }
+
+  void takeEscape() {
+    if (isDigit(next()) && next() != '0') throw std::regex_error(regex::error_backref);
+    if (take() == 'c') take();  // a control character, whatever it is spelt with
+    add(1, 1);
+  }
+
+  // To the bracket that closes it; the names in [: :], [. .] and [= =] hold none.
+  void takeClass() {
+    while (!rest_.empty()) {
+      char const c = take();
+      if (c == ']') break;
+      if (c == '\\' && take() == 'c') take();
+      if (c == '[' && isOneOf(next(), ":.=")) {
+        std::string const end = {take(), ']'};
+        rest_.remove_prefix(std::min(rest_.find(end), rest_.size()));
+        rest_.remove_prefix(std::min(end.size(), rest_.size()));
+      }
+    }
+    add(1, 1);
+  }
+
+  void openGroup() {
+    bool const lookahead = rest_.starts_with("?=") || rest_.starts_with("?!");
+    if (lookahead || rest_.starts_with("?:")) rest_.remove_prefix(2);
+    groups_.push_back({states_, lookahead});
+    add(groupStates, 0);
+  }
+
+  void closeGroup() {
+    if (groups_.empty()) return;  // an error, which the compiler finds here too
+    Group const group = groups_.back();
+    groups_.pop_back();
+    std::size_t const size = states_ - group.begin;
+    add(group.lookahead ? size * (lookaheadFactor - 1) : 0, group.lookahead ? size * lookaheadFactor : size);
+  }
+
+  // {n}, {n,} or {n,m} behind an atom: at most as many of it as the larger number, and one more.
+  void takeCounts() {
+    std::size_t times = 0;
+    for (std::size_t number = 0; !rest_.empty();) {
+      char const c = take();
+      number = isDigit(c) ? std::min(number * 10 + static_cast<std::size_t>(c - '0'), lengthLimit) : 0;
+      times = std::max(times, number);
+      if (c == '}') break;
+    }
+    add(atom_ * times, atom_ * (times + 1));
+  }
+
+  std::string_view rest_;
+  std::size_t states_ = 0;
+  std::size_t atom_ = 0;
+  std::vector<Group> groups_;
+};
+
+// With few choices backtracking cannot take long, whatever the name, and it is the faster matcher.
+bool isFitForBacktracking(std::string const& pattern) {
+  constexpr std::ptrdiff_t few = 3;
+  auto const isQuantifier = [](char c) { return isOneOf(c, "*+?"); };
+  return pattern.find_first_of("({") == std::string::npos &&
+         std::count_if(pattern.begin(), pattern.end(), isQuantifier) <= few;
+}
+
+}  // namespace
+
+std::regex compilePattern(std::string const& pattern) {
+  auto const isOpenBracket = [](char c) { return isOneOf(c, "([{"); };
+  if (pattern.size() > lengthLimit ||
+      std::count_if(pattern.begin(), pattern.end(), isOpenBracket) > openBracketLimit)
+    throw std::regex_error(regex::error_complexity);
+  StateCounter(pattern).checkLimit();
+  auto flags = std::regex::ECMAScript | std::regex::nosubs;
+#ifdef __GLIBCXX__
+  // The default matcher backtracks, and needs exponential time for patterns such as (a*)*b.
+  if (!isFitForBacktracking(pattern)) flags |= regex::__polynomial;
+#endif
+  return std::regex(pattern, flags);
+}
+
+}  // namespace Vorn

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <regex>
+#include <string>
+
+#include "Vorn/Export.h"
+
+namespace Vorn {
+
+// A regular expression over short names of interfaces (ECMAScript, to be matched against whole names with
+// std::regex_match) that cannot hang or crash the process that uses it: whatever the pattern, compiling it
+// and matching it with a name of up to 64 characters takes at most 100 ms of processor time and 256 KiB of
+// stack.
+//
+// std::regex_error for what is no regular expression, and for what could break that promise:
+//   error_complexity  more than 4,096 characters or 256 opening brackets, or an automaton of more than 1,000
+//                     states. Each character, class and quantifier is a state, a group is four more; a
+//                     repetition in braces multiplies what it repeats, and what stands in a lookahead counts
+//                     64-fold, since it is tried at every character of a name; a lookahead
+//                     within another is too much already.
+//   error_backref     a back-reference (\1), which nothing matches in bounded time.
+// Groups select nothing: a match tells yes or no.
+VORN_EXPORT std::regex compilePattern(std::string const& pattern);
+
+}  // namespace Vorn
