@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <memory>
 #include <utility>
 
 #include "Kes/Exception.h"
@@ -17,11 +16,12 @@ namespace Kes {
 //
 // The k-th element stands in slot (head + k) mod N. Slots inside the range [head, head + count) may be null
 // after a deletion in the middle; the removals below never leave such a hole at the end they work on. Slots
-// outside the range are null.
+// outside the range are null, but for those that a refused stateIs() left there: whatever takes such a slot, or
+// removes all, releases what it holds.
 //
 // Slot numbers passed in must be below N: the owner checks them, in the words of its own index type. Every
-// change of the elements raises modificationCount(). Values are released only after the queue has its new
-// state, so a destructor may look at it.
+// change of the elements raises modificationCount(). Values are released last, when the queue has its new
+// state and is not touched any more: a destructor may use the queue, and end its life.
 template <class T, U32 N>
 class ArrayQueue {
  public:
@@ -54,7 +54,7 @@ class ArrayQueue {
     U32 const index = tailNext();
     ++modificationCount_;
     ++count_;
-    std::construct_at(&slots_[index], std::move(value));  // over null, of which nothing is to be released
+    slots_[index].swap(value);
   }
 
   // Removes and returns the oldest element, and every hole behind it; null when empty.
@@ -99,7 +99,11 @@ class ArrayQueue {
 
   // Removes every element, oldest first; the head then stands one past the last slot removed.
   void delAll() {
-    while (!empty()) deq();
+    U32 const oldest = head_;
+    U32 const newHead = tailNext();
+    std::array<T, N> released = takeAll();
+    head_ = newHead;
+    for (U32 left = N, index = oldest; left > 0; --left, index = after(index)) released[index] = T();
   }
 
   // Hands all slots over to the caller, to be released when that suits it, and starts anew at head 0.
@@ -118,8 +122,9 @@ class ArrayQueue {
     head_ = head;
     if (count > N) throw RangeException("bad size");
     count_ = count;
+    std::array<T, N> released;
     for (U32 index = tailNext(), left = N - count; left > 0; --left, index = after(index))
-      T().swap(slots_[index]);
+      released[index].swap(slots_[index]);
   }
 
  private:

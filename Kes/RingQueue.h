@@ -47,7 +47,8 @@ class RingQueue {
   U32 count() const { return static_cast<U32>(tail_ - head_); }
   bool empty() const { return tail_ == head_; }
   U32 headPosition() const { return static_cast<U32>(head_); }
-  U32 capacity() const { return static_cast<U32>(ring_.size()); }
+  // The slots of the ring; one that was never used counts as having its first ones.
+  U32 capacity() const { return std::max(static_cast<U32>(ring_.size()), initialCapacity); }
   U32 modificationCount() const { return modificationCount_; }
 
   // The element at a position: null for a hole and outside of the queue.
@@ -59,7 +60,7 @@ class RingQueue {
 
   // Makes room for one more element, so that the next enq cannot fail.
   void reserveOne() {
-    if (count() == capacity()) grow(capacity() == 0 ? initialCapacity : 2 * std::size_t{capacity()});
+    if (count() == ring_.size()) grow(2 * ring_.size());
   }
 
   void enq(T value) {
@@ -151,7 +152,7 @@ class RingQueue {
     U64 const downwards = U64{headPosition() - position} + count();
     U64 const span = upwards <= downwards ? upwards : downwards;
     checkLimit(span);
-    if (span > capacity()) grow(span);
+    if (span > ring_.size()) grow(span);
     if (upwards <= downwards)
       tail_ = head_ + span;
     else

@@ -2,22 +2,9 @@
 
 namespace Vorn {
 
-namespace {
-
-// Drops a chain of chunks link by link. Only this end of each chunk is cut, and only while nobody else holds
-// it, so that a chain of any length goes without recursion and a shared one stays whole.
-void dropChain(Chunk::Ptr from, Chunk::Ptr const& (Chunk::*link)() const,
-               void (Chunk::*linkIs)(Chunk::Ptr const&)) {
-  while (from && from->ptrCount() == 1) {
-    Chunk::Ptr next = ((*from).*link)();
-    ((*from).*linkIs)(nullptr);
-    from = std::move(next);
-  }
-}
-
-}  // namespace
-
 void Chunk::doClear() {
+  // A neighbour's link, or the chunk's own, may be all that holds it.
+  Ptr const self(this);
   entryDelAll();
   prevChunkIs(nullptr);
   nextChunkIs(nullptr);
@@ -26,8 +13,31 @@ void Chunk::doClear() {
 
 Chunk::~Chunk() {
   entryDelAll();
-  dropChain(std::move(nextChunk_), &Chunk::nextChunk, &Chunk::nextChunkIs);
-  dropChain(std::move(prevChunk_), &Chunk::prevChunk, &Chunk::prevChunkIs);
+  dropLinks(std::move(nextChunk_), std::move(prevChunk_));
+}
+
+// Drops two links, and all that nobody else holds behind them, without recursion: chunks that are to go stand
+// in a list through their nextChunk, which was followed when they were put there. What somebody else holds
+// stays as it is.
+void Chunk::dropLinks(Ptr next, Ptr prev) noexcept {
+  Ptr list;
+  auto const put = [&list](Ptr chunk) {
+    while (chunk && chunk->ptrCount() == 1) {
+      Ptr following = std::move(chunk->nextChunk_);
+      chunk->nextChunk_ = std::move(list);
+      list = std::move(chunk);
+      chunk = std::move(following);
+    }
+  };
+  put(std::move(next));
+  put(std::move(prev));
+  while (list) {
+    Ptr chunk = std::move(list);
+    list = std::move(chunk->nextChunk_);
+    Ptr older = std::move(chunk->prevChunk_);
+    chunk = nullptr;
+    put(std::move(older));
+  }
 }
 
 }  // namespace Vorn

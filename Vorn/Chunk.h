@@ -43,6 +43,8 @@ class VORN_EXPORT Chunk final : public Kes::PtrInterface, public EntryQueue {
   ~Chunk() override;
 
  private:
+  static void dropLinks(Ptr next, Ptr prev) noexcept;
+
   Ptr prevChunk_;
   Ptr nextChunk_;
   Pylo::IntfId intfId_;

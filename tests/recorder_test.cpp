@@ -200,6 +200,70 @@ TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
   EXPECT_EQ(chunks("A1"), "1:500 ");
 }
 
+// Records must not stay in slots that the queue does not know of: nobody would release them.
+TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
+  auto const chunk = Vorn::Chunk::ChunkIs();
+  auto const refused = [&] {
+    for (U32 i = 0; i < 3; ++i) chunk->entryEnq(record(i, i));
+    EXPECT_EQ(raised([&] { chunk->entryMetadataIs({EntryIndex(100), 501}); }), "bad size");
+  };
+  refused();
+  for (U32 i = 0; i < 500; ++i) chunk->entryDeq(), chunk->entryEnq(record(i, i));
+  EXPECT_LE(TestEntry::alive, 4);  // the appends came round to the slots
+  chunk->entryDelAll();
+  EXPECT_EQ(TestEntry::alive, 0);
+  refused();
+  chunk->doClear();
+  EXPECT_EQ(TestEntry::alive, 0);
+
+  // Appends while a restore releases slots, and while all records go: the new ones belong to the queue.
+  for (bool const restores : {true, false}) {
+    chunk->entryMetadataIs({EntryIndex(0), 0});
+    for (U32 i = 0; i < 5; ++i) {
+      TestEntry::Ptr const entry = record(i, i);
+      entry->onDestroy = [&] { chunk->entryEnq(record(9, 9)); };
+      chunk->entryEnq(entry);
+    }
+    restores ? chunk->entryMetadataIs({EntryIndex(7), 0}) : chunk->entryDelAll();
+    EXPECT_EQ(chunk->entrys(), 5U);
+    EXPECT_TRUE(chunk->entryInvariantsHold());
+    EXPECT_EQ(TestEntry::alive, 5);
+    chunk->entryDelAll();
+    EXPECT_EQ(TestEntry::alive, 0);
+  }
+}
+
+TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
+  auto holder = Vorn::Chunk::ChunkIs();
+  holder->nextChunkIs(Vorn::Chunk::ChunkIs());
+  Vorn::Chunk* chunk = holder->nextChunk().get();
+  chunk->prevChunkIs(holder);
+  holder = nullptr;
+  chunk->doClear();  // its neighbour, which alone holds it, is held by it alone
+  holder = Vorn::Chunk::ChunkIs();
+  holder->nextChunkIs(holder);
+  chunk = holder.get();
+  holder = nullptr;
+  chunk->doClear();
+  using Operation = std::function<void(Vorn::Chunk&)>;
+  for (Operation const& operation : {Operation([](auto& c) { c.doClear(); }),
+                                     Operation([](auto& c) { c.entryDelAll(); }), Operation([](auto& c) {
+                                       c.entryMetadataIs({EntryIndex(0), 0});
+                                     }),
+                                     Operation([](auto& c) { c.entryIs(EntryIndex(0), record(1, 1)); }),
+                                     Operation([](auto& c) { c.entryDel(EntryIndex(0)); })}) {
+    holder = Vorn::Chunk::ChunkIs();
+    for (U32 i = 0; i < 2; ++i) {
+      TestEntry::Ptr const entry = record(i, i);
+      entry->onDestroy = [&] { holder = nullptr; };
+      holder->entryEnq(entry);
+    }
+    operation(*holder);
+    EXPECT_EQ(holder, nullptr);
+    EXPECT_EQ(TestEntry::alive, 0);
+  }
+}
+
 TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   Vorn::Entry::Ptr const none;
   EXPECT_EQ(raised([&] { recorder->doAddToLog(Pylo::IntfId("A1"), none); }), "null ValidPtr");
