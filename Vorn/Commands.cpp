@@ -2,26 +2,24 @@
 #include <sys/socket.h>
 #include <time.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "Vorn/CommandOptions.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/StartEntry.h"
 #include "Vorn/Trace.h"
-#include "Vorn/internal/InterfaceFilter.h"
-#include "Vorn/internal/ReportFrame.h"
+#include "Vorn/internal/CsvReport.h"
+#include "Vorn/internal/GlobalBufferReport.h"
+#include "Vorn/internal/StatisticsReport.h"
 #include "Vorn/internal/TextReport.h"
 
-// How a show-command is answered: socket, stream, options, interfaces, report.
+// How a show-command is answered: socket, stream, options, selection, report. Reports only read the recorder,
+// but for the cursors in it; what an operation must leave to be seen is set here.
 
 namespace Vorn {
-
-std::vector<PortMetaData::Ptr> startEntry;
 
 namespace {
 
@@ -63,44 +61,13 @@ class BrokenPipeGuard {
 };
 
 struct CloseStream {
-  void operator()(std::FILE* stream) const { std::fclose(stream); }
+  void operator()(std::FILE* stream) const {
+    if (std::fclose(stream) == 0) return;
+    int const error = errno;
+    VORN_TRACE(0, "fclose failed : " << std::strerror(error));
+  }
 };
 using StreamPtr = std::unique_ptr<std::FILE, CloseStream>;
-
-// The oldest record that an interface still holds; null when it holds none.
-Entry::Ptr oldestEntry(PortData const& port) {
-  for (PortData::ChunkIterator i = port.chunkIterator(); i; ++i)
-    if (EntryQueue::EntryIterator first = (*i)->entryIterator()) return *first;
-  return nullptr;
-}
-
-// Adds the congestions of an interface whose opening record has been overwritten.
-void addStartRecords(PortData const& port) {
-  Entry::Ptr const oldest = oldestEntry(port);
-  if (!oldest) return;
-  for (auto i = port.portMetaDataIterator(); i; ++i) {
-    Microseconds const start = (*i)->timeOfCongestionStart();
-    if (start == Microseconds(0) || start >= oldest->timestamp()) continue;
-    VORN_TRACE(6, "Metadata overwritten for port " << port.intfId());
-    startEntry.push_back(*i);
-  }
-}
-
-// Marks the interfaces that the report shows and gathers their start records, latest first.
-void selectPorts(CongestionData::PortDataMap const& ports, CommandOptions const& options) {
-  InterfaceFilter filter(options);
-  startEntry.clear();
-  for (auto const& member : ports) {
-    PortData& port = *member.value;
-    port.mergeEntriesIs(false);
-    if (!filter.matches(port.intfId().shortName().str()) || port.chunks() == 0) continue;
-    port.mergeEntriesIs(true);
-    VORN_TRACE(6, "tail index " << port.chunkQueue().tail()->key() << " num of entries "
-                                << port.chunkTail()->entrys());
-    addStartRecords(port);
-  }
-  std::sort(startEntry.begin(), startEntry.end(), PortMetaDataSort);
-}
 
 }  // namespace
 
@@ -127,20 +94,49 @@ void CongestionData::handleCommand(Kes::U32 socket, Kes::String command, Kes::St
 
 void CongestionData::doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String command, Kes::String reportHeader,
                                            Kes::String footer) {
-  if (reportStream(stream, "doMergeAndDumpEntries") == nullptr) return;
+  ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};
+  if (!frame.hasStream("doMergeAndDumpEntries")) return;
   Kes::Seconds const reportTime = clock_->getUTCTime();
   CommandOptions const options = parseCommand(command.str());
-  if (options.report == CommandOptions::Report::statistics)
-    return doDumpStatistics(stream, reportHeader, footer);
-  if (options.report == CommandOptions::Report::globalBuffer)
-    return doDumpGlobalBufferChunk(stream, reportHeader, footer);
-  selectPorts(portData_, options);
-  if (options.report == CommandOptions::Report::csv) {
-    std::reverse(startEntry.begin(), startEntry.end());
-    doDumpEntriesInCSVFormat(stream, reportHeader, footer, options.showAll);
-  } else {
-    writeTextReport(*this, stream, options, reportTime, reportHeader, footer);
-  }
+  using Report = CommandOptions::Report;
+  if (options.report == Report::statistics) return writeStatisticsReport(*this, frame);
+  if (options.report == Report::globalBuffer) return writeGlobalBufferReport(*this, frame);
+  startEntry.clear();
+  for (auto const& [intfId, port] : portData_) port->mergeEntriesIs(false);
+  ReportSelection const selection = selectionOf(*this, options);
+  for (PortData::Ptr const& port : selection.ports) port->mergeEntriesIs(true);
+  startEntry = selection.startRecords;
+  if (options.report == Report::csv)
+    writeCsvReport(*this, frame, selection, options.showAll);
+  else
+    writeTextReport(*this, frame, selection, options, reportTime);
+}
+
+// What a command would have selected is told by the flags and the list that it leaves.
+Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader,
+                                                  Kes::String footer, bool showAll) {
+  ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};
+  if (!frame.hasStream("doDumpEntriesInCSVFormat")) return -1;
+  ReportSelection selection{{}, startEntry};
+  for (auto const& [intfId, port] : portData_)
+    if (port->mergeEntries() && port->chunks() != 0) selection.ports.push_back(port);
+  return writeCsvReport(*this, frame, selection, showAll);
+}
+
+void CongestionData::doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer) {
+  ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};
+  if (frame.hasStream("doDumpStatistics")) writeStatisticsReport(*this, frame);
+}
+
+void CongestionData::doDumpGlobalBufferChunk(Kes::VoidPtr stream, Kes::String reportHeader,
+                                             Kes::String footer) {
+  ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};
+  if (frame.hasStream("doDumpGlobalBufferChunk")) writeGlobalBufferReport(*this, frame);
+}
+
+void CongestionData::doMergeAndDumpGlobalChunk(Kes::VoidPtr stream, Entry const* entry, bool ascending) {
+  ReportFrame const frame{static_cast<std::FILE*>(stream), {}, {}};
+  if (frame.hasStream("doMergeAndDumpGlobalChunk")) mergeGlobalRecords(*this, frame.stream, entry, ascending);
 }
 
 }  // namespace Vorn

@@ -5,6 +5,7 @@
 #include <unordered_set>
 
 #include "Kes/Exception.h"
+#include "Vorn/StartEntry.h"
 #include "Vorn/Trace.h"
 #include "Vorn/internal/Assert.h"
 
@@ -54,6 +55,7 @@ CongestionData::CongestionData(Hardware::Status::PtrConst const& vornHwStatus, C
 }
 
 CongestionData::~CongestionData() {
+  std::vector<PortMetaData::Ptr>().swap(startEntry);
   portDataDelAll();
   chunkArrayDelAll();
   // Through the setter, so that what runs while it is released finds null here.

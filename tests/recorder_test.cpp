@@ -279,6 +279,26 @@ TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   EXPECT_EQ(TestEntry::alive, 0);
 }
 
+struct Mourned final : Vorn::PortMetaData {
+  Mourned() : PortMetaData(1, Pylo::IntfId("A1")) { timeOfCongestionStartIs(us(1)); }
+  ~Mourned() override { std::_Exit(7); }
+};
+
+TEST_F(Recorder, StartRecordsStayWithTheRecorder) {
+  auto const data = Vorn::portMetaDataFactory(1, Pylo::IntfId("A1"));
+  data->timeOfCongestionStartIs(us(1));
+  append("A1", record(1, 1000));
+  port("A1")->newPortMetaData(data);
+  report("");
+  EXPECT_EQ(Vorn::startEntry, std::vector{data});
+  // A host that ends without destroying its recorder has no objects destroyed behind its own statics.
+  EXPECT_EXIT(
+      (port("A1")->portMetaDataIs(Kes::makePtr<Mourned>()), report(""), recorder.release(), std::exit(0)),
+      testing::ExitedWithCode(0), "");
+  recorder = nullptr;
+  EXPECT_EQ(data->ptrCount(), 1U);
+}
+
 TEST_F(Recorder, AgeAndCountLimits) {
   clock->utcTimeIs(100);
   for (U64 const second : {89U, 90U, 95U}) append("A1", record(1, second * 1000000));

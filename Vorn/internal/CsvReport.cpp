@@ -1,29 +1,23 @@
+#include "Vorn/internal/CsvReport.h"
+
 #include "Kes/Strep.h"
-#include "Vorn/CongestionData.h"
 #include "Vorn/internal/Assert.h"
 #include "Vorn/internal/GlobalBufferReport.h"
 #include "Vorn/internal/MergeCursor.h"
-#include "Vorn/internal/ReportFrame.h"
 #include "Vorn/internal/StartRecordCursor.h"
 
 namespace Vorn {
 
-namespace {
-
-constexpr char operation[] =
-    "Kes::S32 Vorn::CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr, Kes::String, Kes::String, bool)";
-
-}  // namespace
-
-Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader,
-                                                  Kes::String footer, bool showAll) {
-  std::FILE* const out = reportStream(stream, "doDumpEntriesInCSVFormat");
-  if (out == nullptr) return -1;
+Kes::S32 writeCsvReport(CongestionData const& recorder, ReportFrame const& frame,
+                        ReportSelection const& selection, bool showAll) {
+  constexpr char operation[] =
+      "Kes::S32 Vorn::CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr, Kes::String, Kes::String, bool)";
   // The clock is the host's code: it is read before the cursor points at anything.
-  Kes::Seconds const reportTime = clock_->getUTCTime();
-  MergeCursor cursor(portData_, MergeCursor::Direction::oldestFirst);
-  beginReport(out, reportTime, reportHeader);
-  StartRecordCursor startRecords(portMetaDataDumper_, out, /*csvFormat=*/true);
+  Kes::Seconds const reportTime = recorder.clock()->getUTCTime();
+  MergeCursor cursor(selection.ports, MergeCursor::Direction::oldestFirst);
+  frame.begin(reportTime);
+  StartRecordCursor startRecords(selection.startRecords, *recorder.portMetaDataDumper(), frame.stream,
+                                 /*csvFormat=*/true);
   while (cursor.total() != 0) {
     MergeCursor::Choice const next = cursor.choose();
     assertThat(next.port != nullptr, operation, "oldestEntryChunk");
@@ -31,9 +25,10 @@ Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::Stri
     VORN_TRACE(6, "Oldest chunk " << next.port->intfId() << " numEntries "
                                   << next.port->chunkTobeMerged()->entrys());
     cursor.advance();
-    if (showAll) doMergeAndDumpGlobalChunk(out, next.entry, /*ascending=*/true);
+    if (showAll) mergeGlobalRecords(recorder, frame.stream, next.entry, /*ascending=*/true);
     Kes::DecimalText const time(next.entry->timestamp().value());
-    Kes::S32 const result = next.entry->dumpEntry(out, time.charPtr(), next.shortName, /*cvsFormat=*/true);
+    Kes::S32 const result =
+        next.entry->dumpEntry(frame.stream, time.charPtr(), next.shortName, /*cvsFormat=*/true);
     if (result != 0) {
       VORN_TRACE(0, "doDumpEntriesInCSVFormat : entry dump failed ");
       return result;
@@ -41,9 +36,9 @@ Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::Stri
     cursor.countOff();
   }
   while (!startRecords.atEnd()) startRecords.write();
-  if (showAll) doMergeAndDumpGlobalChunk(out, nullptr, /*ascending=*/true);
-  endGlobalMerge(*this);
-  return endReport(out, footer);
+  if (showAll) mergeGlobalRecords(recorder, frame.stream, nullptr, /*ascending=*/true);
+  endGlobalMerge(recorder);
+  return frame.end();
 }
 
 }  // namespace Vorn

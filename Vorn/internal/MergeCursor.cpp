@@ -8,11 +8,9 @@
 
 namespace Vorn {
 
-MergeCursor::MergeCursor(CongestionData::PortDataMap const& ports, Direction direction)
-    : direction_(direction) {
-  for (auto const& [intfId, port] : ports) {
-    if (!port->mergeEntries() || port->chunks() == 0) continue;
-    Row row{port, intfId.shortName().charPtr()};
+MergeCursor::MergeCursor(std::span<PortData::Ptr const> ports, Direction direction) : direction_(direction) {
+  for (PortData::Ptr const& port : ports) {
+    Row row{port, port->intfId().shortName().charPtr()};
     if (direction_ == Direction::oldestFirst) {
       load(row, Chunk::Ptr(port->chunkHead()));
       VORN_TRACE(6, "head index " << row.port->chunkMetadata().headKey - 1 << " num of entries " << row.left);

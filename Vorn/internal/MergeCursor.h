@@ -1,8 +1,9 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
-#include "Vorn/CongestionData.h"
+#include "Vorn/PortData.h"
 
 namespace Vorn {
 
@@ -26,7 +27,7 @@ class MergeCursor {
   };
 
   // Sets every port's cursor up at its first record in that direction.
-  MergeCursor(CongestionData::PortDataMap const& ports, Direction direction);
+  MergeCursor(std::span<PortData::Ptr const> ports, Direction direction);
 
   Kes::U64 total() const { return total_; }
 

@@ -7,23 +7,25 @@
 #include "Kes/Types.h"
 #include "Vorn/Trace.h"
 
-// What all reports have around their lines.
 namespace Vorn {
 
-// The stream of a report; null, with an error trace, for a null pointer.
-inline std::FILE* reportStream(Kes::VoidPtr stream, char const* operation) {
-  if (stream == nullptr) VORN_TRACE(0, operation << " : no stream to write to");
-  return static_cast<std::FILE*>(stream);
-}
+// Where a report goes, and what stands around its lines. Both texts are written as they are.
+struct ReportFrame {
+  std::FILE* stream;
+  Kes::String header;
+  Kes::String footer;
 
-inline void beginReport(std::FILE* stream, Kes::Seconds time, Kes::String const& reportHeader) {
-  std::fprintf(stream, "\nReport generated at %f\n", time);
-  std::fputs(reportHeader.charPtr(), stream);
-}
-
-// Returns how many characters were written, or a negative number on an output error.
-inline Kes::S32 endReport(std::FILE* stream, Kes::String const& footer) {
-  return std::fprintf(stream, "%s", footer.charPtr());
-}
+  // Whether there is a stream to write to; traces an error in the name of `operation` otherwise.
+  bool hasStream(char const* operation) const {
+    if (stream == nullptr) VORN_TRACE(0, operation << " : no stream to write to");
+    return stream != nullptr;
+  }
+  void begin(Kes::Seconds time) const {
+    std::fprintf(stream, "\nReport generated at %f\n", time);
+    std::fputs(header.charPtr(), stream);
+  }
+  // Returns how many characters were written, or a negative number on an output error.
+  Kes::S32 end() const { return std::fprintf(stream, "%s", footer.charPtr()); }
+};
 
 }  // namespace Vorn

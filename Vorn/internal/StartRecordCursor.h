@@ -1,32 +1,33 @@
 #pragma once
 
-#include <cstddef>
+#include <span>
 
 #include "Vorn/PortMetaDataDumper.h"
-#include "Vorn/StartEntry.h"
 
 namespace Vorn {
 
-// Walks startEntry once, from its front, writing one record after the other.
+// Walks the start records of a report once, from the front, writing one after the other.
 class StartRecordCursor {
  public:
-  StartRecordCursor(PortMetaDataDumper::PtrConst dumper, Kes::VoidPtr stream, bool csvFormat)
-      : dumper_(std::move(dumper)), stream_(stream), csvFormat_(csvFormat) {}
+  StartRecordCursor(std::span<PortMetaData::Ptr const> records, PortMetaDataDumper const& dumper,
+                    Kes::VoidPtr stream, bool csvFormat)
+      : left_(records), dumper_(dumper), stream_(stream), csvFormat_(csvFormat) {}
 
-  bool atEnd() const { return next_ >= startEntry.size(); }
+  bool atEnd() const { return left_.empty(); }
   // When the congestion of the next record began.
-  Microseconds time() const { return startEntry[next_]->timeOfCongestionStart(); }
+  Microseconds time() const { return left_.front()->timeOfCongestionStart(); }
   // Writes the next record; returns its writer's result.
   Kes::S32 write() {
-    PortMetaData::Ptr const record = startEntry[next_++];
-    return dumper_->dumpStartMetaData(record.get(), stream_, csvFormat_);
+    PortMetaData const* const record = left_.front().get();
+    left_ = left_.subspan(1);
+    return dumper_.dumpStartMetaData(record, stream_, csvFormat_);
   }
 
  private:
-  PortMetaDataDumper::PtrConst const dumper_;
+  std::span<PortMetaData::Ptr const> left_;
+  PortMetaDataDumper const& dumper_;
   Kes::VoidPtr const stream_;
   bool const csvFormat_;
-  std::size_t next_ = 0;
 };
 
 }  // namespace Vorn

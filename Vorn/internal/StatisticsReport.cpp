@@ -1,3 +1,5 @@
+#include "Vorn/internal/StatisticsReport.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -5,9 +7,7 @@
 #include <vector>
 
 #include "Kes/Format.h"
-#include "Vorn/CongestionData.h"
 #include "Vorn/internal/NaturalOrder.h"
-#include "Vorn/internal/ReportFrame.h"
 
 namespace Vorn {
 
@@ -36,28 +36,27 @@ Kes::U32 globalHitCount(GlobalBufferChunk::Ptr const& log) {
 
 }  // namespace
 
-void CongestionData::doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer) {
-  std::FILE* const out = reportStream(stream, "doDumpStatistics");
-  if (out == nullptr) return;
-  beginReport(out, clock_->getUTCTime(), reportHeader);
+void writeStatisticsReport(CongestionData const& recorder, ReportFrame const& frame) {
+  frame.begin(recorder.clock()->getUTCTime());
   std::vector<PortMetaData::Ptr> records;
-  for (auto const& [intfId, port] : portData_)
+  for (auto const& [intfId, port] : recorder.portDataMap())
     for (auto i = port->portMetaDataIterator(); i; ++i) records.push_back(*i);
   std::sort(records.begin(), records.end(), statisticsOrder);
   for (PortMetaData::Ptr const& record : records) {
     if (record->counter() == 0) continue;
-    if (portMetaDataDumper_->dumpStatistics(record.get(), out) != 0) {
+    if (recorder.portMetaDataDumper()->dumpStatistics(record.get(), frame.stream) != 0) {
       VORN_TRACE(0, "doDumpStatistics : statistics dump failed");
       return;
     }
   }
-  Kes::String const line = Kes::format("\nGlobal Hit Count = %u\n", globalHitCount(globalBufferChunk()));
-  if (std::fprintf(out, "%s", line.charPtr()) < static_cast<int>(line.size())) {
+  Kes::String const line =
+      Kes::format("\nGlobal Hit Count = %u\n", globalHitCount(recorder.globalBufferChunk()));
+  if (std::fprintf(frame.stream, "%s", line.charPtr()) < static_cast<int>(line.size())) {
     int const error = errno;
     VORN_TRACE(0, "dumpStatistics : " << std::strerror(error));
     return;
   }
-  endReport(out, footer);
+  frame.end();
 }
 
 }  // namespace Vorn

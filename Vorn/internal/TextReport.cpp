@@ -4,7 +4,6 @@
 #include "Vorn/internal/Assert.h"
 #include "Vorn/internal/GlobalBufferReport.h"
 #include "Vorn/internal/MergeCursor.h"
-#include "Vorn/internal/ReportFrame.h"
 #include "Vorn/internal/StartRecordCursor.h"
 
 namespace Vorn {
@@ -13,13 +12,14 @@ namespace {
 
 class TextReport {
  public:
-  TextReport(CongestionData& recorder, std::FILE* stream, CommandOptions const& options,
-             Kes::Seconds reportTime)
+  TextReport(CongestionData const& recorder, std::FILE* stream, ReportSelection const& selection,
+             CommandOptions const& options, Kes::Seconds reportTime)
       : recorder_(recorder),
         stream_(stream),
+        ports_(selection.ports),
         options_(options),
         reportTime_(reportTime),
-        startRecords_(recorder.portMetaDataDumper(), stream, /*csvFormat=*/false) {}
+        startRecords_(selection.startRecords, *recorder.portMetaDataDumper(), stream, /*csvFormat=*/false) {}
 
   // Record lines, and the start records that come before each; false when a writer failed.
   bool writeEntries();
@@ -37,8 +37,9 @@ class TextReport {
   bool tooOld(Microseconds time) const;
   Kes::S32 writeEntry(Entry const& entry, Kes::CharPtrConst intfName);
 
-  CongestionData& recorder_;
+  CongestionData const& recorder_;
   std::FILE* const stream_;
+  std::vector<PortData::Ptr> const& ports_;
   CommandOptions const& options_;
   Kes::Seconds const reportTime_;
   StartRecordCursor startRecords_;
@@ -46,7 +47,7 @@ class TextReport {
 };
 
 bool TextReport::writeEntries() {
-  MergeCursor cursor(recorder_.portDataMap(), MergeCursor::Direction::newestFirst);
+  MergeCursor cursor(ports_, MergeCursor::Direction::newestFirst);
   while (cursor.total() != 0) {
     MergeCursor::Choice const next = cursor.choose();
     assertThat(next.port != nullptr,
@@ -89,7 +90,7 @@ Kes::S32 TextReport::writeEntry(Entry const& entry, Kes::CharPtrConst intfName) 
   Kes::DecimalText const time(entry.timestamp().value());
   if (options_.drops) return entry.dumpDrops(stream_, time.charPtr(), intfName);
   if (options_.latency) return entry.dumpTxLatency(stream_, time.charPtr(), intfName);
-  if (options_.showAll) recorder_.doMergeAndDumpGlobalChunk(stream_, &entry, /*ascending=*/false);
+  if (options_.showAll) mergeGlobalRecords(recorder_, stream_, &entry, /*ascending=*/false);
   return entry.dumpEntry(stream_, time.charPtr(), intfName, /*cvsFormat=*/false);
 }
 
@@ -99,20 +100,20 @@ void TextReport::writeRest() {
     // Without a count limit this ends the records when not a single line has been written so far.
     if (lines_ == options_.entryCount) break;
   }
-  if (options_.showAll) recorder_.doMergeAndDumpGlobalChunk(stream_, nullptr, /*ascending=*/false);
+  if (options_.showAll) mergeGlobalRecords(recorder_, stream_, nullptr, /*ascending=*/false);
 }
 
 }  // namespace
 
-void writeTextReport(CongestionData& recorder, Kes::VoidPtr stream, CommandOptions const& options,
-                     Kes::Seconds reportTime, Kes::String const& reportHeader, Kes::String const& footer) {
-  std::FILE* const out = static_cast<std::FILE*>(stream);
-  beginReport(out, reportTime, reportHeader);
-  TextReport report(recorder, out, options, reportTime);
+void writeTextReport(CongestionData const& recorder, ReportFrame const& frame,
+                     ReportSelection const& selection, CommandOptions const& options,
+                     Kes::Seconds reportTime) {
+  frame.begin(reportTime);
+  TextReport report(recorder, frame.stream, selection, options, reportTime);
   if (!report.writeEntries()) return;
   report.writeRest();
   endGlobalMerge(recorder);
-  endReport(out, footer);
+  frame.end();
 }
 
 }  // namespace Vorn

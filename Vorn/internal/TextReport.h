@@ -1,13 +1,14 @@
 #pragma once
 
-#include "Vorn/CommandOptions.h"
-#include "Vorn/CongestionData.h"
+#include "Vorn/internal/ReportFrame.h"
+#include "Vorn/internal/ReportSelection.h"
 
 namespace Vorn {
 
-// Writes the text report of the ports whose mergeEntries is set and of startEntry: one line a record, latest
-// first, within the options' limits. `reportTime` dates the report and is "now" for the age limit.
-void writeTextReport(CongestionData& recorder, Kes::VoidPtr stream, CommandOptions const& options,
-                     Kes::Seconds reportTime, Kes::String const& reportHeader, Kes::String const& footer);
+// Writes the text report of a selection: one line a record, latest first, within the options' limits.
+// `reportTime` dates the report and is "now" for the age limit.
+void writeTextReport(CongestionData const& recorder, ReportFrame const& frame,
+                     ReportSelection const& selection, CommandOptions const& options,
+                     Kes::Seconds reportTime);
 
 }  // namespace Vorn

@@ -1,0 +1,48 @@
+#include "Vorn/internal/ReportSelection.h"
+
+#include <algorithm>
+
+#include "Vorn/Trace.h"
+#include "Vorn/internal/InterfaceFilter.h"
+
+namespace Vorn {
+
+namespace {
+
+// The oldest record that an interface still holds; null when it holds none.
+Entry::Ptr oldestEntry(PortData const& port) {
+  for (PortData::ChunkIterator i = port.chunkIterator(); i; ++i)
+    if (EntryQueue::EntryIterator first = (*i)->entryIterator()) return *first;
+  return nullptr;
+}
+
+void addStartRecords(PortData const& port, std::vector<PortMetaData::Ptr>& startRecords) {
+  Entry::Ptr const oldest = oldestEntry(port);
+  if (!oldest) return;
+  for (auto i = port.portMetaDataIterator(); i; ++i) {
+    Microseconds const start = (*i)->timeOfCongestionStart();
+    if (start == Microseconds(0) || start >= oldest->timestamp()) continue;
+    VORN_TRACE(6, "Metadata overwritten for port " << port.intfId());
+    startRecords.push_back(*i);
+  }
+}
+
+}  // namespace
+
+ReportSelection selectionOf(CongestionData const& recorder, CommandOptions const& options) {
+  InterfaceFilter filter(options);
+  ReportSelection selection;
+  for (auto const& [intfId, port] : recorder.portDataMap()) {
+    if (!filter.matches(intfId.shortName().str()) || port->chunks() == 0) continue;
+    VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key() << " num of entries "
+                                << port->chunkTail()->entrys());
+    selection.ports.push_back(port);
+    addStartRecords(*port, selection.startRecords);
+  }
+  std::sort(selection.startRecords.begin(), selection.startRecords.end(), PortMetaDataSort);
+  if (options.report == CommandOptions::Report::csv)
+    std::reverse(selection.startRecords.begin(), selection.startRecords.end());
+  return selection;
+}
+
+}  // namespace Vorn
