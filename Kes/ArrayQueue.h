@@ -16,8 +16,8 @@ namespace Kes {
 //
 // The k-th element stands in slot (head + k) mod N. Slots inside the range [head, head + count) may be null
 // after a deletion in the middle; the removals below never leave such a hole at the end they work on. Slots
-// outside the range are null, but for those that a refused stateIs() left there: whatever takes such a slot, or
-// removes all, releases what it holds.
+// outside the range are null, but for those that a refused stateIs() left there: whatever takes such a slot,
+// or removes all, releases what it holds.
 //
 // Slot numbers passed in must be below N: the owner checks them, in the words of its own index type. Every
 // change of the elements raises modificationCount(). Values are released last, when the queue has its new

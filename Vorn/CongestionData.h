@@ -33,8 +33,11 @@ namespace Vorn {
 // So memory is bounded by numSharedChunks shared chunks, one private chunk an interface, and the 500 records
 // of the global buffer.
 //
-// Errors: a null record raises the range exception "null ValidPtr" before anything has changed. Broken
-// invariants end the process.
+// Whoever calls an operation holds the recorder for as long as it runs.
+//
+// Errors: a null record raises the range exception "null ValidPtr" before anything has changed. An allocation
+// that fails in intake means that the record is in no log and may be handed in again; the interface's log may
+// have been made by then, and the threshold message raised. Broken invariants end the process.
 class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
  public:
   using Ptr = Kes::Ptr<CongestionData>;
@@ -127,8 +130,9 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   // Makes the log of the global buffer if there is none.
   void allocateGlobalChunk();
   // Appends to the log of the global buffer, dropping its oldest record when it holds 500; judged like
-  // others, but with no interface name, and alwaysLog plays no part. Before allocateGlobalChunk: "null
-  // ValidPtr".
+  // others, but with no interface name, and alwaysLog plays no part. Where there is no log, before
+  // allocateGlobalChunk or because the record's doSyslog took it away: "null ValidPtr", and the record is not
+  // kept.
   Microseconds doAddToGlobalLog(Entry::Ptr const& entry);
 
   // Reports. `stream` is a FILE* open for writing; header and footer are written verbatim. A null stream is

@@ -146,15 +146,16 @@ Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
   expectValid(entry);
   Entry::Ptr const record = entry;
   GlobalBufferChunk::Ptr log = globalBufferChunk();
-  if (!log) throw Kes::RangeException("null ValidPtr");
+  if (!log) raiseNull();
   Kes::Seconds const now = clock_->getUTCTime();
   Kes::Seconds const interval = vornConfig_->globalLogInterval();
   if (interval != 0.0 && now > log->lastSyslogTime() + interval) {
     log->lastSyslogTimeIs(now);
     Thresholds const thresholds = globalThresholds(vornConfig_, vornHwStatus_);
     record->doSyslog("", thresholds.low, thresholds.high);
-    // The host's code may have put another log in its place.
-    if (globalBufferChunk()) log = globalBufferChunk();
+    // The host's code may have put another log in its place, or taken it away.
+    log = globalBufferChunk();
+    if (!log) raiseNull();
   }
   // Released only when the new record stands in its place: that runs the host's code.
   Entry::Ptr const dropped = log->entrys() >= entriesPerChunk ? log->entryDeq() : nullptr;

@@ -32,8 +32,9 @@ void addStartRecords(PortData const& port, std::vector<PortMetaData::Ptr>& start
 ReportSelection selectionOf(CongestionData const& recorder, CommandOptions const& options) {
   InterfaceFilter filter(options);
   ReportSelection selection;
-  for (auto const& [intfId, port] : recorder.portDataMap()) {
-    if (!filter.matches(intfId.shortName().str()) || port->chunks() == 0) continue;
+  for (auto const& member : recorder.portDataMap()) {
+    PortData::Ptr const& port = member.value;
+    if (!filter.matches(port->intfId().shortName().str()) || port->chunks() == 0) continue;
     VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key() << " num of entries "
                                 << port->chunkTail()->entrys());
     selection.ports.push_back(port);
