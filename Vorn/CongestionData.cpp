@@ -94,16 +94,22 @@ void CongestionData::portDataDelAll() {
   }
 }
 
+Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
+  PortData::Ptr const port = portData(intfId);
+  assertThat(port != nullptr, "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChunk(Pylo::IntfId)", "pd");
+  return pool_.allocate(portData_, *port);
+}
+
 void CongestionData::chunkArrayEnq(Chunk::Ptr const& chunk) {
   if (!chunk) throw Kes::RangeException("null ValidPtr");
-  chunkArray_.enq(chunk);
+  pool_.queue().enq(chunk);
 }
 
 void CongestionData::chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk) {
   if (chunk)
-    chunkArray_.put(position, chunk);
+    pool_.queue().put(position, chunk);
   else
-    chunkArray_.del(position);
+    pool_.queue().del(position);
 }
 
 void CongestionData::allocateGlobalChunk() {

@@ -2,11 +2,10 @@
 
 #include <string>
 
-#include "Kes/HashMap.h"
 #include "Kes/Ptr.h"
-#include "Kes/RingQueue.h"
 #include "Kes/String.h"
 #include "Pylo/IntfId.h"
+#include "Vorn/ChunkPool.h"
 #include "Vorn/Clock.h"
 #include "Vorn/Config.h"
 #include "Vorn/Export.h"
@@ -25,10 +24,9 @@ namespace Vorn {
 // is due, and appends the record to the newest chunk. When there is none, or it holds 500 records,
 // allocateChunk supplies one:
 //
-//   - an interface's first chunk is its own for life and never in the pool;
-//   - further chunks are shared: new ones while the pool holds fewer than numSharedChunks,
-//   - and from then on the one that was handed out longest ago, taken from whichever interface holds it,
-//     with the oldest part of that interface's history (drawn in docs/pool.md).
+//   - an interface's first chunk is its own for life;
+//   - further chunks are shared and come from the pool (ChunkPool.h): new ones up to its limit, and from then
+//     on the one that was handed out longest ago, taken from whichever interface holds it.
 //
 // So memory is bounded by numSharedChunks shared chunks, one private chunk an interface, and the 500 records
 // of the global buffer.
@@ -44,10 +42,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   using PtrConst = Kes::Ptr<CongestionData const>;
   class GenericIf_;  // by-name access, see GenericIf.h
 
-  using PortDataMap = Kes::HashMap<Pylo::IntfId, PortData::Ptr, Pylo::IntfIdHash>;
-  using ChunkArray = Kes::RingQueue<Chunk::Ptr>;
-
-  static constexpr Kes::U32 defaultNumSharedChunks = 200;
+  using PortDataMap = Vorn::PortDataMap;
+  using ChunkArray = ChunkPool::Queue;
 
   // State of the pool queue for saving and restoring: the position of its first element, and the capacity
   // that its ring must have.
@@ -86,29 +82,29 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   void portDataDel(PortDataMap::Iterator& at);
   void portDataDelAll();
 
-  // The collection `chunkArray`: the pool of shared chunks as a queue, the one handed out longest ago first,
-  // each under a position that it keeps. A null chunk cannot be enqueued: "null ValidPtr".
-  Chunk::Ptr chunkArray(Kes::U32 position) const { return chunkArray_.at(position); }
+  // The collection `chunkArray`: the pool of shared chunks as a queue (ChunkPool.h), the one handed out
+  // longest ago first, each under a position that it keeps. A null chunk cannot be enqueued: "null ValidPtr".
+  Chunk::Ptr chunkArray(Kes::U32 position) const { return pool_.queue().at(position); }
   // Positions from head to tail, emptied ones included.
-  Kes::U32 chunkArrayCount() const { return chunkArray_.count(); }
-  ChunkArray::Iterator chunkArrayIterator() const { return chunkArray_.iterator(); }
-  Kes::U32 chunkArrayModificationCount() const { return chunkArray_.modificationCount(); }
+  Kes::U32 chunkArrayCount() const { return pool_.queue().count(); }
+  ChunkArray::Iterator chunkArrayIterator() const { return pool_.queue().iterator(); }
+  Kes::U32 chunkArrayModificationCount() const { return pool_.queue().modificationCount(); }
   void chunkArrayEnq(Chunk::Ptr const& chunk);
-  Chunk::Ptr chunkArrayDeq() { return chunkArray_.deq(); }
+  Chunk::Ptr chunkArrayDeq() { return pool_.queue().deq(); }
   // Stores at an explicit position, for restoring; null deletes. RangeException beyond 2^24 slots.
   void chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk);
-  Chunk::Ptr chunkArrayDel(Kes::U32 position) { return chunkArray_.del(position); }
-  void chunkArrayDelAll() { chunkArray_.delAll(); }
+  Chunk::Ptr chunkArrayDel(Kes::U32 position) { return pool_.queue().del(position); }
+  void chunkArrayDelAll() { pool_.queue().delAll(); }
   ChunkArrayMetadata chunkArrayMetadata() const {
-    return {chunkArray_.headPosition(), chunkArray_.capacity()};
+    return {pool_.queue().headPosition(), pool_.queue().capacity()};
   }
   void chunkArrayMetadataIs(ChunkArrayMetadata const& metadata) {
-    chunkArray_.stateIs(metadata.head, metadata.capacity);
+    pool_.queue().stateIs(metadata.head, metadata.capacity);
   }
 
   // How many chunks the pool may hold. Takes effect at the next request; a larger pool never shrinks.
-  Kes::U32 numSharedChunks() const { return numSharedChunks_; }
-  void numSharedChunksIs(Kes::U32 numSharedChunks) { numSharedChunks_ = numSharedChunks; }
+  Kes::U32 numSharedChunks() const { return pool_.limit(); }
+  void numSharedChunksIs(Kes::U32 numSharedChunks) { pool_.limitIs(numSharedChunks); }
 
   // The log of the global buffer; null until allocateGlobalChunk.
   GlobalBufferChunk::Ptr const& globalBufferChunk() const { return globalBufferChunk_; }
@@ -168,9 +164,6 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   ~CongestionData() override;
 
  private:
-  // Chunk allocation.
-  void releaseFromOwner(Chunk::Ptr const& chunk, PortData const& requester);
-
   // Intake.
   PortData& portFor(Pylo::IntfId const& intfId, char const* operation);
   PortData& newPort(Pylo::IntfId const& intfId, char const* operation);
@@ -189,8 +182,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Config::PtrConst const vornConfig_;
   PortMetaDataDumper::PtrConst const portMetaDataDumper_;
   PortDataMap portData_;
-  ChunkArray chunkArray_;
-  Kes::U32 numSharedChunks_ = defaultNumSharedChunks;
+  ChunkPool pool_;
   GlobalBufferChunk::Ptr globalBufferChunk_;
   bool initialized_ = false;
 };

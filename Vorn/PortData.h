@@ -77,6 +77,15 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
 
   // Appends under a new key.
   void chunkEnq(Chunk::Ptr const& chunk);
+  // The same in two steps, of which only the first can fail. Chunks may be taken out between them.
+  struct ChunkPlace {
+    ChunkNode::Ptr node;
+    Kes::U32 key;
+  };
+  ChunkPlace chunkPlaceFor(Chunk::Ptr const& chunk) const {
+    return {Kes::makePtr<ChunkNode>(chunk), chunk_.appendKey()};
+  }
+  void chunkEnqAt(ChunkPlace const& place) noexcept { chunk_.append(place.node, place.key); }
   // Inserts under a key of the caller's: at the tail for the next key, else in ascending order.
   ChunkNode::Ptr newChunk(Kes::U32 key, Chunk::Ptr const& chunk);
   // Replaces the chunk under a key, inserts it where there is none; null deletes.
@@ -145,9 +154,6 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   ~PortData() override;
 
  private:
-  // The allocator makes a node and chooses its key before it takes the chunk from anybody.
-  friend class CongestionData;
-
   static constexpr std::size_t wholeLines(std::size_t size) { return (size + 63) / 64 * 64; }
 
   // An append, and a report's line, touch no more than the first line of cache.
@@ -161,5 +167,8 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   bool mergeEntries_ = false;
   PortMetaDataMap portMetaData_;
 };
+
+// The logs of a recorder, by interface. The order of a walk is stable between deletions and means nothing.
+using PortDataMap = Kes::HashMap<Pylo::IntfId, PortData::Ptr, Pylo::IntfIdHash>;
 
 }  // namespace Vorn

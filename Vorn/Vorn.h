@@ -2,6 +2,7 @@
 
 // All of the recorder's public headers, for a host that wants one include. Start reading at CongestionData.h.
 #include "Vorn/Chunk.h"
+#include "Vorn/ChunkPool.h"
 #include "Vorn/Clock.h"
 #include "Vorn/CommandOptions.h"
 #include "Vorn/Config.h"

@@ -1,8 +1,9 @@
-#include "Vorn/CongestionData.h"
+#include "Vorn/ChunkPool.h"
+
+#include <array>
+
 #include "Vorn/Trace.h"
 #include "Vorn/internal/Assert.h"
-
-// Where a chunk comes from, and how one changes owner (docs/pool.md draws it).
 
 namespace Vorn {
 
@@ -25,41 +26,39 @@ void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
 
 }  // namespace
 
-Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
-  PortData::Ptr const port = portData(intfId);
-  assertThat(port != nullptr, operation, "pd");
-  bool const first = port->chunkTail() == nullptr;
-  bool const fresh = first || chunkArrayCount() < numSharedChunks();
+Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
+  Pylo::IntfId const& intfId = port.intfId();
+  bool const first = port.chunkTail() == nullptr;
+  bool const fresh = first || queue_.count() < limit_;
   if (first)
     VORN_TRACE(8, "Allocating first chunk for port " << intfId);
   else if (fresh)
     VORN_TRACE(8, "Allocating new chunk for port " << intfId);
   else
     VORN_TRACE(8, "Stealing chunk for port " << intfId << " from global pool.");
-  Chunk::Ptr const newChunk = fresh ? Chunk::ChunkIs() : chunkArray(chunkArrayMetadata().head);
+  Chunk::Ptr const newChunk = fresh ? Chunk::ChunkIs() : queue_.at(queue_.headPosition());
   assertThat(newChunk != nullptr, operation, "newChunk");
 
   // Whatever can throw comes before anything changes hands.
-  PortData::ChunkNode::Ptr const node = Kes::makePtr<PortData::ChunkNode>(newChunk);
-  Kes::U32 const key = port->chunk_.appendKey();
-  if (!first && fresh) chunkArray_.reserveOne();
+  PortData::ChunkPlace const place = port.chunkPlaceFor(newChunk);
+  if (!first && fresh) queue_.reserveOne();
   VORN_TRACE(8, "Allocating chunk for Port " << intfId);
 
   if (!fresh) {
-    chunkArrayDeq();
-    releaseFromOwner(newChunk, *port);
+    queue_.deq();
+    releaseFromOwner(ports, newChunk, port);
   }
   // The records of a stolen chunk go last: their destructors are the host's code and find the recorder whole.
   auto released = newChunk->entryTakeAll();
   // The requester may have been the owner, so its newest chunk is looked at only now.
-  Chunk::Ptr const lastChunk(port->chunkTail());
+  Chunk::Ptr const lastChunk(port.chunkTail());
   newChunk->prevChunkIs(lastChunk);
   newChunk->nextChunkIs(nullptr);
   newChunk->intfIdIs(intfId);
   if (lastChunk) lastChunk->nextChunkIs(newChunk);
-  if (!first) chunkArrayEnq(newChunk);
-  port->chunk_.append(node, key);
-  port->entryIndexDelAll();
+  if (!first) queue_.enq(newChunk);
+  port.chunkEnqAt(place);
+  port.entryIndexDelAll();
   release(released);
   return newChunk;
 }
@@ -67,22 +66,24 @@ Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
 // Takes a chunk out of its owner's log, wherever it stands there; in the ordinary course it is the first
 // chunk or the one behind the private first, so this is constant time. From here on the owner does not see it
 // any more.
-void CongestionData::releaseFromOwner(Chunk::Ptr const& chunk, PortData const& requester) {
-  PortData::Ptr const owner = portData(chunk->intfId());
-  if (!owner) return;  // a free chunk: its log was deleted
-  PortData::ChunkIterator at = owner->chunkIterator();
+void ChunkPool::releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
+                                 PortData const& requester) {
+  PortData::Ptr const* const found = ports.find(chunk->intfId());
+  if (found == nullptr) return;  // a free chunk: its log was deleted
+  PortData& owner = **found;
+  PortData::ChunkIterator at = owner.chunkIterator();
   while (at && *at != chunk) ++at;
   if (!at) {
     // An owner without a name need not hold it: free chunks carry none either.
-    assertThat(owner->intfId().empty(), operation, "dqueuedChunk == newChunk");
+    assertThat(owner.intfId().empty(), operation, "dqueuedChunk == newChunk");
     return;
   }
   Chunk::Ptr const older = at.older();
   Chunk::Ptr const newer = at.newer();
-  assertThat(older || newer || owner.get() == &requester, operation, "dqueuedChunk->nextChunk()");
+  assertThat(older || newer || &owner == &requester, operation, "dqueuedChunk->nextChunk()");
   // The entry-key index names slots of the newest chunk.
-  if (!newer) owner->entryIndexDelAll();
-  owner->chunkDel(at);
+  if (!newer) owner.entryIndexDelAll();
+  owner.chunkDel(at);
   if (older) older->nextChunkIs(newer);
   if (newer) newer->prevChunkIs(older);
 }
