@@ -77,8 +77,9 @@ PortData::Ptr CongestionData::portData(Pylo::IntfId const& intfId) const {
 }
 
 PortData::Ptr CongestionData::portDataIs(Pylo::IntfId const& intfId) {
-  if (PortData::Ptr port = portData(intfId)) return port;
-  return portData_.put(intfId, Kes::makePtr<PortData>(intfId));
+  PortData::Ptr port = portData(intfId);
+  if (!port) portData_.put(intfId, port = Kes::makePtr<PortData>(intfId));
+  return port;
 }
 
 void CongestionData::portDataDel(Pylo::IntfId const& intfId) {

@@ -167,14 +167,12 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   // Intake.
   PortData& portFor(Pylo::IntfId const& intfId, char const* operation);
   PortData& newPort(Pylo::IntfId const& intfId, char const* operation);
-  struct Appended {
-    PortData& port;  // holds the record as its newest
-    Entry const& record;
-  };
-  Appended append(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry);
-  Appended appendAfterHost(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& given, bool due,
-                           Kes::Seconds now);
-  static void enqueue(Pylo::IntfId const& intfId, PortData& port, Chunk& tailChunk, Entry::Ptr const& entry);
+  Microseconds append(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry,
+                      Kes::U32 const* entryKey);
+  Microseconds appendSlow(Pylo::IntfId const& intfId, PortData& judged, Entry::Ptr const& given,
+                          Kes::U32 const* entryKey, bool due, Kes::Seconds now);
+  static void enqueue(Pylo::IntfId const& intfId, PortData& port, Chunk& tailChunk, Entry::Ptr const& entry,
+                      Kes::U32 const* entryKey);
   bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;
 
   Hardware::Status::PtrConst const vornHwStatus_;

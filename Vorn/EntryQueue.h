@@ -71,6 +71,8 @@ class VORN_EXPORT EntryQueue {
   Kes::U32 entrys() const { return slots_.count(); }
   // The slot of the newest position; meaningless while empty.
   EntryIndex entryTailIndex() const { return EntryIndex(static_cast<Kes::U16>(slots_.tail())); }
+  // Whether a refused entryMetadataIs has left a record where the next append goes, which releases it.
+  bool entryNextSlotTaken() const { return static_cast<bool>(slots_.slot(slots_.tailNext())); }
   // The record in a slot; null for a hole and outside of the queue.
   Entry::Ptr const& entry(EntryIndex index) const;
   EntryMetadata entryMetadata() const {

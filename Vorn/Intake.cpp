@@ -67,8 +67,10 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
   return *port;
 }
 
-[[gnu::always_inline]] inline auto CongestionData::append(Pylo::IntfId const& intfId, PortData& port,
-                                                          Entry::Ptr const& entry) -> Appended {
+// Appends a record, and notes its slot under a key if one is given.
+[[gnu::always_inline]] inline Microseconds CongestionData::append(Pylo::IntfId const& intfId, PortData& port,
+                                                                  Entry::Ptr const& entry,
+                                                                  Kes::U32 const* entryKey) {
   // Nothing is held: up to the slot nothing of the host's runs but its clock, which changes nothing.
   // Where the slot is stands with the chunk's count, which may be as far away as the slot itself.
   Entry const& record = *entry;
@@ -77,31 +79,36 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
   Kes::Seconds const now = clock_->getUTCTime();
   traceTail(tailChunk);
   bool const due = messageDue(port, record, now);
-  if (due || !hasRoom(tailChunk)) [[unlikely]]
-    return appendAfterHost(intfId, port, entry, due, now);
-  enqueue(intfId, port, *tailChunk, entry);
-  return {port, record};
+  if (due || !hasRoom(tailChunk) || tailChunk->entryNextSlotTaken()) [[unlikely]]
+    return appendSlow(intfId, port, entry, entryKey, due, now);
+  enqueue(intfId, port, *tailChunk, entry, entryKey);
+  return record.timestamp();
 }
 
-// Judging, and releasing the records of a stolen chunk, run the host's code, which may do anything to the
-// log: it is looked up again behind it, and the record is held, since the caller's reference may be the very
-// slot that is cleared on the way.
-[[gnu::cold]] auto CongestionData::appendAfterHost(Pylo::IntfId const& intfId, PortData& port,
-                                                   Entry::Ptr const& given, bool due, Kes::Seconds now)
-    -> Appended {
+// Judging, and releasing records that stood in the way or in a stolen chunk, run the host's code, which may
+// do anything to the log: it is looked up again behind it. What is used is held; the caller's reference may
+// be the very slot that is cleared on the way.
+[[gnu::cold]] Microseconds CongestionData::appendSlow(Pylo::IntfId const& intfId, PortData& judged,
+                                                      Entry::Ptr const& given, Kes::U32 const* entryKey,
+                                                      bool due, Kes::Seconds now) {
   Entry::Ptr const entry = given;
   if (due) {
-    port.lastSyslogTimeIs(now);
+    judged.lastSyslogTimeIs(now);
     Thresholds const thresholds = portThresholds(vornConfig_, vornHwStatus_, intfId);
     entry->doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
   }
-  PortData* found = &portFor(intfId, "doAddToLog");
-  while (!hasRoom(found->chunkTail())) {
-    allocateChunk(intfId);
-    found = &portFor(intfId, "doAddToLog");
+  for (;;) {
+    PortData::Ptr const port(&portFor(intfId, "doAddToLog"));
+    // What fails for lack of memory fails before the record is in the log.
+    if (entryKey != nullptr) port->entryIndexReserve();
+    Chunk::Ptr const tailChunk(port->chunkTail());
+    if (!hasRoom(tailChunk.get())) {
+      pool_.allocate(portData_, *port);
+      continue;
+    }
+    enqueue(intfId, *port, *tailChunk, entry, entryKey);
+    return entry->timestamp();
   }
-  enqueue(intfId, *found, *found->chunkTail(), entry);
-  return {*found, *entry};
 }
 
 // Whether the interface's threshold message is to be judged by this record.
@@ -110,11 +117,14 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
   return interval != 0.0 && (now > port.lastSyslogTime() + interval || entry.alwaysLog());
 }
 
-// The last step, into the log's newest chunk, where there is room.
+// The last step, into the log's newest chunk, where there is room. Only the key's place can fail.
 [[gnu::always_inline]] inline void CongestionData::enqueue(Pylo::IntfId const& intfId, PortData& port,
-                                                           Chunk& tailChunk, Entry::Ptr const& entry) {
+                                                           Chunk& tailChunk, Entry::Ptr const& entry,
+                                                           Kes::U32 const* entryKey) {
+  Kes::U32 const slot = tailChunk.entrySlots().tailNext();
+  if (entryKey != nullptr) port.entryIndexIs(*entryKey, EntryIndexOrNull(static_cast<Kes::U16>(slot)));
+  port.nextSlotIs(static_cast<Kes::U16>(slot + 1));
   tailChunk.entryEnq(entry);
-  port.nextSlotIs(static_cast<Kes::U16>(tailChunk.entrys()));
   assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
   VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
@@ -130,15 +140,13 @@ Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& 
   Entry* const matched = latestUnderKey(port, entryKey);
   if (matched != nullptr && merge(*matched, record, coalesceTime)) return record.timestamp();
   VORN_TRACE(8, addOperation);
-  Appended const appended = append(intfId, port, entry);
-  appended.port.entryIndexIs(entryKey, EntryIndexOrNull(appended.port.chunkTail()->entryTailIndex().value()));
-  return appended.record.timestamp();
+  return append(intfId, port, entry, &entryKey);
 }
 
 Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
   expectValid(entry);
   VORN_TRACE(8, addOperation);
-  return append(intfId, portFor(intfId, "doAddToLog"), entry).record.timestamp();
+  return append(intfId, portFor(intfId, "doAddToLog"), entry, /*entryKey=*/nullptr);
 }
 
 Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {

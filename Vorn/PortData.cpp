@@ -34,7 +34,9 @@ void PortData::chunkIs(Kes::U32 key, Chunk::Ptr const& chunk) {
 Chunk::Ptr PortData::chunkDel(Kes::U32 key) { return chunk_.del(key); }
 
 PortMetaData::Ptr PortData::newPortMetaData(PortMetaData::Ptr const& portMetaData) {
-  return portMetaData_.put(valid(portMetaData)->identifier(), portMetaData);
+  PortMetaData::Ptr const held = valid(portMetaData);
+  portMetaData_.put(held->identifier(), held);
+  return held;
 }
 
 void PortData::portMetaDataIs(PortMetaData::Ptr const& portMetaData) {

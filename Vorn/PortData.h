@@ -122,7 +122,12 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     EntryIndexOrNull const* const found = entryIndex_.find(key);
     return found != nullptr ? *found : EntryIndexOrNull();
   }
-  EntryIndexOrNull newEntryIndex(Kes::U32 key, EntryIndexOrNull index) { return entryIndex_.put(key, index); }
+  EntryIndexOrNull newEntryIndex(Kes::U32 key, EntryIndexOrNull index) {
+    entryIndex_.put(key, index);
+    return index;
+  }
+  // Makes room for one more key, so that storing it cannot fail.
+  void entryIndexReserve() { entryIndex_.reserveOne(); }
   void entryIndexIs(Kes::U32 key, EntryIndexOrNull index) { newEntryIndex(key, index); }
   EntryIndexMap::Iterator entryIndexIterator() const { return entryIndex_.iterator(); }
   void entryIndexDel(Kes::U32 key) { entryIndex_.del(key); }
