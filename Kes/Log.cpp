@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <atomic>
 
+#include "Kes/internal/LockIfThreaded.h"
+
 namespace Kes {
 
 char const* const NoActionRequired = "No action is required.";
@@ -35,6 +37,7 @@ LogHandle::LogHandle(char const* name, LogSeverity severity, char const* format,
 
 bool LogHandle::okToLog(U64 key) {
   if (interval_ <= 0.0) return true;
+  LockIfThreaded const guard;
   Seconds const time = now();
   // Memory is bounded by the keys of one interval: a sweep each time their number has doubled costs little.
   if (windows_.size() >= sweepSize_) {

@@ -24,7 +24,8 @@ KES_EXPORT extern char const* const CallSupportIfPersists;
 //
 // Rate limit: at most `rateLimitBurst` messages of one key within `rateLimitInterval` seconds; the interval 0
 // means "never silenced". A key is made of the message and its first `rateLimitArgs` arguments, so that one
-// interface's messages do not silence another's.
+// interface's messages do not silence another's. Several threads may log once Kes::threadSafePtrsIs(true) was
+// called.
 class KES_EXPORT LogHandle {
  public:
   LogHandle(char const* name, LogSeverity severity, char const* format, char const* explanation,

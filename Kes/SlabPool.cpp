@@ -4,37 +4,64 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstdint>
-#include <mutex>
-#include <new>
 #include <utility>
 
 #include "Kes/Ptr.h"
 #include "Kes/Types.h"
+#include "Kes/internal/LockIfThreaded.h"
+
+// From the system come arenas of some MiB, cut into slabs; a slab holds objects of one size; an object that
+// is freed goes to the list of its size, or back to its slab.
 
 namespace Kes {
 
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool standsAside = true;
+constexpr bool bypass = true;
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-constexpr bool standsAside = true;
+constexpr bool bypass = true;
 #else
-constexpr bool standsAside = false;
+constexpr bool bypass = false;
 #endif
 #else
-constexpr bool standsAside = false;
+constexpr bool bypass = false;
 #endif
 
 // A slab is as large as the multiples that it stands at, so an object's address tells its slab.
 constexpr U32 slabSize = 65536;
 // Empty slabs that are kept, of whatever size: where interfaces fill their chunks in step, slabs come and go.
 constexpr U32 maxSpare = 8;
+constexpr U32 maxListed = 4096;
 
-using detail::FreeList;
+constexpr std::size_t sizeStep = 8;
+constexpr std::size_t sizeIndex(std::size_t size) { return (size + sizeStep - 1) / sizeStep; }
+constexpr std::size_t sizeCount = sizeIndex(maxSlabSize) + 1;
+
+// A stack of free objects of one size. They are not touched: who takes one finds its memory on the way
+// already, since those that come next are fetched ahead. It takes none before the first allocation of the
+// size.
+struct FreeList {
+  static constexpr U32 ahead = 4;
+
+  U32 count = 0;
+  U32 limit = 0;
+  // The first `ahead` are null, for fetching past the end.
+  std::array<void*, ahead + maxListed> objects{};
+
+  bool empty() const { return count == 0; }
+  bool full() const { return count == limit; }
+  void* take() {
+    --count;
+    __builtin_prefetch(objects[count], /*rw=*/1);
+    return objects[ahead + count];
+  }
+  void put(void* object) { objects[ahead + count++] = object; }
+};
 
 struct Slab;
 
@@ -43,7 +70,7 @@ struct SizeClass {
   U32 size = 0;
   U32 perSlab = 0;
   U32 firstObject = 0;  // bytes from the slab's begin
-  Slab* withRoom = nullptr;
+  Slab* partial = nullptr;
   Slab* full = nullptr;
 };
 
@@ -77,24 +104,49 @@ void layOut(SizeClass& sizeClass, U32 size) {
   sizeClass.firstObject = firstObjectBehind(objects);
 }
 
-// Zero-initialised and never destroyed: objects may outlive every static of this library.
-constinit std::array<SizeClass, detail::slabSizeIndex(maxSlabSize) + 1> classes{};
-constinit std::mutex lock;
+// One mapping, cut into slabs and never unmapped: address space is plenty, mappings are few. Each is twice as
+// large as the one before, up to a limit, so their number stays small. Slabs whose memory was given back are
+// linked by their numbers, which stand in the arena's first slab.
+struct Arena {
+  static constexpr std::size_t smallest = std::size_t{4} << 20;
+  static constexpr std::size_t largest = std::size_t{1} << 30;
+  static constexpr U32 none = ~U32{0};
 
-class LockWhereShared {
- public:
-  LockWhereShared() : locked_(threadSafePtrs()) {
-    if (locked_) lock.lock();
-  }
-  ~LockWhereShared() {
-    if (locked_) lock.unlock();
-  }
-  LockWhereShared(LockWhereShared const&) = delete;
-  LockWhereShared& operator=(LockWhereShared const&) = delete;
+  std::byte* begin = nullptr;
+  U32 slabs = 0;
+  U32 used = 0;  // slabs that were ever handed out; the first one is the arena's own
+  U32 returned = none;
 
- private:
-  bool const locked_;
+  bool contains(void const* memory) const {
+    return memory >= begin && memory < begin + std::size_t{slabs} * slabSize;
+  }
+  U32& nextReturned(U32 slab) { return reinterpret_cast<U32*>(begin)[slab]; }
+  void* slab(U32 number) const { return begin + std::size_t{number} * slabSize; }
+
+  // Null when all are in use.
+  void* take() {
+    if (returned != none) return slab(std::exchange(returned, nextReturned(returned)));
+    return used < slabs ? slab(used++) : nullptr;
+  }
+  void giveBack(void* memory) {
+    ::madvise(memory, slabSize, MADV_DONTNEED);
+    auto const number = static_cast<U32>((static_cast<std::byte*>(memory) - begin) / slabSize);
+    nextReturned(number) = std::exchange(returned, number);
+  }
 };
+static_assert(Arena::largest / slabSize * sizeof(U32) <= slabSize, "the numbers of all slabs fit into one");
+
+// Zero-initialised and never destroyed: objects may outlive every static of this library. All of it is used
+// by one thread, or under the guard; but the arenas, which do not change while there are threads.
+constinit std::array<FreeList, sizeCount> freeLists{};
+constinit std::array<SizeClass, sizeCount> classes{};
+constinit std::array<Arena, 64> arenas{};
+constinit U32 arenaCount = 0;
+// Empty slabs, linked by `next`.
+constinit Slab* spare = nullptr;
+constinit U32 spares = 0;
+// Whether objects of the pool's sizes may have come from the general allocator.
+constinit std::atomic<bool> mixed = false;
 
 void link(Slab* slab, Slab*& list) {
   slab->previous = nullptr;
@@ -108,44 +160,54 @@ void unlink(Slab* slab, Slab*& list) {
   if (slab->next != nullptr) slab->next->previous = slab->previous;
 }
 
-// Empty slabs, linked by `next`.
-constinit Slab* spare = nullptr;
-constinit U32 spares = 0;
-
-// Aligned memory from the system, whole pages of which nothing else takes any.
-void* mapSlab() {
-  constexpr int protection = PROT_READ | PROT_WRITE;
-  void* const mapped = ::mmap(nullptr, 2 * slabSize, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (mapped == MAP_FAILED) throw std::bad_alloc();
-  auto* const begin = static_cast<std::byte*>(mapped);
-  std::size_t const before = -reinterpret_cast<std::uintptr_t>(begin) % slabSize;
-  if (before > 0) ::munmap(begin, before);
-  ::munmap(begin + before + slabSize, slabSize - before);
-  return begin + before;
+Arena* arenaOf(void const* memory) {
+  for (U32 i = 0; i < arenaCount; ++i)
+    if (arenas[i].contains(memory)) return &arenas[i];
+  return nullptr;
 }
 
-void* spareOrMapped() {
-  if (spare == nullptr) return mapSlab();
-  --spares;
-  return std::exchange(spare, spare->next);
+// Null when the system gives none.
+Arena* newArena() {
+  if (arenaCount == arenas.size()) return nullptr;
+  std::size_t size = std::min(Arena::smallest << std::min(arenaCount, 32U), Arena::largest);
+  for (; size >= Arena::smallest; size /= 2) {
+    constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+    void* const mapped = ::mmap(nullptr, size + slabSize, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (mapped == MAP_FAILED) continue;
+    std::size_t const before = -reinterpret_cast<std::uintptr_t>(mapped) % slabSize;
+    arenas[arenaCount] = {static_cast<std::byte*>(mapped) + before, static_cast<U32>(size / slabSize), 1};
+    return &arenas[arenaCount++];
+  }
+  return nullptr;
+}
+
+void* takeSlab() {
+  if (spare != nullptr) {
+    --spares;
+    return std::exchange(spare, spare->next);
+  }
+  for (U32 i = arenaCount; i-- > 0;)
+    if (void* const slab = arenas[i].take()) return slab;
+  Arena* const arena = newArena();
+  return arena != nullptr ? arena->take() : nullptr;
 }
 
 void dispose(Slab* slab) {
-  if (spares == maxSpare) {
-    ::munmap(slab, slabSize);
-    return;
-  }
+  if (spares == maxSpare) return arenaOf(slab)->giveBack(slab);
   ++spares;
   slab->next = std::exchange(spare, slab);
 }
 
+// Null when the system gives no memory.
 Slab* newSlab(SizeClass& owner) {
-  auto* const slab = new (spareOrMapped()) Slab{&owner, nullptr, nullptr, 0, 0};
+  void* const memory = takeSlab();
+  if (memory == nullptr) return nullptr;
+  auto* const slab = new (memory) Slab{&owner, nullptr, nullptr, 0, 0};
   U64* const bits = slab->freeBits();
   std::fill_n(bits, wordsFor(owner.perSlab), ~U64{0});
   if (U32 const rest = owner.perSlab % bitsPerWord; rest > 0)
     bits[owner.perSlab / bitsPerWord] = (U64{1} << rest) - 1;
-  link(slab, owner.withRoom);
+  link(slab, owner.partial);
   return slab;
 }
 
@@ -155,9 +217,10 @@ Slab* slabOf(void* object) {
 }
 
 // Moves the lowest free objects of a slab into the list, as many as share a word, to be taken in ascending
-// order: what is used in turns lies side by side.
+// order: what is used in turns lies side by side. Moves none when there is no memory.
 void refill(FreeList& list, SizeClass& from) {
-  Slab* const slab = from.withRoom != nullptr ? from.withRoom : newSlab(from);
+  Slab* const slab = from.partial != nullptr ? from.partial : newSlab(from);
+  if (slab == nullptr) return;
   while (slab->freeBits()[slab->firstWord] == 0) ++slab->firstWord;
   U64& bits = slab->freeBits()[slab->firstWord];
   slab->used += static_cast<U32>(std::popcount(bits));
@@ -168,17 +231,17 @@ void refill(FreeList& list, SizeClass& from) {
     bits ^= U64{1} << highest;
   }
   if (slab->full()) {
-    unlink(slab, from.withRoom);
+    unlink(slab, from.partial);
     link(slab, from.full);
   }
 }
 
-void giveBack(void* object) {
+void returnToSlab(void* object) {
   Slab* const slab = slabOf(object);
   SizeClass& owner = *slab->owner;
   if (slab->full()) [[unlikely]] {
     unlink(slab, owner.full);
-    link(slab, owner.withRoom);
+    link(slab, owner.partial);
   }
   auto const index = static_cast<U32>(static_cast<std::byte*>(object) - slab->objects()) / owner.size;
   U32 const word = index / bitsPerWord;
@@ -186,68 +249,60 @@ void giveBack(void* object) {
   slab->firstWord = std::min(slab->firstWord, word);
   bool const last = slab->previous == nullptr && slab->next == nullptr;
   if (--slab->used > 0 || last) return;
-  unlink(slab, owner.withRoom);
+  unlink(slab, owner.partial);
   dispose(slab);
 }
 
-// Whether memory of unknown size is an object of a slab.
-bool isSlabObject(void* memory) {
-  Slab const* const wanted = slabOf(memory);
-  for (SizeClass const& sizeClass : classes)
-    for (Slab const* list : {sizeClass.withRoom, sizeClass.full})
-      for (; list != nullptr; list = list->next)
-        if (list == wanted) return true;
-  return false;
+[[gnu::noinline, gnu::cold]] void* allocateSlow(std::size_t size) {
+  bool const pooled = !bypass && size <= maxSlabSize;
+  if (pooled && !threadSafePtrs()) {
+    std::size_t const index = sizeIndex(std::max<std::size_t>(size, 1));
+    FreeList& list = freeLists[index];
+    if (classes[index].size == 0) {
+      layOut(classes[index], static_cast<U32>(index * sizeStep));
+      list.limit = maxListed;
+    }
+    if (list.empty()) refill(list, classes[index]);
+    if (!list.empty()) return list.take();
+  }
+  if (pooled) mixed.store(true, std::memory_order_relaxed);
+  return ::operator new(size);
+}
+
+[[gnu::noinline, gnu::cold]] void freeSlow(void* memory) noexcept {
+  if (memory == nullptr) return;
+  if (arenaOf(memory) == nullptr) return ::operator delete(memory);
+  LockIfThreaded const guard;
+  returnToSlab(memory);
 }
 
 }  // namespace
 
-namespace detail {
-
-constinit std::array<FreeList, slabSizeIndex(maxSlabSize) + 1> freeLists{};
-
-void* slabAllocateOther(std::size_t size) {
-  if (standsAside || size > maxSlabSize) return ::operator new(size);
-  std::size_t const index = slabSizeIndex(std::max<std::size_t>(size, 1));
-  LockWhereShared const guard;
-  FreeList& list = freeLists[index];
-  if (list.empty()) {
-    SizeClass& sizeClass = classes[index];
-    if (sizeClass.size == 0) {
-      layOut(sizeClass, static_cast<U32>(index * slabSizeStep));
-      list.limit = maxListed;
-    }
-    refill(list, sizeClass);
+void* slabAllocate(std::size_t size) {
+  if (size <= maxSlabSize && !threadSafePtrs()) [[likely]] {
+    FreeList& list = freeLists[sizeIndex(size)];
+    if (!list.empty()) [[likely]]
+      return list.take();
   }
-  return list.take();
+  return allocateSlow(size);
 }
 
-void slabFreeOther(void* memory, std::size_t size) noexcept {
-  if (memory == nullptr) return;
-  if (standsAside || size > maxSlabSize) return ::operator delete(memory);
-  LockWhereShared const guard;
-  FreeList& list = freeLists[slabSizeIndex(std::max<std::size_t>(size, 1))];
-  if (list.full())
-    giveBack(memory);
-  else
-    list.put(memory);
-}
-
-}  // namespace detail
-
-void slabFreeUnsized(void* memory) noexcept {
-  if (memory == nullptr) return;
-  {
-    LockWhereShared const guard;
-    if (isSlabObject(memory)) return giveBack(memory);
+void slabFree(void* memory, std::size_t size) noexcept {
+  if (size <= maxSlabSize && memory != nullptr && !threadSafePtrs() && !mixed.load(std::memory_order_relaxed))
+      [[likely]] {
+    FreeList& list = freeLists[sizeIndex(size)];
+    if (!list.full()) [[likely]]
+      return list.put(memory);
   }
-  ::operator delete(memory);
+  freeSlow(memory);
 }
+
+void slabFreeUnsized(void* memory) noexcept { freeSlow(memory); }
 
 void slabTrim() noexcept {
-  LockWhereShared const guard;
-  for (FreeList& list : detail::freeLists)
-    while (!list.empty()) giveBack(list.take());
+  LockIfThreaded const guard;
+  for (FreeList& list : freeLists)
+    while (!list.empty()) returnToSlab(list.take());
 }
 
 }  // namespace Kes

@@ -24,7 +24,9 @@ class KES_EXPORT TraceHandle {
   constexpr TraceHandle(char const* name, bool allLevels) : name_(name), levels_(allLevels ? ~0U : 1U) {}
 
   char const* name() const { return name_; }
-  bool enabled(U32 level) const { return ((levels_.load(std::memory_order_relaxed) >> level) & 1U) != 0; }
+  bool enabled(U32 level) const {
+    return level <= maxLevel && ((levels_.load(std::memory_order_relaxed) >> level) & 1U) != 0;
+  }
   // Turns one level on or off; levels above 9 do not exist and are ignored.
   void levelIs(U32 level, bool on);
   // Hands one line to the sink. Use KES_TRACE, which tests the level first.
@@ -44,16 +46,19 @@ KES_EXPORT void traceSinkIs(TraceSink sink);
 }  // namespace Kes
 
 // KES_TRACE(handle, 8, "port " << name): writes the line if the handle's level is on. What makes the line
-// stays out of the way of the code around it.
-#define KES_TRACE(handle, level, expressions)       \
-  do {                                              \
-    if ((handle).enabled(level)) [[unlikely]] {     \
-      [&]() __attribute__((noinline, cold)) {       \
-        std::ostringstream kesTraceLine;            \
-        kesTraceLine.imbue(std::locale::classic()); \
-        kesTraceLine << expressions;                \
-        (handle).write(level, kesTraceLine.view()); \
-      }                                             \
-      ();                                           \
-    }                                               \
+// stays out of the way of the code around it; a line that cannot be made, for lack of memory, is dropped.
+#define KES_TRACE(handle, level, expressions)         \
+  do {                                                \
+    if ((handle).enabled(level)) [[unlikely]] {       \
+      [&]() __attribute__((noinline, cold)) {         \
+        try {                                         \
+          std::ostringstream kesTraceLine;            \
+          kesTraceLine.imbue(std::locale::classic()); \
+          kesTraceLine << expressions;                \
+          (handle).write(level, kesTraceLine.view()); \
+        } catch (std::exception const&) {             \
+        }                                             \
+      }                                               \
+      ();                                             \
+    }                                                 \
   } while (false)

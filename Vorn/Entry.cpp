@@ -19,14 +19,6 @@ namespace {
 
 Entry::~Entry() = default;
 
-void* Entry::operator new(std::size_t size, std::nothrow_t const&) noexcept {
-  try {
-    return Kes::slabAllocate(size);
-  } catch (std::bad_alloc const&) {
-    return nullptr;
-  }
-}
-
 Kes::S32 Entry::dumpEntry(Kes::VoidPtr, Kes::CharPtrConst, Kes::CharPtrConst, bool) const {
   notOverridden(
       "virtual Kes::S32 Vorn::Entry::dumpEntry(Kes::VoidPtr, Kes::CharPtrConst, Kes::CharPtrConst, bool) "

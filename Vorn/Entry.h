@@ -1,7 +1,5 @@
 #pragma once
 
-#include <new>
-
 #include "Kes/Ptr.h"
 #include "Kes/SlabPool.h"
 #include "Kes/Types.h"
@@ -20,7 +18,7 @@ namespace Vorn {
 // They write to the stream they are given and change neither records nor the recorder. Setters change their
 // record alone. doSyslog and destructors may call anything but reports; the recorder holds no position across
 // them.
-class VORN_EXPORT Entry : public Kes::PtrInterface {
+class VORN_EXPORT Entry : public Kes::PtrInterface, public Kes::SlabAllocated {
  public:
   using Ptr = Kes::Ptr<Entry>;
   using PtrConst = Kes::Ptr<Entry const>;
@@ -30,28 +28,6 @@ class VORN_EXPORT Entry : public Kes::PtrInterface {
   Entry(Kes::U32 qLen, Microseconds const& timestamp) : timestamp_(timestamp), qLen_(qLen) {}
 
   std::string_view fwkType() const override { return "Vorn::Entry"; }
-
-  // Records of the common sizes come from a pool of their own (Kes/SlabPool.h). Over-aligned classes and
-  // placement go their usual ways.
-  static void* operator new(std::size_t size) { return Kes::slabAllocate(size); }
-  static void operator delete(void* memory, std::size_t size) noexcept { Kes::slabFree(memory, size); }
-  static void* operator new(std::size_t size, std::align_val_t alignment) {
-    return ::operator new(size, alignment);
-  }
-  static void operator delete(void* memory, std::align_val_t alignment) noexcept {
-    ::operator delete(memory, alignment);
-  }
-  static void* operator new(std::size_t size, std::nothrow_t const&) noexcept;
-  static void operator delete(void* memory, std::nothrow_t const&) noexcept { Kes::slabFreeUnsized(memory); }
-  static void* operator new(std::size_t size, std::align_val_t alignment,
-                            std::nothrow_t const& tag) noexcept {
-    return ::operator new(size, alignment, tag);
-  }
-  static void operator delete(void* memory, std::align_val_t alignment, std::nothrow_t const& tag) noexcept {
-    ::operator delete(memory, alignment, tag);
-  }
-  static void* operator new(std::size_t, void* place) noexcept { return place; }
-  static void operator delete(void*, void*) noexcept {}
 
   // Writers. `filePtr` is the report's FILE*, `elapsedTime` the timestamp in decimal microseconds, `intfName`
   // the interface's short name ("N/A" for records of the global buffer). Result: 0 when written; -1 ends a

@@ -35,7 +35,12 @@ void registerTypes() {
   Kes::IntrospectionReactor::Ptr const reactor = Kes::IntrospectionReactor::global();
   if (!reactor->handlerActive()) return;
   registered = true;
-  reactor->namespaceIs("Vorn", types());
+  try {
+    reactor->namespaceIs("Vorn", types());
+  } catch (...) {
+    registered = false;
+    throw;
+  }
 }
 
 bool typesRegistered() { return registered; }

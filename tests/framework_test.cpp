@@ -117,6 +117,24 @@ TEST(Log, KeysAndRateLimit) {
   lines.clear();
   for (int i = 0; i < 1000; ++i) Kes::log(free, "same");
   EXPECT_EQ(lines.size(), 1000U);
+  // A window of 50 ms opens again, and again.
+  Kes::LogHandle brief("BRIEF", Kes::LogSeverity::warning, "%s", "", "", 0.05, 1.0, 0);
+  lines.clear();
+  for (Kes::Seconds const end = Kes::now() + 0.2; Kes::now() < end;) Kes::log(brief, "same");
+  EXPECT_GE(lines.size(), 3U);
+  EXPECT_LE(lines.size(), 5U);
+  // Threads share the windows.
+  static std::atomic<int> written = 0;
+  Kes::logSinkIs([](Kes::LogHandle const&, Kes::String const&) { ++written; });
+  Kes::threadSafePtrsIs(true);
+  auto const work = [&] {
+    for (int i = 0; i < 20'000; ++i) Kes::log(limited, i, "thread");
+  };
+  std::thread other(work);
+  work();
+  other.join();
+  Kes::threadSafePtrsIs(false);
+  EXPECT_EQ(written, 40'000);  // two of a key
   Kes::logSinkIs(nullptr);
 }
 
@@ -132,8 +150,10 @@ TEST(Trace, EvaluatesOnlyWhatIsOn) {
   handle.levelIs(9, true);
   handle.levelIs(0, false);
   handle.levelIs(32, true);
-  for (U32 level = 0; level <= 9; ++level) KES_TRACE(handle, level, " n " << ++evaluated);
+  for (U32 level = 0; level <= 99; ++level) KES_TRACE(handle, level, " n " << ++evaluated);
   EXPECT_EQ(lines, (std::vector<std::string>{"T0 n 1", "T9 n 2"}));
+  Kes::traceSinkIs([](Kes::TraceHandle const&, U32, std::string_view) { throw std::bad_alloc(); });
+  EXPECT_NO_THROW(KES_TRACE(handle, 9, "lost"));
   Kes::traceSinkIs(nullptr);
 }
 

@@ -381,6 +381,9 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
                                               [&] { perform(port, "entryIndex", OpCode::enq); });
   expectError<Kes::UnknownOperationException>("attribute intfId of Vorn::PortData has no operation iterator",
                                               "intfId", [&] { port->attributeIterator(130); });
+  expectError<Kes::UnknownOperationException>("attribute intfId of Vorn::PortData has no operation unknown",
+                                              "intfId",
+                                              [&] { perform(port, "intfId", static_cast<OpCode>(77)); });
   expectError<Kes::KeyNotFoundException>("no member 5 in chunk", "5", [&] {
     perform(port, "chunk", OpCode::member, {{"key", toGeneric("5")}});
   });

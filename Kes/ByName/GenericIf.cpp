@@ -16,7 +16,8 @@ std::string_view nameOf(OpCode code) {
       "read",       "set",          "inc", "call", "member", "memberIs",          "newMember",
       "memberDel",  "memberDelAll", "enq", "deq",  "count",  "modificationCount", "metadata",
       "metadataIs", "notify"};
-  return names.at(static_cast<std::size_t>(code));
+  auto const index = static_cast<std::size_t>(code);
+  return index < names.size() ? names[index] : "unknown";
 }
 
 GenericIterator::~GenericIterator() = default;

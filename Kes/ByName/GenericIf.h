@@ -57,7 +57,7 @@ enum class OpCode : U8 {
   notify,             // (key): change hook, does nothing
 };
 
-// An operation's name as messages spell it: that of its OpCode.
+// An operation's name as messages spell it: that of its OpCode; "unknown" for a number that is none.
 KES_EXPORT std::string_view nameOf(OpCode code);
 
 struct AttributeOp {

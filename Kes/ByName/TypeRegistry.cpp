@@ -7,30 +7,49 @@ Attribute const* TypeNode::attribute(std::string_view name) const {
   return found != handles_.end() ? found->second.attribute_ : nullptr;
 }
 
-void TypeNode::typeIs(Type const& type) {
+void TypeNode::typeIs(Type const& type) noexcept {
   type_ = &type;
-  for (Attribute const& attribute : type.attributes()) handles_[attribute.name].attribute_ = &attribute;
+  for (Attribute const& attribute : type.attributes())
+    handles_.find(attribute.name)->second.attribute_ = &attribute;
 }
 
-TypeRegistry::TypeRegistry() { typeIs(ptrInterfaceType()); }
+TypeRegistry::TypeRegistry() {
+  Type const* const base = &ptrInterfaceType();
+  typesAre({&base, 1});
+}
 
 TypeRegistry& TypeRegistry::instance() {
   static TypeRegistry registry;
   return registry;
 }
 
-TypeNode& TypeRegistry::typeNode(std::string_view name) { return nodes_[name]; }
+AttributeHandle const& TypeNode::attributeHandle(std::string_view name) {
+  auto const found = handles_.find(name);
+  return found != handles_.end() ? found->second : handles_[std::string(name)];
+}
+
+TypeNode& TypeRegistry::typeNode(std::string_view name) {
+  auto const found = nodes_.find(name);
+  return found != nodes_.end() ? found->second : nodes_[std::string(name)];
+}
 
 Type const* TypeRegistry::type(std::string_view name) const {
   auto const found = nodes_.find(name);
   return found != nodes_.end() ? found->second.type() : nullptr;
 }
 
-void TypeRegistry::typeIs(Type const& type) {
-  TypeNode& node = typeNode(type.name());
-  assertThat(node.type() == nullptr, "Kes", "TypeRegistry::typeIs", "node.type() == nullptr");
-  node.typeIs(type);
-  types_.push_back(&type);
+void TypeRegistry::typesAre(std::span<Type const* const> types) {
+  // First all that can fail: nodes, handles and room.
+  for (Type const* const type : types) {
+    TypeNode& node = typeNode(type->name());
+    assertThat(node.type() == nullptr, "Kes", "TypeRegistry::typesAre", "node.type() == nullptr");
+    for (Attribute const& attribute : type->attributes()) node.attributeHandle(attribute.name);
+  }
+  types_.reserve(types_.size() + types.size());
+  for (Type const* const type : types) {
+    nodes_.find(type->name())->second.typeIs(*type);
+    types_.push_back(type);
+  }
 }
 
 IntrospectionReactor::Ptr const& IntrospectionReactor::global() {
@@ -39,11 +58,10 @@ IntrospectionReactor::Ptr const& IntrospectionReactor::global() {
 }
 
 void IntrospectionReactor::namespaceIs(std::string_view name, std::span<Type const* const> types) {
-  for (Type const* const type : types) {
+  for (Type const* const type : types)
     assertThat(type->name().starts_with(name) && type->name().substr(name.size()).starts_with("::"), "Kes",
                "IntrospectionReactor::namespaceIs", "type->name().starts_with(name)");
-    TypeRegistry::instance().typeIs(*type);
-  }
+  TypeRegistry::instance().typesAre(types);
 }
 
 }  // namespace Kes

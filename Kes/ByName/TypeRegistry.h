@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -31,16 +32,16 @@ class KES_EXPORT TypeNode {
   Type const* type() const { return type_; }
 
   // Makes the handle if there is none. It lives as long as the process.
-  AttributeHandle const& attributeHandle(std::string_view name) { return handles_[name]; }
+  AttributeHandle const& attributeHandle(std::string_view name);
   // The type's own attribute of a name; null when there is none, or the type is not registered.
   Attribute const* attribute(std::string_view name) const;
 
  private:
   friend class TypeRegistry;
-  void typeIs(Type const& type);
+  void typeIs(Type const& type) noexcept;  // each of its attributes has a handle
 
   Type const* type_ = nullptr;
-  std::map<std::string_view, AttributeHandle> handles_;
+  std::map<std::string, AttributeHandle, std::less<>> handles_;
 };
 
 // Every type of the process that was registered, by name. There is one registry, made on first use; types are
@@ -49,7 +50,7 @@ class KES_EXPORT TypeRegistry {
  public:
   static TypeRegistry& instance();
 
-  // The node of a name, which is a literal or lives as long as one; made if there is none.
+  // The node of a name, made if there is none.
   TypeNode& typeNode(std::string_view name);
   // The registered type of a name; null when there is none.
   Type const* type(std::string_view name) const;
@@ -59,9 +60,9 @@ class KES_EXPORT TypeRegistry {
  private:
   friend class IntrospectionReactor;
   TypeRegistry();
-  void typeIs(Type const& type);
+  void typesAre(std::span<Type const* const> types);
 
-  std::map<std::string_view, TypeNode> nodes_;
+  std::map<std::string, TypeNode, std::less<>> nodes_;
   std::vector<Type const*> types_;
 };
 
@@ -78,7 +79,7 @@ class KES_EXPORT IntrospectionReactor final : public PtrInterface {
   void handlerActiveIs(bool active) { handlerActive_ = active; }
 
   // Registers the types of one namespace, in this order. An assertion if a name is of another one, or has
-  // been registered by another type.
+  // been registered by another type. All of them, or, for lack of memory, none.
   void namespaceIs(std::string_view name, std::span<Type const* const> types);
 
  private:
