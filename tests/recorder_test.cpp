@@ -167,6 +167,8 @@ TEST_F(Recorder, JudgesByIntervalAndThresholds) {
   clock->utcTimeIs(200);
   EXPECT_EQ(judged([&] { update("Ethernet1", 99, 5001, 100, 1); }), "");
   EXPECT_EQ(port("Ethernet1")->lastSyslogTime(), 60.0);
+  config->portConfigDel("Cpu1");
+  EXPECT_EQ(at(300, 9, false, "Cpu1"), "");
 }
 
 TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
@@ -231,6 +233,13 @@ TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
     chunk->entryDelAll();
     EXPECT_EQ(TestEntry::alive, 0);
   }
+
+  // A restored count may end in holes; nobody meets them.
+  chunk->entryEnq(record(1, 1));
+  chunk->entryMetadataIs({chunk->entryMetadata().head, 3});
+  U32 met = 0;
+  for (auto i = chunk->entryIterator(); i; ++i) met += *i ? 1U : 100U;
+  EXPECT_EQ(met, 1U);
 }
 
 TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {

@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 
+#include "Vorn/GenericIf.h"
 #include "tests/support.h"
 
 namespace {
@@ -48,6 +49,8 @@ TEST(Values, MicrosecondsTruncateSaturateAndWrap) {
 TEST(Values, TextsAreDigitsAndReadBack) {
   EXPECT_EQ(written(Microseconds(Microseconds::max())), "18446744073709551615");
   EXPECT_EQ(written(EntryIndexOrNull()), "500");
+  EXPECT_TRUE(Vorn::PortData::GenericIf_(Kes::Ptr<Vorn::PortData const>()).constant());
+  EXPECT_EQ(Kes::Text<Kes::S32>::write(-5), "-5");
   EXPECT_EQ(strepToValue<Microseconds>("18446744073709551615").value(), Microseconds::max());
   EXPECT_TRUE(strepToValue<EntryIndexOrNull>("500").isNull());
   EXPECT_EQ(raised([] { strepToValue<Microseconds>("12x"); }), "junk at column 2 deserializing 12x");
@@ -74,6 +77,27 @@ TEST(Values, IndexesKeepWhatTheyReject) {
   EXPECT_EQ(orNull, EntryIndexOrNull(500));
   EXPECT_NE(orNull, EntryIndexOrNull(499));
   EXPECT_EQ(raised([&] { orNull.valueIs(501); }), indexOrNullRange);
+}
+
+TEST(Values, CountersWrapAndTellTheirNewValue) {
+  auto const global = Kes::makePtr<Vorn::GlobalBufferChunk>();
+  auto const port = Vorn::portMetaDataFactory(1, Pylo::IntfId("A1"));
+  global->counterIs(~U32{0});
+  port->counterIs(~U32{0});
+  EXPECT_EQ(global->counterInc(3), 2U);
+  EXPECT_EQ(global->counter(), 2U);
+  EXPECT_EQ(port->counterInc(3), 2U);
+  EXPECT_EQ(port->counter(), 2U);
+}
+
+TEST(Values, MessagesAreNeverSilenced) {
+  for (Kes::LogHandle* const message :
+       {&Vorn::QUEUEMONITOR_LENGTH_OVER_THRESHOLD, &Vorn::QUEUEMONITOR_LENGTH_UNDER_THRESHOLD,
+        &Vorn::QUEUEMONITOR_LENGTH_UPDATE, &Vorn::QUEUEMONITOR_HW_RESOURCE_FULL,
+        &Vorn::QUEUEMONITOR_UNEXPSEQNUM}) {
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(message->okToLog(7)) << message->name();
+    EXPECT_EQ(message->rateLimitArgs(), 0U) << message->name();
+  }
 }
 
 TEST(Values, ShortNames) {
