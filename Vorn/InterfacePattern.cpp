@@ -120,12 +120,15 @@ class StateCounter {
   std::vector<Group> groups_;
 };
 
-// With few choices backtracking cannot take long, whatever the name, and it is the faster matcher.
+// With few choices backtracking cannot take long, whatever the name, and it is the faster matcher. A
+// quantifier behind another one nests, as a group would.
 bool isFitForBacktracking(std::string const& pattern) {
   constexpr std::ptrdiff_t few = 3;
   auto const isQuantifier = [](char c) { return isOneOf(c, "*+?"); };
+  auto const areQuantifiers = [&](char a, char b) { return isQuantifier(a) && isQuantifier(b); };
   return pattern.find_first_of("({") == std::string::npos &&
-         std::count_if(pattern.begin(), pattern.end(), isQuantifier) <= few;
+         std::count_if(pattern.begin(), pattern.end(), isQuantifier) <= few &&
+         std::adjacent_find(pattern.begin(), pattern.end(), areQuantifiers) == pattern.end();
 }
 
 }  // namespace
