@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 #include <utility>
 
 #include "Kes/Exception.h"
@@ -50,12 +51,23 @@ class ArrayQueue {
 
   // Appends at the tail; RangeException "ArrayQueueStack full", changing nothing, when all slots are taken.
   void enq(T value) {
-    if (full()) throw RangeException("ArrayQueueStack full");
+    T const displaced = takeNext();
+    if (!tryEnq(value)) throw RangeException("ArrayQueueStack full");
+  }
+
+  // Appends at the tail where a null slot is: nothing is released. False, changing nothing, otherwise.
+  bool tryEnq(T const& value) {
     U32 const index = tailNext();
+    if (full() || slots_[index]) return false;
     ++modificationCount_;
     ++count_;
-    slots_[index].swap(value);
+    std::construct_at(&slots_[index], value);  // over null, of which nothing is to be released
+    return true;
   }
+
+  // Takes out what a refused stateIs() left in the slot that the next append takes: null but for that, and
+  // while all slots are taken.
+  T takeNext() { return full() ? T() : std::exchange(slots_[tailNext()], T()); }
 
   // Removes and returns the oldest element, and every hole behind it; null when empty.
   T deq() {

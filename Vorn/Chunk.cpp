@@ -12,7 +12,7 @@ void Chunk::doClear() {
 }
 
 Chunk::~Chunk() {
-  entryDelAll();
+  if (entrys() != 0) entryDelAll();
   dropLinks(std::move(nextChunk_), std::move(prevChunk_));
 }
 

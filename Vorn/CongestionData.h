@@ -171,8 +171,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
                       Kes::U32 const* entryKey);
   Microseconds appendSlow(Pylo::IntfId const& intfId, PortData& judged, Entry::Ptr const& given,
                           Kes::U32 const* entryKey, bool due, Kes::Seconds now);
-  static void enqueue(Pylo::IntfId const& intfId, PortData& port, Chunk& tailChunk, Entry::Ptr const& entry,
-                      Kes::U32 const* entryKey);
+  static void noteAppended(Pylo::IntfId const& intfId, PortData& port, Chunk const& tailChunk,
+                           Entry const& record, Kes::U32 const* entryKey);
   bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;
 
   Hardware::Status::PtrConst const vornHwStatus_;

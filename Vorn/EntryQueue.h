@@ -71,8 +71,6 @@ class VORN_EXPORT EntryQueue {
   Kes::U32 entrys() const { return slots_.count(); }
   // The slot of the newest position; meaningless while empty.
   EntryIndex entryTailIndex() const { return EntryIndex(static_cast<Kes::U16>(slots_.tail())); }
-  // Whether a refused entryMetadataIs has left a record where the next append goes, which releases it.
-  bool entryNextSlotTaken() const { return static_cast<bool>(slots_.slot(slots_.tailNext())); }
   // The record in a slot; null for a hole and outside of the queue.
   Entry::Ptr const& entry(EntryIndex index) const;
   EntryMetadata entryMetadata() const {
@@ -85,6 +83,10 @@ class VORN_EXPORT EntryQueue {
 
   // Appends a record; RangeException "ArrayQueueStack full", changing nothing, when there are 500.
   void entryEnq(Entry::Ptr const& entry) { slots_.enq(entry); }
+  // The same without a failure, and without releasing anything: false, changing nothing, when there are 500,
+  // or when a refused entryMetadataIs has left a record in the slot, which entryTakeNext takes out.
+  bool entryTryEnq(Entry::Ptr const& entry) { return slots_.tryEnq(entry); }
+  Entry::Ptr entryTakeNext() { return slots_.takeNext(); }
   // Removes and returns the oldest record; null when empty.
   Entry::Ptr entryDeq() { return slots_.deq(); }
   // Removes and returns the record in a slot; null when there is none.

@@ -76,12 +76,14 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
   Entry const& record = *entry;
   Chunk* const tailChunk = port.chunkTail();
   if (tailChunk != nullptr) tailChunk->entrySlots().prefetch(port.nextSlot());
+  // What fails for lack of memory fails before the record is in the log.
+  if (entryKey != nullptr) port.entryIndexReserve();
   Kes::Seconds const now = clock_->getUTCTime();
   traceTail(tailChunk);
   bool const due = messageDue(port, record, now);
-  if (due || !hasRoom(tailChunk) || tailChunk->entryNextSlotTaken()) [[unlikely]]
+  if (due || tailChunk == nullptr || !tailChunk->entryTryEnq(entry)) [[unlikely]]
     return appendSlow(intfId, port, entry, entryKey, due, now);
-  enqueue(intfId, port, *tailChunk, entry, entryKey);
+  noteAppended(intfId, port, *tailChunk, record, entryKey);
   return record.timestamp();
 }
 
@@ -99,14 +101,15 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
   }
   for (;;) {
     PortData::Ptr const port(&portFor(intfId, "doAddToLog"));
-    // What fails for lack of memory fails before the record is in the log.
     if (entryKey != nullptr) port->entryIndexReserve();
     Chunk::Ptr const tailChunk(port->chunkTail());
     if (!hasRoom(tailChunk.get())) {
       pool_.allocate(portData_, *port);
       continue;
     }
-    enqueue(intfId, *port, *tailChunk, entry, entryKey);
+    Entry::Ptr const inTheWay = tailChunk->entryTakeNext();
+    tailChunk->entryTryEnq(entry);
+    noteAppended(intfId, *port, *tailChunk, *entry, entryKey);
     return entry->timestamp();
   }
 }
@@ -117,17 +120,15 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
   return interval != 0.0 && (now > port.lastSyslogTime() + interval || entry.alwaysLog());
 }
 
-// The last step, into the log's newest chunk, where there is room. Only the key's place can fail.
-[[gnu::always_inline]] inline void CongestionData::enqueue(Pylo::IntfId const& intfId, PortData& port,
-                                                           Chunk& tailChunk, Entry::Ptr const& entry,
-                                                           Kes::U32 const* entryKey) {
-  Kes::U32 const slot = tailChunk.entrySlots().tailNext();
-  if (entryKey != nullptr) port.entryIndexIs(*entryKey, EntryIndexOrNull(static_cast<Kes::U16>(slot)));
-  port.nextSlotIs(static_cast<Kes::U16>(slot + 1));
-  tailChunk.entryEnq(entry);
+// The last step: what the log keeps of where its newest record stands.
+[[gnu::always_inline]] inline void CongestionData::noteAppended(Pylo::IntfId const& intfId, PortData& port,
+                                                                Chunk const& tailChunk, Entry const& record,
+                                                                Kes::U32 const* entryKey) {
+  if (entryKey != nullptr) port.entryIndexIs(*entryKey, EntryIndexOrNull(tailChunk.entryTailIndex().value()));
+  port.nextSlotIs(static_cast<Kes::U16>(tailChunk.entrys()));
   assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
-  VORN_TRACE(8, "timestamp " << entry->timestamp() << " qLen " << entry->qLen() << " entry "
+  VORN_TRACE(8, "timestamp " << record.timestamp() << " qLen " << record.qLen() << " entry "
                              << tailChunk.entrys() << " port " << intfId);
 }
 
