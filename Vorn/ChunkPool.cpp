@@ -1,6 +1,7 @@
 #include "Vorn/ChunkPool.h"
 
 #include <array>
+#include <utility>
 
 #include "Vorn/Trace.h"
 #include "Vorn/internal/Assert.h"
@@ -40,7 +41,7 @@ Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
   assertThat(newChunk != nullptr, operation, "newChunk");
 
   // Whatever can throw comes before anything changes hands.
-  PortData::ChunkPlace const place = port.chunkPlaceFor(newChunk);
+  PortData::ChunkQueue::Place place = port.chunkPlaceFor(newChunk);
   if (!first && fresh) queue_.reserveOne();
   VORN_TRACE(8, "Allocating chunk for Port " << intfId);
 
@@ -57,7 +58,7 @@ Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
   newChunk->intfIdIs(intfId);
   if (lastChunk) lastChunk->nextChunkIs(newChunk);
   if (!first) queue_.enq(newChunk);
-  port.chunkEnqAt(place);
+  port.chunkEnqAt(std::move(place));
   port.entryIndexDelAll();
   release(released);
   return newChunk;

@@ -16,12 +16,10 @@ T const& valid(T const& pointer) {
 
 PortData::~PortData() = default;
 
-void PortData::chunkEnq(Chunk::Ptr const& chunk) { chunk_.enq(valid(chunk)); }
+void PortData::chunkEnq(Chunk::Ptr const& chunk) { chunk_.enq(chunk_.placeFor(valid(chunk))); }
 
-PortData::ChunkNode::Ptr PortData::newChunk(Kes::U32 key, Chunk::Ptr const& chunk) {
-  auto node = Kes::makePtr<ChunkNode>(valid(chunk));
-  chunk_.insert(node, key);
-  return node;
+PortData::ChunkNode const& PortData::newChunk(Kes::U32 key, Chunk::Ptr const& chunk) {
+  return chunk_.insert(key, valid(chunk));
 }
 
 void PortData::chunkIs(Kes::U32 key, Chunk::Ptr const& chunk) {

@@ -65,7 +65,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // The chunk under a key, or null.
   Chunk::Ptr chunk(Kes::U32 key) const { return chunk_.value(key); }
   // The oldest and the newest chunk, or null.
-  Chunk* chunkHead() const { return chunk_.head() != nullptr ? chunk_.head()->value().get() : nullptr; }
+  Chunk* chunkHead() const { return chunk_.head() != nullptr ? chunk_.head()->value.get() : nullptr; }
   Chunk* chunkTail() const { return chunk_.newest().get(); }
   ChunkQueue const& chunkQueue() const { return chunk_; }
   Kes::U32 chunks() const { return chunk_.count(); }
@@ -78,16 +78,11 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // Appends under a new key.
   void chunkEnq(Chunk::Ptr const& chunk);
   // The same in two steps, of which only the first can fail. Chunks may be taken out between them.
-  struct ChunkPlace {
-    ChunkNode::Ptr node;
-    Kes::U32 key;
-  };
-  ChunkPlace chunkPlaceFor(Chunk::Ptr const& chunk) const {
-    return {Kes::makePtr<ChunkNode>(chunk), chunk_.appendKey()};
-  }
-  void chunkEnqAt(ChunkPlace const& place) noexcept { chunk_.append(place.node, place.key); }
-  // Inserts under a key of the caller's: at the tail for the next key, else in ascending order.
-  ChunkNode::Ptr newChunk(Kes::U32 key, Chunk::Ptr const& chunk);
+  ChunkQueue::Place chunkPlaceFor(Chunk::Ptr const& chunk) const { return chunk_.placeFor(chunk); }
+  void chunkEnqAt(ChunkQueue::Place place) noexcept { chunk_.enq(std::move(place)); }
+  // Inserts under a key of the caller's: at the tail for the next key, else in ascending order. Returns
+  // the new node, which lives while it is queued.
+  ChunkNode const& newChunk(Kes::U32 key, Chunk::Ptr const& chunk);
   // Replaces the chunk under a key, inserts it where there is none; null deletes.
   void chunkIs(Kes::U32 key, Chunk::Ptr const& chunk);
   // These remove a chunk and return it, or null where there is none. They touch neither its links nor its

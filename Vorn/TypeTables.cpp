@@ -28,7 +28,7 @@ CongestionData::Ptr newCongestionData(Hardware::Status::PtrConst vornHwStatus, C
 
 // By name a new node is told by what it holds.
 Chunk::Ptr insertChunk(PortData& port, Kes::U32 key, Chunk::Ptr const& chunk) {
-  return port.newChunk(key, chunk)->value();
+  return port.newChunk(key, chunk).value;
 }
 
 // Both kinds of chunk have it.

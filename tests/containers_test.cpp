@@ -201,12 +201,13 @@ void linkQueueAgainstModel(Random random) {
       // Explicit keys are put in numeric order: that is for queues that have not wrapped, nor are about to.
       bool const wraps = !nodes.empty() && (headKey > nodes.back().first || (headKey == 0 && key == ~0U));
       if (known < nodes.size() || wraps) continue;
-      queue.insert(Kes::makePtr<Queue::Node>(made(step)), key);
+      queue.insert(key, made(step));
       auto const larger = [&](auto const& node) { return node.first > key; };
       insert(static_cast<std::size_t>(std::find_if(nodes.begin(), nodes.end(), larger) - nodes.begin()), key,
              step);
     } else if (dice < 50) {
-      ASSERT_EQ(raised([&] { queue.enq(made(step)); }), full ? "linkqueue index space full" : "");
+      ASSERT_EQ(raised([&] { queue.enq(queue.placeFor(made(step))); }),
+                full ? "linkqueue index space full" : "");
       if (full) continue;
       nextKey = chosen;
       insert(nodes.size(), chosen, step);
@@ -237,7 +238,7 @@ void linkQueueAgainstModel(Random random) {
       ASSERT_EQ(valueOf(queue.value(nodes[at].first)), nodes[at].second);
     }
     ASSERT_FALSE(i);
-    ASSERT_TRUE(nodes.empty() ? queue.tail() == nullptr : queue.tail()->key() == nodes.back().first);
+    ASSERT_TRUE(nodes.empty() ? queue.tail() == nullptr : queue.tail()->key == nodes.back().first);
   }
 }
 
@@ -287,7 +288,7 @@ TEST(Containers, LongChainsAreDestroyedOnASmallStack) {
   pthread_attr_setstacksize(&smallStack, 512 * 1024);
   auto const run = [](void*) -> void* {
     Kes::LinkQueue<NumberPtr> queue;
-    for (int i = 1; i <= 1'000'000; ++i) queue.enq(made(i));
+    for (int i = 1; i <= 1'000'000; ++i) queue.enq(queue.placeFor(made(i)));
     for (int const turns : {0, 1, 2}) {  // all by nextChunk, every second one, all by prevChunk
       Vorn::Chunk::Ptr chunk = Vorn::Chunk::ChunkIs();
       for (int i = 0; i < 20'000; ++i) {

@@ -35,7 +35,7 @@ ReportSelection selectionOf(CongestionData const& recorder, CommandOptions const
   for (auto const& member : recorder.portDataMap()) {
     PortData::Ptr const& port = member.value;
     if (!filter.matches(port->intfId().shortName().str()) || port->chunks() == 0) continue;
-    VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key() << " num of entries "
+    VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key << " num of entries "
                                 << port->chunkTail()->entrys());
     selection.ports.push_back(port);
     addStartRecords(*port, selection.startRecords);
