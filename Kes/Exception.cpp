@@ -4,6 +4,5 @@ namespace Kes {
 
 Exception::~Exception() = default;
 RangeException::~RangeException() = default;
-AccessException::~AccessException() = default;
 
 }  // namespace Kes

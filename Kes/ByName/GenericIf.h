@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Kes/Exception.h"
+#include "Kes/ByName/AccessException.h"
 #include "Kes/Export.h"
 #include "Kes/Ptr.h"
 #include "Kes/String.h"

@@ -18,7 +18,7 @@ Kes::S32 writeCsvReport(CongestionData const& recorder, ReportFrame const& frame
   frame.begin(reportTime);
   StartRecordCursor startRecords(selection.startRecords, *recorder.portMetaDataDumper(), frame.stream,
                                  /*csvFormat=*/true);
-  while (cursor.total() != 0) {
+  while (cursor.remaining() != 0) {
     MergeCursor::Choice const next = cursor.choose();
     assertThat(next.port != nullptr, operation, "oldestEntryChunk");
     while (!startRecords.atEnd() && startRecords.time() < next.entry->timestamp()) startRecords.write();
@@ -33,7 +33,7 @@ Kes::S32 writeCsvReport(CongestionData const& recorder, ReportFrame const& frame
       VORN_TRACE(0, "doDumpEntriesInCSVFormat : entry dump failed ");
       return result;
     }
-    cursor.countOff();
+    cursor.countDown();
   }
   while (!startRecords.atEnd()) startRecords.write();
   if (showAll) mergeGlobalRecords(recorder, frame.stream, nullptr, /*ascending=*/true);

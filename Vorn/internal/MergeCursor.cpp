@@ -21,8 +21,8 @@ MergeCursor::MergeCursor(std::span<PortData::Ptr const> ports, Direction directi
   }
   leaves_ = std::bit_ceil(std::max<std::size_t>(rows_.size(), 1));
   matches_.resize(2 * leaves_);
-  for (std::size_t index = 0; index < rows_.size(); ++index) settle(index);
-  for (std::size_t match = leaves_ - 1; match > 0; --match) play(match);
+  for (std::size_t index = 0; index < rows_.size(); ++index) skipHoles(index);
+  for (std::size_t match = leaves_ - 1; match > 0; --match) replay(match);
 }
 
 MergeCursor::Choice MergeCursor::choose() const {
@@ -34,8 +34,8 @@ MergeCursor::Choice MergeCursor::choose() const {
 void MergeCursor::advance() {
   std::size_t const chosen = matches_[1].row;
   step(rows_[chosen]);
-  settle(chosen);
-  for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) play(match);
+  skipHoles(chosen);
+  for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) replay(match);
   // While the chosen record is written, what the next line needs is fetched: its port's cursor, all of a
   // platform's record, which is larger than ours, and what moves the row on behind it.
   Row const& next = rows_[matches_[1].row];
@@ -53,16 +53,16 @@ void MergeCursor::load(Row& row, Chunk::Ptr const& chunk) {
   row.chunk = chunk.get();
   row.slot = direction_ == Direction::oldestFirst ? slots.head() : slots.tail();
   row.left = slots.count();
-  total_ += row.left;
+  remaining_ += row.left;
   row.port->chunkTobeMergedIs(chunk);
 }
 
 // Moves a row on to its next record, over holes and chunk borders, unless it stands on one.
-void MergeCursor::settle(std::size_t index) {
+void MergeCursor::skipHoles(std::size_t index) {
   Row& row = rows_[index];
   for (;;) {
     while (row.left > 0 && !row.chunk->entrySlots().slot(row.slot)) {
-      countOff();
+      countDown();
       step(row);
     }
     if (row.left > 0) break;
@@ -103,7 +103,7 @@ void MergeCursor::step(Row& row) const {
   --row.left;
 }
 
-void MergeCursor::play(std::size_t match) {
+void MergeCursor::replay(std::size_t match) {
   Contender const& left = matches_[2 * match];
   Contender const& right = matches_[2 * match + 1];
   matches_[match] = right.key < left.key ? right : left;

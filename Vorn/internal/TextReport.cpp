@@ -48,7 +48,7 @@ class TextReport {
 
 bool TextReport::writeEntries() {
   MergeCursor cursor(ports_, MergeCursor::Direction::newestFirst);
-  while (cursor.total() != 0) {
+  while (cursor.remaining() != 0) {
     MergeCursor::Choice const next = cursor.choose();
     assertThat(next.port != nullptr,
                "void Vorn::CongestionData::doMergeAndDumpEntries(Kes::VoidPtr, Kes::String, Kes::String, "
@@ -65,7 +65,7 @@ bool TextReport::writeEntries() {
       return false;
     }
     if (result == 0) ++lines_;
-    cursor.countOff();
+    cursor.countDown();
   }
   return true;
 }

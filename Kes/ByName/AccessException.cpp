@@ -1,0 +1,7 @@
+#include "Kes/ByName/AccessException.h"
+
+namespace Kes {
+
+AccessException::~AccessException() = default;
+
+}  // namespace Kes
