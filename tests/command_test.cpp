@@ -223,6 +223,8 @@ TEST(InterfaceFilter, PatternsCannotHangOrCrashTheHost) {
                         {"[abc]" + repeated("x", 999), "no"},
                         {"[abc]" + repeated("x", 1000), complex},
                         {"x*{499}", "no"},
+                        {repeated("[x]", 256), "no"},
+                        {repeated("[x]", 257), complex},
                         {"((x){9}){17}" + repeated("x", 28), "no"},
                         {"((x){9}){17}" + repeated("x", 29), complex},
                         {repeated("(?=x)", 3) + repeated("x", 40), "no"},

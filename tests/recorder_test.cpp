@@ -90,6 +90,36 @@ TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
   recorder->portDataDelAll();
 }
 
+// What the other tests rely on: each way of breaking logs and pool is told, and mending it too.
+TEST_F(Recorder, InvariantsAreLookedAt) {
+  fill("A1", 1, 501);
+  Vorn::Chunk::Ptr const first(port("A1")->chunk(0)), shared(port("A1")->chunk(1));
+  auto const broken = [&](std::function<void()> const& breaks, std::function<void()> const& mends) {
+    breaks();
+    std::string const what = recorder->checkInvariants();
+    mends();
+    EXPECT_EQ(recorder->checkInvariants(), "");
+    return what;
+  };
+  auto const stranger = Vorn::Chunk::ChunkIs();
+  stranger->intfIdIs(Pylo::IntfId("B1"));
+  EXPECT_EQ(broken([&] { recorder->chunkArrayEnq(shared); }, [&] { recorder->chunkArrayDel(1); }),
+            "a chunk stands in the pool twice");
+  EXPECT_EQ(broken([&] { recorder->chunkArrayEnq(first); }, [&] { recorder->chunkArrayDel(1); }),
+            "a private chunk is in the pool");
+  EXPECT_EQ(broken([&] { recorder->chunkArrayEnq(stranger); }, [&] { recorder->chunkArrayDel(1); }),
+            "a free chunk names an owner");
+  EXPECT_EQ(broken([&] { recorder->chunkArrayDel(0); }, [&] { recorder->chunkArrayEnq(shared); }),
+            "a shared chunk is not in the pool");
+  EXPECT_EQ(
+      broken([&] { first->intfIdIs(Pylo::IntfId("B1")); }, [&] { first->intfIdIs(Pylo::IntfId("A1")); }),
+      "A1: a chunk names another owner");
+  EXPECT_EQ(broken([&] { shared->prevChunkIs(nullptr); }, [&] { shared->prevChunkIs(first); }),
+            "A1: prevChunk is not the older neighbour");
+  EXPECT_EQ(broken([&] { first->nextChunkIs(nullptr); }, [&] { first->nextChunkIs(shared); }),
+            "A1: nextChunk is not the newer neighbour");
+}
+
 TEST_F(Recorder, MergesWithinTheCoalescingTimeOnly) {
   // Updates with a coalescing time under a key; returns the newest record as "COUNT: START+DURATION QLEN".
   auto const newest = [&](U32 qLen, U64 timestamp, U64 coalesceTime, U32 key, char const* name = "A1") {
@@ -240,6 +270,21 @@ TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
   U32 met = 0;
   for (auto i = chunk->entryIterator(); i; ++i) met += *i ? 1U : 100U;
   EXPECT_EQ(met, 1U);
+}
+
+TEST(Chunk, RejectedIndexesTouchNothing) {
+  auto const chunk = Vorn::Chunk::ChunkIs();
+  EntryIndex index;
+  EXPECT_NE(raised([&] { index.valueIs(600); }), "");
+  using Operation = std::function<void()>;
+  for (Operation const& operation :
+       {Operation([&] { chunk->entry(index); }), Operation([&] { chunk->entryDel(index); }),
+        Operation([&] { chunk->entryIs(index, record(1, 1)); }),
+        Operation([&] { chunk->entryIs(index, nullptr); }), Operation([&] {
+          chunk->entryMetadataIs({index, 1});
+        })})
+    EXPECT_EQ(raised(operation), "EntryIndex::value < 0 or > EntryIndex::max not allowed");
+  EXPECT_EQ(chunk->entrys(), 0U);
 }
 
 TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
