@@ -1,13 +1,14 @@
 // Types and attributes by name: what is registered, and that by-name access does what the C++ operations do.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <map>
 
 #include "Kes/ByName/TypeRegistry.h"
+#include "Kes/ByName/TypeTable.h"
 #include "Vorn/GenericIf.h"
 #include "Vorn/Registration.h"
 #include "tests/support.h"
@@ -21,89 +22,29 @@ using Kes::toGeneric;
 using Kes::U32;
 using std::string;
 
-// As an operator's documentation would list them, a line an attribute.
+// Each type with its first identifier and its attributes in the order of their identifiers, which tools keep:
+// m mutable, x fixed, c constant, p procedure, f function, k collection, o owned collection.
 constexpr char expectedTypes[] =
-    R"(Vorn::Microseconds value; 2 value mutable U64; 3 min constant U64; 4 max constant U64;
-5 microsecondsInSecond constant U64; 6 fromSeconds function Vorn::Microseconds (seconds Kes::Seconds);
-7 toSeconds function Kes::Seconds (usec Vorn::Microseconds);
-Vorn::Entry object Kes::PtrInterface; 130 qLen mutable U32; 131 timestamp mutable Vorn::Microseconds;
-132 duration mutable Vorn::Microseconds; 133 alwaysLog mutable bool;
-134 dumpEntry function int (filePtr Kes::VoidPtr)(elapsedTime Kes::CharPtrConst)(intfName Kes::CharPtrConst)(cvsFormat bool);
-135 dumpDrops function int (filePtr Kes::VoidPtr)(elapsedTime Kes::CharPtrConst)(intfName Kes::CharPtrConst);
-136 doSyslog function void (intfName Kes::CharPtrConst)(lowThreshold U32)(highThreshold U32);
-137 dumpTxLatency function int (filePtr Kes::VoidPtr)(elapsedTime Kes::CharPtrConst)(intfName Kes::CharPtrConst);
-138 dumpGlobalBuffer function int (filePtr Kes::VoidPtr)(elapsedTime Kes::CharPtrConst);
-139 entryToGpbRecord function void (recordPtr Kes::VoidPtr);
-140 entryToGpbGlobalBufferRecord function void (recordPtr Kes::VoidPtr);
-Vorn::EntryIndex value; 2 value mutable U16; 3 max constant U16;
-Vorn::EntryIndexOrNull value; 2 value mutable U16; 3 null constant U16;
-Vorn::Chunk object Kes::PtrInterface; 130 prevChunk mutable Vorn::Chunk; 131 nextChunk mutable Vorn::Chunk;
-132 intfId mutable Pylo::IntfId; 133 entry collection Vorn::EntryIndex of Vorn::Entry; 134 doClear procedure void;
-Vorn::GlobalBufferChunk object Kes::PtrInterface; 130 entry collection Vorn::EntryIndex of Vorn::Entry;
-131 entryTobeMerged mutable U16; 132 numEntriesTobeMerged mutable U16; 133 duration mutable Vorn::Microseconds;
-134 maxBuffer mutable U32; 135 timeOfMaxBuffer mutable Vorn::Microseconds;
-136 lastSyslogTime mutable Kes::Seconds; 137 counter mutable U32;
-Vorn::PortMetaData object Kes::PtrInterface by identifier; 130 identifier fixed U32; 131 counter mutable U32;
-132 intfId fixed Pylo::IntfId; 133 maxQLen mutable U32; 134 timeOfMaxQLen mutable Vorn::Microseconds;
-135 timeOfCongestionStart mutable Vorn::Microseconds; 136 cardSlot mutable U8; 137 chipIndex mutable U8;
-138 numCpuQueues mutable U8; 139 fabricPeerIntf mutable Pylo::IntfId;
-Vorn::PortMetaDataDumper object Kes::PtrInterface;
-130 dumpStartMetaData function int (portMetaData Vorn::PortMetaData)(filePtr Kes::VoidPtr)(csvFormat bool);
-131 dumpStatistics function int (portMetaData Vorn::PortMetaData)(filePtr Kes::VoidPtr);
-Vorn::PortData object Kes::PtrInterface by intfId; 130 intfId fixed Pylo::IntfId;
-131 chunk collection U32 of Vorn::Chunk; 132 lastSyslogTime mutable Kes::Seconds; 133 mergeEntries mutable bool;
-134 chunkTobeMerged mutable Vorn::Chunk; 135 entryTobeMerged mutable U16;
-136 entryIndex collection U32 of Vorn::EntryIndexOrNull; 137 portMetaData owned collection U32 of Vorn::PortMetaData;
-Vorn::Clock object Kes::PtrInterface; 130 getUTCTime procedure Kes::Seconds; 131 getTime procedure Kes::Seconds;
-Vorn::TestClock object Vorn::Clock; 258 getUTCTime procedure Kes::Seconds; 259 getTime procedure Kes::Seconds;
-260 utcTime mutable Kes::Seconds; 261 time mutable Kes::Seconds;
-Vorn::CongestionData object Kes::PtrInterface; 130 vornHwStatus fixed Vorn::Hardware::Status;
-131 clock fixed Vorn::Clock; 132 vornConfig fixed Vorn::Config; 133 portMetaDataDumper fixed Vorn::PortMetaDataDumper;
-134 portData owned collection Pylo::IntfId of Vorn::PortData; 135 chunkArray collection U32 of Vorn::Chunk;
-136 numSharedChunks mutable U32; 137 globalBufferChunk mutable Vorn::GlobalBufferChunk;
-138 allocateChunk function Vorn::Chunk (intfId Pylo::IntfId);
-139 updateEntry function Vorn::Microseconds (intfId Pylo::IntfId)(entry Vorn::Entry)(coalesceTime Vorn::Microseconds)(entryKey U32);
-140 doAddToLog function Vorn::Microseconds (intfId Pylo::IntfId)(entry Vorn::Entry);
-141 doAddToGlobalLog function Vorn::Microseconds (entry Vorn::Entry); 142 allocateGlobalChunk procedure void;
-143 doMergeAndDumpEntries function void (voidPtr Kes::VoidPtr)(cmd Kes::String)(reportHeader Kes::String)(footer Kes::String);
-144 doDumpEntriesInCSVFormat function int (voidPtr Kes::VoidPtr)(reportHeader Kes::String)(footer Kes::String)(showAll bool);
-145 handleCommand function void (socket U32)(command Kes::String)(reportHeader Kes::String)(footer Kes::String);
-146 doDumpStatistics function void (voidPtr Kes::VoidPtr)(reportHeader Kes::String)(footer Kes::String);
-147 doDumpGlobalBufferChunk function void (voidPtr Kes::VoidPtr)(reportHeader Kes::String)(footer Kes::String);
-148 doMergeAndDumpGlobalChunk function void (filePtr Kes::VoidPtr)(entryPtr Vorn::Entry)(csv bool);
-149 initialized mutable bool; 150 handleInitialized procedure void;
+    R"(Microseconds 2 value:m min:c max:c microsecondsInSecond:c fromSeconds:f toSeconds:f
+Entry PtrInterface 130 qLen:m timestamp:m duration:m alwaysLog:m dumpEntry:f dumpDrops:f doSyslog:f dumpTxLatency:f
+dumpGlobalBuffer:f entryToGpbRecord:f entryToGpbGlobalBufferRecord:f
+EntryIndex 2 value:m max:c
+EntryIndexOrNull 2 value:m null:c
+Chunk PtrInterface 130 prevChunk:m nextChunk:m intfId:m entry:k doClear:p
+GlobalBufferChunk PtrInterface 130 entry:k entryTobeMerged:m numEntriesTobeMerged:m duration:m maxBuffer:m
+timeOfMaxBuffer:m lastSyslogTime:m counter:m
+PortMetaData PtrInterface identifier 130 identifier:x counter:m intfId:x maxQLen:m timeOfMaxQLen:m
+timeOfCongestionStart:m cardSlot:m chipIndex:m numCpuQueues:m fabricPeerIntf:m
+PortMetaDataDumper PtrInterface 130 dumpStartMetaData:f dumpStatistics:f
+PortData PtrInterface intfId 130 intfId:x chunk:k lastSyslogTime:m mergeEntries:m chunkTobeMerged:m
+entryTobeMerged:m entryIndex:k portMetaData:o
+Clock PtrInterface 130 getUTCTime:p getTime:p
+TestClock Clock 258 getUTCTime:p getTime:p utcTime:m time:m
+CongestionData PtrInterface 130 vornHwStatus:x clock:x vornConfig:x portMetaDataDumper:x portData:o chunkArray:k
+numSharedChunks:m globalBufferChunk:m allocateChunk:f updateEntry:f doAddToLog:f doAddToGlobalLog:f
+allocateGlobalChunk:p doMergeAndDumpEntries:f doDumpEntriesInCSVFormat:f handleCommand:f doDumpStatistics:f
+doDumpGlobalBufferChunk:f doMergeAndDumpGlobalChunk:f initialized:m handleInitialized:p
 )";
-
-string listingOf(Kes::Attribute const& attribute) {
-  constexpr char const* kinds[] = {"mutable", "fixed", "constant", "procedure", "function", "collection"};
-  string line = std::to_string(attribute.identifier) + ' ' + string(attribute.name) + ' ';
-  line += (attribute.owned ? "owned " : "") + string(kinds[static_cast<int>(attribute.kind)]) + ' ';
-  if (attribute.keyType != nullptr) line += string(attribute.keyType().name()) + " of ";
-  line += attribute.type != nullptr ? attribute.type().name() : "void";
-  Kes::Operation const* const call = attribute.operation(OpCode::call);
-  if (call != nullptr && !call->arguments.empty()) line += ' ';
-  for (auto const& argument : call != nullptr ? call->arguments : std::vector<Kes::Argument>())
-    line += '(' + string(argument.name) + ' ' + string(argument.type().name()) + ')';
-  return line + ';';
-}
-
-TEST(Registry, Types_inOrderWithAllTheirAttributes) {
-  std::istringstream in(expectedTypes);
-  std::vector<string> expected;
-  for (string part; std::getline(in >> std::ws, part, ';');) expected.push_back(part + ';');
-  std::vector<string> actual;
-  EXPECT_FALSE(Kes::GenericOf<U32>::type().hasGenericIf() ||
-               Kes::GenericOf<Vorn::Config>::type().hasGenericIf());
-  for (Kes::Type const* const type : Kes::TypeRegistry::instance().types().subspan(1)) {
-    EXPECT_TRUE(type->hasGenericIf()) << type->name();
-    string const base = type->base() != nullptr ? ' ' + string(type->base()->name()) : "";
-    string const key = type->keyAttribute().empty() ? "" : " by " + string(type->keyAttribute());
-    actual.push_back(string(type->name()) + (type->isValue() ? " value" : " object") + base + key + ';');
-    for (Kes::Attribute const& attribute : type->attributes()) actual.push_back(listingOf(attribute));
-  }
-  EXPECT_EQ(actual, expected);
-  EXPECT_TRUE(Vorn::typesRegistered() && Vorn::initialisationDone());
-}
 
 GenericIf::Ptr perform(GenericIf::Ptr const& object, string const& name, OpCode code,
                        GenericArgs const& args = {}) {
@@ -119,215 +60,351 @@ GenericIf::Ptr call(GenericIf::Ptr const& object, string const& name, GenericArg
   return perform(object, name, OpCode::call, args);
 }
 
-// Objects by their address, values by their text.
-string shown(Kes::PtrInterface const* object) {
-  return std::to_string(reinterpret_cast<std::uintptr_t>(object));
+// Arguments as "NAME=TEXT" or, where `other` supplies the value, "NAME".
+GenericArgs args(string const& text,
+                 std::function<GenericIf::Ptr(string const&, std::size_t)> const& other = nullptr) {
+  GenericArgs all;
+  std::istringstream in(text);
+  for (string name; in >> name;) {
+    std::size_t const end = std::min(name.find('='), name.size());
+    GenericIf::Ptr const value =
+        end < name.size() ? toGeneric(Kes::String(name.substr(end + 1))) : other(name, all.size());
+    all.push_back({name.substr(0, end), value});
+  }
+  return all;
 }
+
+// An object by its address, a value by its text.
 string shown(GenericIf::Ptr const& value) {
   auto const* const pointer = dynamic_cast<Kes::GenericPtrIf const*>(value.get());
-  return pointer != nullptr ? shown(pointer->object()) : value->strRep().str();
-}
-template <class T>
-string shown(Kes::Ptr<T> const& object) {
-  return shown(object.get());
-}
-template <class T>
-string shown(T const& value) {
-  return Kes::Text<T>::write(value).str();
+  return pointer != nullptr ? Kes::format("%p", pointer->object()).str() : value->strRep().str();
 }
 
-// Another value than any attribute has at first.
-GenericIf::Ptr fresh(Kes::Type const& type) {
-  static Vorn::Chunk::Ptr const chunk = Vorn::Chunk::ChunkIs();
-  static auto const global = Kes::makePtr<Vorn::GlobalBufferChunk>();
-  if (type.shortName() == "Chunk") return toGeneric(chunk);
-  if (type.shortName() == "GlobalBufferChunk") return toGeneric(global);
-  return toGeneric(type.shortName() == "bool" ? "true" : type.shortName() == "Seconds" ? "2.5" : "77");
-}
-
-TEST(Registry, Attributes_readAndSetWhatTheAccessorsTell) {
-  ::Test::Bench bench;
-  auto const& recorder = bench.recorder;
-  recorder->initializedIs(false);
-  bench.append("eth0", ::Test::record(5, 9));
-  auto const port = bench.port("eth0");
-  Vorn::Entry::Ptr const entry = ::Test::record(5, 9);
-  Vorn::Chunk::Ptr const chunk(port->chunkTail());
-  auto const global = Kes::makePtr<Vorn::GlobalBufferChunk>();
-  auto const data = Vorn::portMetaDataFactory(3, Pylo::IntfId("eth0"));
-  auto const usec = Kes::makePtr<Vorn::Microseconds::GenericIf_>(Vorn::Microseconds(5));
-  auto const index = Kes::makePtr<Vorn::EntryIndex::GenericIf_>(Vorn::EntryIndex(5));
-  auto const indexOrNull = Kes::makePtr<Vorn::EntryIndexOrNull::GenericIf_>(Vorn::EntryIndexOrNull());
-  std::map<string, GenericIf::Ptr> const samples = {{"Microseconds", usec},
-                                                    {"EntryIndex", index},
-                                                    {"EntryIndexOrNull", indexOrNull},
-                                                    {"Entry", toGeneric(entry)},
-                                                    {"Chunk", toGeneric(chunk)},
-                                                    {"GlobalBufferChunk", toGeneric(global)},
-                                                    {"Clock", nullptr},
-                                                    {"PortMetaDataDumper", nullptr},
-                                                    {"PortMetaData", toGeneric(data)},
-                                                    {"PortData", toGeneric(port)},
-                                                    {"TestClock", toGeneric(bench.clock)},
-                                                    {"CongestionData", toGeneric(recorder)}};
-#define ACCESSOR(Type, object, attribute)                            \
-  {                                                                  \
-#Type "." #attribute, [&] { return shown(object->attribute()); } \
+// A recorder with something of everything in it, and a subject of each type. No two of its numbers and names
+// are the same, so that results and states tell which one was read or set.
+struct World : ::Test::Bench {
+  World() {
+    recorder->initializedIs(false);
+    recorder->allocateGlobalChunk();
+    auto const log = recorder->portDataIs(eth0);
+    for (char const* name : {"eth9", "eth5", "eth7"}) recorder->portDataIs(Pylo::IntfId(name));
+    for (int i = 0; i < 4; ++i) chunks.push_back(recorder->allocateChunk(eth0));
+    chunks[3]->entryMetadataIs({Vorn::EntryIndex(498), 0});
+    for (U32 i = 0; i < 6; ++i) {
+      update("eth0", i, 1000 + i, 0, i);
+      recorder->doAddToGlobalLog(::Test::record(30 + i, 2000 + i));
+      if (i % 2 == 0) log->newPortMetaData(Vorn::portMetaDataFactory(i, eth0));
+    }
+    log->chunkDeq();
+    recorder->chunkArrayDeq();
+    auto const global = recorder->globalBufferChunk();
+    global->entryDeq();
+    chunks[3]->entryDeq();
+    chunks[3]->entryDel(Vorn::EntryIndex(1));
+    auto const add = [this](auto const&... each) { subjects = {toGeneric(each)...}; };
+    Vorn::PortMetaDataDumper::Ptr const dumper = Kes::makePtr<::Test::TestDumper>();
+    add(Vorn::Microseconds(), Vorn::EntryIndex(), Vorn::EntryIndexOrNull(), entry, chunks[3], global, data,
+        dumper, log, clock, recorder);
+    subjects.push_back(Kes::makePtr<Vorn::Clock::GenericIf_>(clock.get(), /*constant=*/false));
+    U32 number = 20;
+    for (GenericIf::Ptr const& subject : subjects)
+      for (Kes::Attribute const& a : subject->type().attributes())
+        if (a.operation(OpCode::set) != nullptr && a.type().isValue() && a.type().shortName() != "bool")
+          set(subject, string(a.name), toGeneric(Kes::valueToStrep(++number)));
+    global->entryTobeMergedIs(Vorn::GlobalBufferChunk::noEntryTobeMerged);
+    entry->timestampIs(::Test::us(2004));
   }
-  std::map<string, std::function<string()>> const accessors = {
-      {"Microseconds.value", [&] { return shown(usec->value().value()); }},
-      {"Microseconds.min", [] { return "0"; }},
-      {"Microseconds.max", [] { return "18446744073709551615"; }},
-      {"Microseconds.microsecondsInSecond", [] { return "1000000"; }},
-      {"EntryIndex.value", [&] { return shown(index->value().value()); }},
-      {"EntryIndex.max", [] { return "499"; }},
-      {"EntryIndexOrNull.value", [&] { return shown(indexOrNull->value().value()); }},
-      {"EntryIndexOrNull.null", [] { return "500"; }},
-      ACCESSOR(Entry, entry, qLen),
-      ACCESSOR(Entry, entry, timestamp),
-      ACCESSOR(Entry, entry, duration),
-      ACCESSOR(Entry, entry, alwaysLog),
-      ACCESSOR(Chunk, chunk, prevChunk),
-      ACCESSOR(Chunk, chunk, nextChunk),
-      ACCESSOR(Chunk, chunk, intfId),
-      ACCESSOR(GlobalBufferChunk, global, entryTobeMerged),
-      ACCESSOR(GlobalBufferChunk, global, numEntriesTobeMerged),
-      ACCESSOR(GlobalBufferChunk, global, duration),
-      ACCESSOR(GlobalBufferChunk, global, maxBuffer),
-      ACCESSOR(GlobalBufferChunk, global, timeOfMaxBuffer),
-      ACCESSOR(GlobalBufferChunk, global, lastSyslogTime),
-      ACCESSOR(GlobalBufferChunk, global, counter),
-      ACCESSOR(PortMetaData, data, identifier),
-      ACCESSOR(PortMetaData, data, counter),
-      ACCESSOR(PortMetaData, data, intfId),
-      ACCESSOR(PortMetaData, data, maxQLen),
-      ACCESSOR(PortMetaData, data, timeOfMaxQLen),
-      ACCESSOR(PortMetaData, data, timeOfCongestionStart),
-      ACCESSOR(PortMetaData, data, cardSlot),
-      ACCESSOR(PortMetaData, data, chipIndex),
-      ACCESSOR(PortMetaData, data, numCpuQueues),
-      ACCESSOR(PortMetaData, data, fabricPeerIntf),
-      ACCESSOR(PortData, port, intfId),
-      ACCESSOR(PortData, port, lastSyslogTime),
-      ACCESSOR(PortData, port, mergeEntries),
-      ACCESSOR(PortData, port, chunkTobeMerged),
-      ACCESSOR(PortData, port, entryTobeMerged),
-      ACCESSOR(TestClock, bench.clock, utcTime),
-      ACCESSOR(TestClock, bench.clock, time),
-      ACCESSOR(CongestionData, recorder, vornHwStatus),
-      ACCESSOR(CongestionData, recorder, clock),
-      ACCESSOR(CongestionData, recorder, vornConfig),
-      ACCESSOR(CongestionData, recorder, portMetaDataDumper),
-      ACCESSOR(CongestionData, recorder, numSharedChunks),
-      ACCESSOR(CongestionData, recorder, globalBufferChunk),
-      ACCESSOR(CongestionData, recorder, initialized)};
-#undef ACCESSOR
-  for (Kes::Type const* const type : Vorn::types()) {
-    GenericIf::Ptr const object = samples.at(string(type->shortName()));
-    for (Kes::Attribute const& attribute : type->attributes()) {
-      if (attribute.operation(OpCode::read) == nullptr) continue;
-      string const name(attribute.name);
-      auto const& accessor = accessors.at(string(type->shortName()) + '.' + name);
-      EXPECT_EQ(shown(get(object, name)), accessor()) << name;
-      if (attribute.kind != Kes::AttributeKind::mutableAttribute) {
-        EXPECT_THROW(set(object, name, toGeneric("77")), Kes::ReadOnlyException) << name;
-        continue;
+  ~World() {
+    for (auto const& chunk : chunks) chunk->doClear();
+    std::fclose(out);
+    std::free(text);
+    for (int const descriptor : sockets) ::close(descriptor);
+  }
+  GenericIf::Ptr const& subject(Kes::Type const& type) const {
+    return *std::find_if(subjects.begin(), subjects.end(),
+                         [&](auto const& s) { return &s->type() == &type; });
+  }
+  template <class C>
+  C& the() const {
+    return Kes::detail::selfOf<C>(*subject(Kes::GenericOf<C>::type()));
+  }
+  // Another value of a type than any attribute has.
+  GenericIf::Ptr fresh(Kes::Type const& type) const {
+    std::string_view const name = type.shortName();
+    if (name == "VoidPtr") return toGeneric<Kes::VoidPtr>(out);
+    if (name == "Chunk") return toGeneric(spare);
+    if (name == "GlobalBufferChunk") return toGeneric(Kes::makePtr<Vorn::GlobalBufferChunk>());
+    if (!type.isValue()) return subject(type);
+    return toGeneric(name == "bool" ? "true" : name.ends_with("Metadata") ? "2,3" : "77");
+  }
+  template <class T>
+  T fresh() const {
+    return Kes::fromGeneric<T>(*fresh(Kes::detail::TypeOf<T>::type()));
+  }
+  GenericArgs arguments(string const& names, Kes::Operation const& operation) {
+    return args(names, [&](string const& name, std::size_t index) {
+      return name == "socket" ? toGeneric(socket()) : fresh(operation.arguments.at(index).type());
+    });
+  }
+  U32 socket() {
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+    return static_cast<U32>(sockets[0]);
+  }
+  // All that can be read of a value by name, objects as numbers in the order in which they are met.
+  string digest(GenericIf::Ptr const& generic) {
+    if (!generic) return "nothing\n";
+    string all = string(generic->type().name()) + ' ';
+    auto const* const pointer = dynamic_cast<Kes::GenericPtrIf const*>(generic.get());
+    if (pointer == nullptr) return all + generic->strRep().str() + '\n';
+    auto const [at, isNew] = met.try_emplace({pointer->object(), &pointer->type()}, met.size());
+    all += (pointer->constant() ? "constant " : "") + std::to_string(at->second) + '\n';
+    if (pointer->object() == nullptr || !isNew) return all;
+    for (Kes::Attribute const& attribute : generic->type().attributes()) {
+      all += string(attribute.name) + ": ";
+      string last;
+      for (auto i = attribute.iterate != nullptr ? attribute.iterate(*generic) : nullptr; i && *i; ++*i) {
+        string const key = shown(i->key());
+        EXPECT_LE(std::pair(last.size(), last), std::pair(key.size(), key)) << "numbers and names ascend";
+        last = key;
+        all += key + ' ' + digest(i->value());
       }
-      GenericIf::Ptr const value = fresh(attribute.type());
-      string const before = accessor();
-      set(object, name, value);
-      EXPECT_NE(accessor(), before) << name;
-      EXPECT_EQ(accessor(), shown(value)) << name;
-      EXPECT_EQ(shown(get(object, name)), accessor()) << name;
+      for (OpCode const code : {OpCode::read, OpCode::count, OpCode::modificationCount, OpCode::metadata})
+        if (attribute.operation(code) != nullptr)
+          all += digest(generic->attributeOp({attribute.identifier, code}));
+    }
+    return all;
+  }
+  // All that can be read of the subjects, and what was written, logged and traced.
+  string state() {
+    string all;
+    for (GenericIf::Ptr const& subject : subjects) all += digest(subject);
+    std::fflush(out);
+    char answer[4096];
+    ssize_t const size = ::recv(sockets[1], answer, sizeof answer, MSG_DONTWAIT);
+    all += string(text, textSize) + string(answer, size < 0 ? 0 : static_cast<std::size_t>(size));
+    for (auto const& lines : {::Test::logged, ::Test::traced})
+      for (string const& line : lines) all += line + '\n';
+    return all;
+  }
+
+  Pylo::IntfId const eth0{"eth0"};
+  Vorn::EntryIndex const slot{2};
+  Vorn::EntryIndexOrNull const slotOrNull{77};
+  Vorn::Entry::Ptr const entry = ::Test::record(1, 1);
+  Vorn::PortMetaData::Ptr const data = Vorn::portMetaDataFactory(7, Pylo::IntfId("eth1"));
+  Vorn::Chunk::Ptr const spare = Vorn::Chunk::ChunkIs();
+  std::vector<Vorn::Chunk::Ptr> chunks;
+  std::vector<GenericIf::Ptr> subjects;
+  std::map<std::pair<Kes::PtrInterface const*, Kes::Type const*>, std::size_t> met;
+  char* text = nullptr;
+  std::size_t textSize = 0;
+  std::FILE* const out = ::open_memstream(&text, &textSize);
+  int sockets[2] = {-1, -1};
+};
+
+// Operations in C++ and the arguments that they have by name, under "TYPE.ATTRIBUTE.OPERATION".
+using Lines = std::map<string, std::pair<string, std::function<GenericIf::Ptr(World&)>>>;
+
+template <class C, class F>
+GenericIf::Ptr answer(World& w, F const& run) {
+  using Result = decltype(run(w, w.the<C>()));
+  if constexpr (std::is_void_v<Result> || std::is_same_v<Result, C&>)
+    return run(w, w.the<C>()), nullptr;
+  else
+    return toGeneric(std::decay_t<Result>(run(w, w.the<C>())));
+}
+template <class C, class... F>
+void add(Lines& lines, std::tuple<string, string, F> const&... op) {
+  string const type(Kes::GenericOf<C>::type().shortName());
+  ((lines[type + std::get<0>(op)] = {std::get<1>(op),
+                                     [run = std::get<2>(op)](World& w) { return answer<C>(w, run); }}),
+   ...);
+}
+
+// C++ is run with the world as `w` and the subject of the type as `t`.
+#define OP(attribute, code, arguments, ...)                \
+  std::tuple(                                              \
+      string("." #attribute "." #code), string(arguments), \
+      []([[maybe_unused]] World& w, [[maybe_unused]] auto& t) -> decltype(auto) { return __VA_ARGS__; })
+#define GET(attribute) OP(attribute, read, "", t.attribute())
+#define CALL(attribute) OP(attribute, call, "", t.attribute())
+#define VALUE(attribute) \
+  GET(attribute),        \
+      OP(attribute, set, "value", t.attribute##Is(w.fresh<std::decay_t<decltype(t.attribute())>>()))
+#define INC(attribute) OP(attribute, inc, "amount=77", t.attribute##Inc(77))
+
+template <class C>
+void addEntries(Lines& lines) {
+  add<C>(lines, OP(entry, member, "key=2", t.entry(w.slot)),
+         OP(entry, memberIs, "key=2 value", t.entryIs(w.slot, w.entry)),
+         OP(entry, memberDel, "key=2", t.entryDel(w.slot)), OP(entry, memberDelAll, "", t.entryDelAll()),
+         OP(entry, enq, "value", t.entryEnq(w.entry)), OP(entry, deq, "", t.entryDeq()),
+         OP(entry, count, "", t.entrys()), OP(entry, modificationCount, "", t.entryModificationCount()),
+         OP(entry, metadata, "", t.entryMetadata()), OP(entry, notify, "key=2", t.entryNotify(w.slot)),
+         OP(entry, metadataIs, "value", t.entryMetadataIs({w.slot, 3})));
+}
+
+Lines table() {
+  Lines all;
+  add<Vorn::Microseconds>(all, VALUE(value), GET(min), GET(max), GET(microsecondsInSecond),
+                          OP(fromSeconds, call, "seconds=4.35", t.fromSeconds(4.35)),
+                          OP(toSeconds, call, "usec=77", t.toSeconds(::Test::us(77))));
+  add<Vorn::EntryIndex>(all, VALUE(value), INC(value), GET(max));
+  add<Vorn::EntryIndexOrNull>(all, VALUE(value), GET(null));
+  add<Vorn::Entry>(
+      all, VALUE(qLen), VALUE(timestamp), VALUE(duration), VALUE(alwaysLog),
+      OP(dumpEntry, call, "filePtr elapsedTime=12 intfName=ab cvsFormat=true",
+         t.dumpEntry(w.out, "12", "ab", true)),
+      OP(dumpDrops, call, "filePtr elapsedTime=12 intfName=ab", t.dumpDrops(w.out, "12", "ab")),
+      OP(doSyslog, call, "intfName=ab lowThreshold=3 highThreshold=9", t.doSyslog("ab", 3, 9)),
+      OP(dumpTxLatency, call, "filePtr elapsedTime=12 intfName=ab", t.dumpTxLatency(w.out, "12", "ab")),
+      OP(dumpGlobalBuffer, call, "filePtr elapsedTime=12", t.dumpGlobalBuffer(w.out, "12")),
+      OP(entryToGpbRecord, call, "recordPtr", t.entryToGpbRecord(w.out)),
+      OP(entryToGpbGlobalBufferRecord, call, "recordPtr", t.entryToGpbGlobalBufferRecord(w.out)));
+  addEntries<Vorn::Chunk>(all);
+  add<Vorn::Chunk>(all, VALUE(prevChunk), VALUE(nextChunk), VALUE(intfId), CALL(doClear));
+  addEntries<Vorn::GlobalBufferChunk>(all);
+  add<Vorn::GlobalBufferChunk>(all, VALUE(entryTobeMerged), VALUE(numEntriesTobeMerged), VALUE(duration),
+                               VALUE(maxBuffer), VALUE(timeOfMaxBuffer), VALUE(lastSyslogTime),
+                               VALUE(counter), INC(counter));
+  add<Vorn::PortMetaData>(all, GET(identifier), VALUE(counter), INC(counter), GET(intfId), VALUE(maxQLen),
+                          VALUE(timeOfMaxQLen), VALUE(timeOfCongestionStart), VALUE(cardSlot),
+                          VALUE(chipIndex), VALUE(numCpuQueues), VALUE(fabricPeerIntf));
+  add<Vorn::PortMetaDataDumper>(
+      all,
+      OP(dumpStartMetaData, call, "portMetaData filePtr csvFormat=true",
+         t.dumpStartMetaData(w.data.get(), w.out, true)),
+      OP(dumpStatistics, call, "portMetaData filePtr", t.dumpStatistics(w.data.get(), w.out)));
+  add<Vorn::PortData>(
+      all, GET(intfId), VALUE(lastSyslogTime), VALUE(mergeEntries), VALUE(chunkTobeMerged),
+      VALUE(entryTobeMerged), OP(chunk, member, "key=2", t.chunk(2)),
+      OP(chunk, memberIs, "key=2 value", t.chunkIs(2, w.spare)),
+      OP(chunk, newMember, "key=2 value", t.newChunk(2, w.spare)->value()),
+      OP(chunk, memberDel, "key=2", t.chunkDel(2)), OP(chunk, memberDelAll, "", t.chunkDelAll()),
+      OP(chunk, enq, "value", t.chunkEnq(w.spare)), OP(chunk, deq, "", t.chunkDeq()),
+      OP(chunk, count, "", t.chunks()), OP(chunk, metadata, "", t.chunkMetadata()),
+      OP(chunk, metadataIs, "value", t.chunkMetadataIs({2, 3})), OP(chunk, notify, "key=2", t.chunkNotify(2)),
+      OP(entryIndex, member, "key=2", t.entryIndex(2)),
+      OP(entryIndex, memberIs, "key=2 value", t.entryIndexIs(2, w.slotOrNull)),
+      OP(entryIndex, newMember, "key=2 value", t.newEntryIndex(2, w.slotOrNull)),
+      OP(entryIndex, memberDel, "key=2", t.entryIndexDel(2)),
+      OP(entryIndex, memberDelAll, "", t.entryIndexDelAll()),
+      OP(entryIndex, notify, "key=2", t.entryIndexNotify(2)),
+      OP(portMetaData, member, "key=2", t.portMetaData(2)),
+      OP(portMetaData, memberIs, "value", t.portMetaDataIs(w.data)),
+      OP(portMetaData, newMember, "value", t.newPortMetaData(w.data)),
+      OP(portMetaData, memberDel, "key=2", t.portMetaDataDel(2)),
+      OP(portMetaData, memberDelAll, "", t.portMetaDataDelAll()),
+      OP(portMetaData, notify, "key=2", t.portMetaDataNotify(2)));
+  add<Vorn::Clock>(all, CALL(getUTCTime), CALL(getTime));
+  add<Vorn::TestClock>(all, CALL(getUTCTime), CALL(getTime), VALUE(utcTime), VALUE(time));
+  add<Vorn::CongestionData>(
+      all, GET(vornHwStatus), GET(clock), GET(vornConfig), GET(portMetaDataDumper),
+      OP(portData, member, "key=eth0", t.portData(w.eth0)),
+      OP(portData, memberIs, "key=77", t.portDataIs(Pylo::IntfId("77"))),
+      OP(portData, memberDel, "key=eth0", t.portDataDel(w.eth0)),
+      OP(portData, memberDelAll, "", t.portDataDelAll()), OP(chunkArray, member, "key=2", t.chunkArray(2)),
+      OP(chunkArray, memberIs, "key=2 value", t.chunkArrayIs(2, w.spare)),
+      OP(chunkArray, memberDel, "key=2", t.chunkArrayDel(2)),
+      OP(chunkArray, memberDelAll, "", t.chunkArrayDelAll()),
+      OP(chunkArray, enq, "value", t.chunkArrayEnq(w.spare)), OP(chunkArray, deq, "", t.chunkArrayDeq()),
+      OP(chunkArray, count, "", t.chunkArrayCount()),
+      OP(chunkArray, modificationCount, "", t.chunkArrayModificationCount()),
+      OP(chunkArray, metadata, "", t.chunkArrayMetadata()),
+      OP(chunkArray, metadataIs, "value", t.chunkArrayMetadataIs({2, 3})), VALUE(numSharedChunks),
+      VALUE(globalBufferChunk), VALUE(initialized), CALL(handleInitialized), CALL(allocateGlobalChunk),
+      OP(allocateChunk, call, "intfId=eth0", t.allocateChunk(w.eth0)),
+      OP(updateEntry, call, "intfId=eth0 entry coalesceTime=10 entryKey=4",
+         t.updateEntry(w.eth0, w.entry, ::Test::us(10), 4)),
+      OP(doAddToLog, call, "intfId=eth0 entry", t.doAddToLog(w.eth0, w.entry)),
+      OP(doAddToGlobalLog, call, "entry", t.doAddToGlobalLog(w.entry)),
+      OP(doMergeAndDumpEntries, call, "voidPtr cmd=-s3 reportHeader=h footer=f",
+         t.doMergeAndDumpEntries(w.out, "-s3", "h", "f")),
+      OP(doDumpEntriesInCSVFormat, call, "voidPtr reportHeader=h footer=f showAll=true",
+         t.doDumpEntriesInCSVFormat(w.out, "h", "f", true)),
+      OP(handleCommand, call, "socket command=-s3 reportHeader=h footer=f",
+         t.handleCommand(w.socket(), "-s3", "h", "f")),
+      OP(doDumpStatistics, call, "voidPtr reportHeader=h footer=f", t.doDumpStatistics(w.out, "h", "f")),
+      OP(doDumpGlobalBufferChunk, call, "voidPtr reportHeader=h footer=f",
+         t.doDumpGlobalBufferChunk(w.out, "h", "f")),
+      OP(doMergeAndDumpGlobalChunk, call, "filePtr entryPtr csv=true",
+         t.doMergeAndDumpGlobalChunk(w.out, w.entry.get(), true)));
+  return all;
+}
+
+// By name in one world and in C++ in its twin, every operation of every type has the same result and leaves
+// the same state: not those of another operation that could stand in its place.
+TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
+  EXPECT_TRUE(Vorn::typesRegistered() && Vorn::initialisationDone());
+  EXPECT_FALSE(Kes::GenericOf<U32>::type().hasGenericIf() ||
+               Kes::GenericOf<Vorn::Config>::type().hasGenericIf());
+  std::istringstream in(expectedTypes);
+  string listed;
+  for (string word; in >> word;) listed += word + ' ';
+  string listing;
+  Lines lines = table();
+  std::map<string, string> others;
+  for (Kes::Type const* const type : Kes::TypeRegistry::instance().types().subspan(1)) {
+    string const base = type->isValue() ? "" : string(type->base()->shortName()) + ' ';
+    listing += string(type->shortName()) + ' ' + base + string(type->keyAttribute()) +
+               (type->keyAttribute().empty() ? "" : " ") +
+               std::to_string(type->attributes().front().identifier) + ' ';
+    for (Kes::Attribute const& attribute : type->attributes()) {
+      listing += string(attribute.name) + ':' +
+                 (attribute.owned ? 'o' : "mxcpfk"[static_cast<int>(attribute.kind)]) + ' ';
+      EXPECT_EQ(attribute.identifier, type->attributes().front().identifier +
+                                          static_cast<U32>(&attribute - type->attributes().data()));
+      for (Kes::Operation const& operation : attribute.operations) {
+        string const name = string(type->shortName()) + '.' + string(attribute.name) + '.' +
+                            string(Kes::nameOf(operation.code));
+        auto const line = lines.extract(name);
+        ASSERT_TRUE(line) << name;
+        auto const& [arguments, run] = line.mapped();
+        auto const outcome = [&](bool byName) {
+          World world;
+          GenericIf::Ptr const subject = world.subject(*type);
+          GenericIf::Ptr const result =
+              byName ? subject->attributeOp({subject->attributeId(attribute.name), operation.code},
+                                            world.arguments(arguments, operation))
+                     : run(world);
+          string const shown = world.digest(result);
+          return shown + world.state();
+        };
+        string like = outcome(/*byName=*/false);
+        EXPECT_EQ(outcome(/*byName=*/true), like) << name;
+        if (operation.code == OpCode::notify) continue;  // does nothing
+        like += string(type->name()) + (attribute.operation(OpCode::call) != nullptr ? "()" : "");
+        for (Kes::Argument const& argument : operation.arguments) like += argument.type().name();
+        EXPECT_EQ(others.try_emplace(like, name).first->second, name) << "cannot be told apart here";
+      }
     }
   }
-  chunk->doClear();
-  port->chunkTobeMergedIs(nullptr);
+  EXPECT_EQ(listing, listed);
+  EXPECT_TRUE(lines.empty()) << lines.begin()->first;
 }
 
-TEST(Registry, Calls_doWhatDriversDo) {
+TEST(Registry, Types_knowWhatTheyInherit) {
   ::Test::Bench bench;
-  GenericIf::Ptr const recorder = toGeneric(bench.recorder);
-  EXPECT_EQ(shown(call(recorder, "updateEntry",
-                       {{"entryKey", toGeneric("7")},
-                        {"intfId", toGeneric("eth0")},
-                        {"entry", toGeneric(::Test::record(5, 100))},
-                        {"coalesceTime", toGeneric("10")}})),
-            "100");
-  GenericArgs merged = {{"intfId", toGeneric("eth0")},
-                        {"entry", toGeneric(::Test::record(9, 109))},
-                        {"coalesceTime", toGeneric(Vorn::Microseconds(10))},
-                        {"entryKey", toGeneric(U32{7})}};
-  call(recorder, "updateEntry", merged);
-  EXPECT_EQ(call(recorder, "doAddToLog",
-                 {{"intfId", toGeneric("eth0")}, {"entry", toGeneric(::Test::record(3, 200))}})
-                ->type()
-                .name(),
-            "Vorn::Microseconds");
-  EXPECT_THROW(call(recorder, "doAddToGlobalLog", {{"entry", toGeneric(::Test::record(3, 1))}}),
-               Kes::RangeException);
-  EXPECT_EQ(call(recorder, "allocateGlobalChunk"), nullptr);
-  call(recorder, "doAddToGlobalLog", {{"entry", toGeneric(::Test::record(8, 300))}});
-  bench.recorder->globalBufferChunk()->counterIs(4);
-  GenericArgs const frame = {{"reportHeader", toGeneric("h\n")}, {"footer", toGeneric("f\n")}};
-  auto const written = [&](string const& name, GenericArgs more) {
-    more.insert(more.end(), frame.begin(), frame.end());
-    return ::Test::Bench::written([&](std::FILE* out) {
-      more.push_back({"voidPtr", toGeneric<Kes::VoidPtr>(out)});
-      call(recorder, name, more);
-    });
-  };
-  EXPECT_EQ(written("doMergeAndDumpEntries", {{"cmd", toGeneric("")}}),
-            "\nReport generated at 0.000000\nh\n" + ::Test::recordLine("text", "200", "eth0", 3, 0) +
-                ::Test::recordLine("text", "100", "eth0", 9, 9) + "f\n");
-  EXPECT_EQ(written("doDumpStatistics", {}).find("Global Hit Count = 4") != string::npos, true);
-  EXPECT_NE(written("doDumpGlobalBufferChunk", {}).find(::Test::recordLine("global", "300", "-", 8, 0)),
-            string::npos);
-  set(toGeneric(bench.port("eth0")), "mergeEntries", toGeneric(true));
-  EXPECT_NE(written("doDumpEntriesInCSVFormat", {{"showAll", toGeneric(true)}})
-                .find(::Test::recordLine("csv", "200", "eth0", 3, 0)),
-            string::npos);
-
-  // A command on a socket, whose client gets the whole report and the end of file.
-  int sockets[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
-  GenericArgs command = {{"socket", toGeneric(static_cast<U32>(sockets[0]))}, {"command", toGeneric("-s1")}};
-  command.insert(command.end(), frame.begin(), frame.end());
-  call(recorder, "handleCommand", command);
-  // Without the privilege to enlarge its buffer the socket is left open.
-  bool const answered = ::fcntl(sockets[0], F_GETFD) < 0;
-  char report[4096];
-  ssize_t const size = answered ? ::recv(sockets[1], report, sizeof report, 0) : ::close(sockets[0]);
-  if (answered) {
-    string const text(report, static_cast<std::size_t>(size));
-    EXPECT_TRUE(text.ends_with("h\n" + ::Test::recordLine("text", "200", "eth0", 3, 0) + "f\n")) << text;
-  }
-  ::close(sockets[1]);
-
   bench.clock->utcTimeIs(12.5);
-  GenericIf::Ptr const clock = get(recorder, "clock");
-  EXPECT_EQ(clock->type().name(), "Vorn::TestClock");
-  EXPECT_EQ(clock->attributeId("getUTCTime"), 258U);
+  GenericIf::Ptr const clock = get(toGeneric(bench.recorder), "clock");
+  EXPECT_EQ(clock->type().name(), "Vorn::TestClock");  // the object's own
   EXPECT_EQ(shown(clock->attributeOp({130, OpCode::call})), "12.5");
   EXPECT_EQ(clock->attributeId("hasNotificationActiveIs"), 2U);
-  EXPECT_EQ(call(clock, "kesDoZombieReactors", {{"on", toGeneric("true")}}), nullptr);
-  GenericIf::Ptr const usec = toGeneric(Vorn::Microseconds());
-  EXPECT_EQ(shown(call(usec, "fromSeconds", {{"seconds", toGeneric("4.35")}})), "4349999");
-  EXPECT_EQ(shown(call(usec, "toSeconds", {{"usec", toGeneric("1500000")}})), "1.5");
-  EXPECT_DEATH(call(recorder, "handleInitialized"), "!initialized");
+  EXPECT_EQ(call(clock, "kesDoZombieReactors", args("on=true")), nullptr);
 }
 
-template <class E>
-void expectError(string const& text, string const& subject, std::function<void()> const& run) {
+// What an operation raises: "CLASS: TEXT [SUBJECT]", the class without its namespace and "Exception".
+string failure(std::function<void()> const& run) {
   try {
     run();
-    ADD_FAILURE() << text << ": not raised";
-  } catch (E const& error) {
-    EXPECT_EQ(string(error.what()), text);
-    if constexpr (std::is_base_of_v<Kes::AccessException, E>) {
-      EXPECT_EQ(error.subject(), subject) << text;
-    }
+  } catch (Kes::Exception const& error) {
+    string const name = typeid(error).name();  // N3Kes13TypeExceptionE
+    std::size_t const start = name.find_first_not_of("0123456789", 5);
+    auto const* const access = dynamic_cast<Kes::AccessException const*>(&error);
+    return name.substr(start, name.size() - start - 10) + ": " + error.what() +
+           (access != nullptr ? " [" + access->subject().str() + ']' : "");
   }
+  return "";
 }
 
 TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
@@ -335,230 +412,85 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
   bench.append("eth0", ::Test::record(5, 9));
   GenericIf::Ptr const recorder = toGeneric(bench.recorder);
   GenericIf::Ptr const port = toGeneric(bench.port("eth0"));
-  GenericIf::Ptr const index = toGeneric(Vorn::EntryIndex(3));
-  GenericArgs const wrong = {{"x", toGeneric("1")}};
-  expectError<Kes::UnknownAttributeException>("no attribute 'qlen' in Vorn::EntryIndex", "qlen",
-                                              [&] { get(index, "qlen"); });
-  expectError<Kes::UnknownArgumentException>(
-      "Clock", "x", [&] { toGeneric(Vorn::clockFactory())->genericIfListConstructor(wrong); });
-  expectError<Kes::UnknownArgumentException>(
-      "TestClock", "x", [&] { toGeneric(bench.clock)->genericIfListConstructor(wrong); });
-  expectError<Kes::UnknownArgumentException>("CongestionData", "intfId", [&] {
-    call(recorder, "allocateChunk", {{"intfId", toGeneric("eth0")}, {"intfId", toGeneric("eth1")}});
-  });
-  expectError<Kes::MissingArgumentException>("argument entry is missing", "entry", [&] {
-    call(recorder, "doAddToLog", {{"intfId", toGeneric("eth9")}});
-  });
-  EXPECT_EQ(bench.port("eth9"), nullptr);
-  expectError<Kes::TypeException>("Clock", "clock", [&] {
-    recorder->genericIfListConstructor({{"vornHwStatus", get(recorder, "vornHwStatus")},
-                                        {"clock", port},
-                                        {"vornConfig", get(recorder, "vornConfig")},
-                                        {"portMetaDataDumper", get(recorder, "portMetaDataDumper")}});
-  });
-  expectError<Kes::TypeException>("Chunk", "value", [&] { set(port, "chunkTobeMerged", toGeneric("0")); });
-  expectError<Kes::TypeException>("VoidPtr", "voidPtr", [&] {
-    call(recorder, "doDumpStatistics",
-         {{"voidPtr", toGeneric("1")}, {"reportHeader", toGeneric("")}, {"footer", toGeneric("")}});
-  });
-  expectError<Kes::TypeException>("U16", "value", [&] { set(index, "value", toGeneric(U32{4})); });
-  expectError<Kes::TypeException>("EntryIndex", "", [&] { index->valIs(*toGeneric(true)); });
-  expectError<Kes::TypeException>("PortData", "strRep", [&] { port->strRep(); });
-  expectError<Kes::TypeException>("Entry", "entry", [&] {
-    call(recorder, "doAddToGlobalLog", {{"entry", nullptr}});
-  });
-  expectError<Kes::ReadOnlyException>("attribute intfId of Vorn::PortData cannot be set", "intfId",
-                                      [&] { set(port, "intfId", toGeneric("eth1")); });
   GenericIf::Ptr const constant = toGeneric(Kes::Ptr<Vorn::PortData const>(bench.port("eth0")));
+  GenericIf::Ptr const index = toGeneric(Vorn::EntryIndex(3));
+  struct Case {
+    GenericIf::Ptr object;
+    char const* attribute;
+    OpCode code;
+    char const* arguments;
+    char const* text;
+  };
+  Case const cases[] = {
+      {index, "qlen", OpCode::read, "", "UnknownAttribute: no attribute 'qlen' in Vorn::EntryIndex [qlen]"},
+      {recorder, "allocateChunk", OpCode::call, "intfId=eth0 intfId=eth1",
+       "UnknownArgument: CongestionData [intfId]"},
+      {recorder, "allocateChunk", OpCode::call, "intfId=eth0 x=1", "UnknownArgument: CongestionData [x]"},
+      {recorder, "doAddToLog", OpCode::call, "intfId=eth9",
+       "MissingArgument: argument entry is missing [entry]"},
+      {recorder, "doAddToGlobalLog", OpCode::call, "entry", "Type: Entry [entry]"},
+      {recorder, "doDumpStatistics", OpCode::call, "voidPtr=1 reportHeader=h footer=f",
+       "Type: VoidPtr [voidPtr]"},
+      {port, "chunkTobeMerged", OpCode::set, "value=0", "Type: Chunk [value]"},
+      {port, "intfId", OpCode::set, "value=eth1",
+       "ReadOnly: attribute intfId of Vorn::PortData cannot be set [intfId]"},
+      {constant, "entryTobeMerged", OpCode::set, "value=1",
+       "ReadOnly: the Vorn::PortData is a constant one [Vorn::PortData]"},
+      {port, "entryIndex", OpCode::enq, "",
+       "UnknownOperation: attribute entryIndex of Vorn::PortData has no operation enq [entryIndex]"},
+      {port, "chunk", OpCode::member, "key=5", "KeyNotFound: no member 5 in chunk [5]"},
+      {get(port, "chunkTobeMerged"), "intfId", OpCode::read, "", "Range: null ValidPtr"},
+      {port, "mergeEntries", OpCode::set, "value=yes",
+       "Parse: neither true nor false at column 0 deserializing yes"},
+      {index, "value", OpCode::set, "value=7x", "Parse: junk at column 1 deserializing 7x"},
+      {index, "value", OpCode::set, "value=x",
+       "Parse: no digits where a number was expected at column 0 deserializing x"}};
+  auto const noValue = [](string const&, std::size_t) { return nullptr; };
+  for (Case const& c : cases)
+    EXPECT_EQ(failure([&] { perform(c.object, c.attribute, c.code, args(c.arguments, noValue)); }), c.text);
+  EXPECT_EQ(failure([&] { set(port, "chunkTobeMerged", toGeneric(Vorn::Entry::Ptr())); }),
+            "Type: Chunk [value]");
+  EXPECT_EQ(failure([&] { set(index, "value", toGeneric(U32{4})); }), "Type: U16 [value]");
+  EXPECT_EQ(failure([&] { index->valIs(*toGeneric(true)); }), "Type: EntryIndex []");
+  EXPECT_EQ(failure([&] { port->strRep(); }), "Type: PortData [strRep]");
+  EXPECT_EQ(failure([&] { port->attributeIterator(130); }),
+            "UnknownOperation: attribute intfId of Vorn::PortData has no operation iterator [intfId]");
+  EXPECT_EQ(bench.port("eth9"), nullptr);
   EXPECT_EQ(shown(get(constant, "entryTobeMerged")), "0");
-  EXPECT_EQ(call(get(recorder, "vornConfig"), "kesDoZombieReactors", {{"on", toGeneric(true)}}), nullptr);
-  expectError<Kes::ReadOnlyException>("the Vorn::PortData is a constant one", "Vorn::PortData",
-                                      [&] { set(constant, "entryTobeMerged", toGeneric("1")); });
-  expectError<Kes::TypeException>("Chunk", "value",
-                                  [&] { set(port, "chunkTobeMerged", toGeneric(Vorn::Entry::Ptr())); });
-  expectError<Kes::UnknownOperationException>("attribute entryIndex of Vorn::PortData has no operation enq",
-                                              "entryIndex",
-                                              [&] { perform(port, "entryIndex", OpCode::enq); });
-  expectError<Kes::UnknownOperationException>("attribute intfId of Vorn::PortData has no operation iterator",
-                                              "intfId", [&] { port->attributeIterator(130); });
-  expectError<Kes::UnknownOperationException>("attribute intfId of Vorn::PortData has no operation unknown",
-                                              "intfId",
-                                              [&] { perform(port, "intfId", static_cast<OpCode>(77)); });
-  expectError<Kes::KeyNotFoundException>("no member 5 in chunk", "5", [&] {
-    perform(port, "chunk", OpCode::member, {{"key", toGeneric("5")}});
-  });
-  expectError<Kes::RangeException>("junk at column 1 deserializing 7x", "",
-                                   [&] { set(index, "value", toGeneric("7x")); });
-  expectError<Kes::RangeException>("no digits where a number was expected at column 0 deserializing x", "",
-                                   [&] { set(index, "value", toGeneric("x")); });
   EXPECT_EQ(shown(index), "3");
-  expectError<Kes::RangeException>("EntryIndex::value < 0 or > EntryIndex::max not allowed", "",
-                                   [&] { set(index, "value", toGeneric("600")); });
-  EXPECT_EQ(shown(index), "600");
-  expectError<Kes::RangeException>("EntryIndex::value < 0 or > EntryIndex::max not allowed", "", [&] {
-    perform(index, "value", OpCode::inc, {{"amount", toGeneric("1")}});
-  });
+  // What is out of range is stored all the same.
+  string const outside = "Range: EntryIndex::value < 0 or > EntryIndex::max not allowed";
+  EXPECT_EQ(failure([&] { set(index, "value", toGeneric("600")); }), outside);
+  EXPECT_EQ(failure([&] { perform(index, "value", OpCode::inc, args("amount=1")); }), outside);
   EXPECT_EQ(shown(index), "601");
-  expectError<Kes::RangeException>("null ValidPtr", "", [&] { get(get(port, "chunkTobeMerged"), "intfId"); });
-  expectError<Kes::RangeException>("neither true nor false at column 0 deserializing yes", "",
-                                   [&] { set(port, "mergeEntries", toGeneric("yes")); });
 }
 
 TEST(Registry, Instances_madeClonedAndSet) {
-  GenericIf::Ptr const usec =
-      Kes::TypeRegistry::instance().type("Vorn::Microseconds")->construct({{"value", toGeneric("1500")}});
+  GenericIf::Ptr const recorder = toGeneric(::Test::Bench().recorder);
+  auto const inputs = [&](string const& name, std::size_t) { return get(recorder, name); };
+  std::istringstream in(
+      "Microseconds value=5\nEntryIndex value=5\nEntryIndexOrNull "
+      "value=500\nChunk\nGlobalBufferChunk\nClock\nTestClock\n"
+      "PortMetaDataDumper\nEntry qLen=5 timestamp=9\nPortMetaData intfId=eth0 identifier=3\nPortData "
+      "intfId=eth0\n"
+      "CongestionData portMetaDataDumper clock vornHwStatus vornConfig\n");
+  std::size_t made = 0;
+  for (string name, text; in >> name && std::getline(in, text); ++made) {
+    Kes::Type const& type = *Kes::TypeRegistry::instance().type(name.insert(0, "Vorn::"));
+    GenericArgs const given = args(text, inputs);
+    GenericIf::Ptr const object = type.construct(given);
+    EXPECT_TRUE(&object->type() == &type && &object->clone()->type() == &type) << name;
+    EXPECT_EQ(shown(object->clone()), shown(object));
+    for (auto const& argument : given)
+      EXPECT_EQ(shown(get(object, argument.name.str())), shown(argument.value)) << name;
+  }
+  EXPECT_EQ(made, Vorn::types().size());
+  GenericIf::Ptr const usec = toGeneric(::Test::us(1500));
   GenericIf::Ptr const copy = usec->clone();
   set(copy, "value", toGeneric("7"));
   EXPECT_EQ(shown(usec), "1500");
   usec->valIs(*copy);
   EXPECT_EQ(shown(usec), "7");
-  std::map<string, GenericArgs> const arguments = {
-      {"Microseconds", {{"value", toGeneric("5")}}},
-      {"EntryIndex", {{"value", toGeneric("5")}}},
-      {"EntryIndexOrNull", {{"value", toGeneric("500")}}},
-      {"Chunk", {}},
-      {"GlobalBufferChunk", {}},
-      {"Clock", {}},
-      {"Entry", {{"qLen", toGeneric("5")}, {"timestamp", toGeneric("9")}}},
-      {"TestClock", {}},
-      {"PortMetaDataDumper", {}},
-      {"PortMetaData", {{"intfId", toGeneric("eth0")}, {"identifier", toGeneric("3")}}},
-      {"PortData", {{"intfId", toGeneric("eth0")}}},
-      {"CongestionData",
-       {{"vornHwStatus", toGeneric(Kes::makePtr<Vorn::Hardware::Status>())},
-        {"clock", toGeneric(Vorn::testClockFactory())},
-        {"vornConfig", toGeneric(Kes::makePtr<Vorn::Config>())},
-        {"portMetaDataDumper", toGeneric(Kes::makePtr<::Test::TestDumper>())}}}};
-  for (Kes::Type const* const type : Vorn::types()) {
-    GenericIf::Ptr const made = type->construct(arguments.at(string(type->shortName())));
-    ASSERT_EQ(&made->type(), type);
-    EXPECT_EQ(shown(made->clone()), shown(made));
-    EXPECT_EQ(&made->clone()->type(), type);
-  }
-}
-
-TEST(Registry, Collections_walkByAscendingKeyAndDoAllTheyCan) {
-  auto const chunk = Vorn::Chunk::ChunkIs();
-  GenericIf::Ptr const generic = toGeneric(chunk);
-  for (U32 i = 0; i < 500; ++i)
-    perform(generic, "entry", OpCode::enq, {{"value", toGeneric(::Test::record(i, i))}});
-  EXPECT_THROW(perform(generic, "entry", OpCode::enq, {{"value", toGeneric(::Test::record(1, 1))}}),
-               Kes::RangeException);
-  for (U32 i = 0; i < 3; ++i)
-    EXPECT_EQ(shown(get(perform(generic, "entry", OpCode::deq), "qLen")), std::to_string(i));
-  perform(generic, "entry", OpCode::enq, {{"value", toGeneric(::Test::record(500, 500))}});
-  perform(generic, "entry", OpCode::memberDel, {{"key", toGeneric("7")}});
-  EXPECT_EQ(shown(perform(generic, "entry", OpCode::metadata)), "3,498");
-  EXPECT_EQ(shown(perform(generic, "entry", OpCode::count)), "498");
-  EXPECT_EQ(shown(perform(generic, "entry", OpCode::modificationCount)),
-            shown(chunk->entryModificationCount()));
-  std::vector<string> keys;
-  for (auto at = generic->attributeIterator(133); *at; ++*at) {
-    keys.push_back(shown(at->key()));
-    EXPECT_EQ(shown(at->value()),
-              shown(chunk->entry(Vorn::EntryIndex(static_cast<Kes::U16>(std::stoi(keys.back()))))));
-  }
-  ASSERT_EQ(keys.size(), 497U);  // slot 0 first, though 3 is the oldest
-  EXPECT_EQ((std::vector<string>{keys[0], keys[1], keys[5], keys[6]}),
-            (std::vector<string>{"0", "3", "8", "9"}));
-
-  ::Test::Bench bench;
-  for (char const* name : {"eth9", "eth1", "eth5"}) bench.append(name, ::Test::record(5, 9));
-  GenericIf::Ptr const recorder = toGeneric(bench.recorder);
-  keys.clear();
-  for (auto at = recorder->attributeIterator(recorder->attributeId("portData")); *at; ++*at)
-    keys.push_back(shown(at->key()));
-  EXPECT_EQ(keys, (std::vector<string>{"eth1", "eth5", "eth9"}));
-  perform(recorder, "portData", OpCode::memberDel, {{"key", toGeneric("eth5")}});
-  EXPECT_EQ(bench.port("eth5"), nullptr);
-  GenericIf::Ptr const port = toGeneric(bench.port("eth1"));
-  perform(port, "portMetaData", OpCode::newMember,
-          {{"value", toGeneric(Vorn::portMetaDataFactory(8, Pylo::IntfId("eth1")))}});
-  EXPECT_EQ(shown(perform(toGeneric(bench.port("eth1")->portMetaData(8)), "counter", OpCode::inc,
-                          {{"amount", toGeneric("3")}})),
-            "3");
-  perform(port, "entryIndex", OpCode::memberIs, {{"key", toGeneric("4")}, {"value", toGeneric("499")}});
-  EXPECT_EQ(bench.port("eth1")->entryIndex(4).value(), 499);
-  perform(port, "entryIndex", OpCode::memberDelAll);
-  EXPECT_EQ(shown(perform(port, "entryIndex", OpCode::member, {{"key", toGeneric("4")}})), "500");
-}
-
-// Takes the pool, and everything of one interface, out of one recorder and into another, by name alone.
-class Restore {
- public:
-  Restore(GenericIf::Ptr from, GenericIf::Ptr to) : from_(std::move(from)), to_(std::move(to)) {}
-
-  void all(char const* intfId) {
-    for (auto at = members(from_, "chunkArray"); *at; ++*at)
-      put(to_, "chunkArray", at->key(), chunkFor(at->value()));
-    copyMetadata(from_, to_, "chunkArray");
-    GenericArgs const key = {{"key", toGeneric(intfId)}};
-    GenericIf::Ptr const source = perform(from_, "portData", OpCode::member, key);
-    GenericIf::Ptr const port = perform(to_, "portData", OpCode::memberIs, key);
-    for (auto at = members(source, "chunk"); *at; ++*at) put(port, "chunk", at->key(), chunkFor(at->value()));
-    copyMetadata(source, port, "chunk");
-    for (auto at = members(source, "entryIndex"); *at; ++*at) put(port, "entryIndex", at->key(), at->value());
-    for (auto at = members(source, "portMetaData"); *at; ++*at)
-      perform(port, "portMetaData", OpCode::memberIs, {{"value", at->value()}});
-    set(port, "lastSyslogTime", get(source, "lastSyslogTime"));
-  }
-
- private:
-  static std::unique_ptr<Kes::GenericIterator> members(GenericIf::Ptr const& object, string const& name) {
-    return object->attributeIterator(object->attributeId(name));
-  }
-  static void put(GenericIf::Ptr const& object, string const& name, GenericIf::Ptr const& key,
-                  GenericIf::Ptr const& value) {
-    perform(object, name, OpCode::memberIs, {{"key", toGeneric(key->strRep())}, {"value", value}});
-  }
-  // Through its text, as a file would keep it.
-  static void copyMetadata(GenericIf::Ptr const& from, GenericIf::Ptr const& to, string const& name) {
-    perform(to, name, OpCode::metadataIs,
-            {{"value", toGeneric(perform(from, name, OpCode::metadata)->strRep())}});
-  }
-
-  // The new chunk for an old one: its records, owner and links, each chunk once.
-  GenericIf::Ptr chunkFor(GenericIf::Ptr const& old) {
-    if (shown(old) == "0") return old;
-    GenericIf::Ptr& made = made_[shown(old)];
-    if (made) return made;
-    made = old->genericIfListConstructor({});
-    GenericIf::Ptr const chunk = made;
-    copyMetadata(old, chunk, "entry");
-    for (auto at = members(old, "entry"); *at; ++*at) put(chunk, "entry", at->key(), at->value());
-    set(chunk, "intfId", get(old, "intfId"));
-    for (char const* link : {"prevChunk", "nextChunk"}) set(chunk, link, chunkFor(get(old, link)));
-    return chunk;
-  }
-
-  GenericIf::Ptr from_;
-  GenericIf::Ptr to_;
-  std::map<string, GenericIf::Ptr> made_;
-};
-
-TEST(Registry, Restore_ofPoolAndLogByNameAlone) {
-  ::Test::Bench original;
-  original.recorder->numSharedChunksIs(3);
-  for (U32 i = 0; i < 2800; ++i) original.update("eth0", i, 1000 + 10 * i, 3, i % 4);
-  original.port("eth0")->chunk(3)->entryDel(Vorn::EntryIndex(7));
-  original.port("eth0")->newPortMetaData(Vorn::portMetaDataFactory(8, Pylo::IntfId("eth0")));
-  original.port("eth0")->portMetaData(8)->counterIs(5);
-  ::Test::Bench restored;
-  restored.recorder->numSharedChunksIs(3);
-  Restore(toGeneric(original.recorder), toGeneric(restored.recorder)).all("eth0");
-  auto const same = [&] {
-    EXPECT_EQ(restored.recorder->checkInvariants(), "");
-    for (char const* command : {"", "csv", "-c"})
-      EXPECT_EQ(restored.report(command), original.report(command));
-    EXPECT_EQ(restored.recorder->chunkArrayMetadata(), original.recorder->chunkArrayMetadata());
-    EXPECT_EQ(restored.port("eth0")->chunkMetadata(), original.port("eth0")->chunkMetadata());
-    EXPECT_EQ(restored.port("eth0")->chunkTail()->entryMetadata(),
-              original.port("eth0")->chunkTail()->entryMetadata());
-  };
-  same();
-  for (::Test::Bench* bench : {&original, &restored})
-    for (U32 i = 0; i < 1700; ++i) bench->update("eth0", i, 30000 + 10 * i, i % 20, i % 4);
-  same();
 }
 
 }  // namespace

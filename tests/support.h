@@ -65,6 +65,10 @@ class TestEntry final : public Vorn::Entry {
   S32 dumpGlobalBuffer(Kes::VoidPtr file, Kes::CharPtrConst time) const override {
     return write(file, "global", time, "-");
   }
+  void entryToGpbRecord(Kes::VoidPtr file) const override { write(file, "record", "-", "-"); }
+  void entryToGpbGlobalBufferRecord(Kes::VoidPtr file) const override {
+    write(file, "global record", "-", "-");
+  }
   void doSyslog(Kes::CharPtrConst intf, U32 low, U32 high) const override {
     Entry::doSyslog(intf, low, high);
     if (onSyslog) onSyslog();
