@@ -151,6 +151,10 @@ TEST_F(Command, AFailingWriterEndsTheReportWithoutFooter) {
   EXPECT_EQ(next.find("1001 N/A"), std::string::npos);
   EXPECT_NE(next.find("1003 N/A"), std::string::npos);
   EXPECT_NE(report("csv -a").find("1001 N/A"), std::string::npos);
+  EXPECT_EQ(written([&](std::FILE* out) {
+              recorder->doMergeAndDumpGlobalChunk(out, failing.get(), /*ascending=*/true);
+            }),
+            recordLine("csv", "1001", "N/A", 8, 0));
 }
 
 TEST(CommandOptions, SplitKeepsInnerPieces) {
@@ -261,7 +265,7 @@ TEST(InterfaceFilter, SelectsWhatTheExpressionsMean) {
                                           "E[t]1", "Et1.*", "",     "1"};
   for (char const* pattern :
        {"Et1", "Et1.*", ".*", "Et1/.*", "eth0\\.100", "eth0.100", "br[-]c0", "br[-_]c0", "a\\.\\*", "a.*",
-        "[E]t1", "E[t]1.*", "Et(1|10)", "Et1.*.*", "Et[0-9]+", "\\d", "E\\[t\\]1"})
+        "[E]t1", "E[t]1.*", "Et(1|10)", "Et1.*.*", "Et[0-9]+", "\\d", "E\\[t\\]1", "E[[]t]1"})
     for (std::string const& name : names) {
       Vorn::CommandOptions options;
       options.interfacePatterns = {pattern};

@@ -64,6 +64,8 @@ TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
   EXPECT_EQ(port("A1")->chunkTail(), oldestShared.get());
   EXPECT_EQ(chunks("A1"), "4:500 4:1 ");
   EXPECT_EQ(kept->chunks(), 0U);
+  Vorn::Chunk const* const fresh = recorder->allocateChunk(Pylo::IntfId("A1")).get();
+  EXPECT_EQ(fresh, port("A1")->chunkTail());
   recorder = nullptr;
   EXPECT_EQ(TestEntry::alive, 0);
   EXPECT_EQ(oldestShared->ptrCount(), 1U);  // no cycle of links holds it
@@ -101,6 +103,7 @@ TEST_F(Recorder, InvariantsAreLookedAt) {
     EXPECT_EQ(recorder->checkInvariants(), "");
     return what;
   };
+  EXPECT_EQ(recorder->chunkArrayModificationCount(), 1U);
   auto const stranger = Vorn::Chunk::ChunkIs();
   stranger->intfIdIs(Pylo::IntfId("B1"));
   EXPECT_EQ(broken([&] { recorder->chunkArrayEnq(shared); }, [&] { recorder->chunkArrayDel(1); }),

@@ -279,7 +279,7 @@ Lines table() {
       all, GET(intfId), VALUE(lastSyslogTime), VALUE(mergeEntries), VALUE(chunkTobeMerged),
       VALUE(entryTobeMerged), OP(chunk, member, "key=2", t.chunk(2)),
       OP(chunk, memberIs, "key=2 value", t.chunkIs(2, w.spare)),
-      OP(chunk, newMember, "key=2 value", t.newChunk(2, w.spare)->value()),
+      OP(chunk, newMember, "key=2 value", t.newChunk(2, w.spare).value),
       OP(chunk, memberDel, "key=2", t.chunkDel(2)), OP(chunk, memberDelAll, "", t.chunkDelAll()),
       OP(chunk, enq, "value", t.chunkEnq(w.spare)), OP(chunk, deq, "", t.chunkDeq()),
       OP(chunk, count, "", t.chunks()), OP(chunk, metadata, "", t.chunkMetadata()),

@@ -50,6 +50,7 @@ TEST(Values, TextsAreDigitsAndReadBack) {
   EXPECT_EQ(written(Microseconds(Microseconds::max())), "18446744073709551615");
   EXPECT_EQ(written(EntryIndexOrNull()), "500");
   EXPECT_TRUE(Vorn::PortData::GenericIf_(Kes::Ptr<Vorn::PortData const>()).constant());
+  EXPECT_NE(raised([] { Kes::fromGeneric<Kes::Seconds>(*Kes::toGeneric("1e999")); }), "");
   EXPECT_EQ(Kes::Text<Kes::S32>::write(-5), "-5");
   EXPECT_EQ(strepToValue<Microseconds>("18446744073709551615").value(), Microseconds::max());
   EXPECT_TRUE(strepToValue<EntryIndexOrNull>("500").isNull());
@@ -88,6 +89,21 @@ TEST(Values, CountersWrapAndTellTheirNewValue) {
   EXPECT_EQ(global->counter(), 2U);
   EXPECT_EQ(port->counterInc(3), 2U);
   EXPECT_EQ(port->counter(), 2U);
+}
+
+TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
+  using Enabled = Vorn::Config::Enabled;
+  auto const config = Kes::makePtr<Vorn::Config>();
+  auto const status = Kes::makePtr<Vorn::Hardware::Status>();
+  for (bool const byDefault : {false, true}) {
+    status->vornEnabledByDefaultIs(byDefault);
+    config->enabledIs(Enabled::notConfigured);
+    EXPECT_EQ(Vorn::isVornEnabled(config, status), byDefault);
+    config->enabledIs(Enabled::enabled);
+    EXPECT_TRUE(Vorn::isVornEnabled(config, status));
+    config->enabledIs(Enabled::disabled);
+    EXPECT_FALSE(Vorn::isVornEnabled(config, status));
+  }
 }
 
 TEST(Values, MessagesAreNeverSilenced) {

@@ -96,6 +96,11 @@ Self& selfOf(GenericIf& self) {
 template <class C, class R>
 inline constexpr bool hasResult = !std::is_void_v<R> && !std::is_same_v<R, C&>;
 
+template <class T>
+inline constexpr bool isObject = false;
+template <class T>
+inline constexpr bool isObject<Ptr<T>> = true;
+
 template <class C, auto function>
 GenericIf::Ptr run(Call const& call) {
   using Signature = Signature<C, decltype(function)>;
@@ -114,11 +119,18 @@ GenericIf::Ptr run(Call const& call) {
       else
         return invoke(selfOf<Self>(*call.self));
     };
-    if constexpr (hasResult<C, typename Signature::Result>) {
-      return toGeneric(std::decay_t<typename Signature::Result>(invokeWithSelf()));
-    } else {
+    using Result = std::decay_t<typename Signature::Result>;
+    if constexpr (!hasResult<C, typename Signature::Result>) {
       invokeWithSelf();
       return nullptr;
+    } else if constexpr (isObject<Result>) {
+      return toGeneric(Result(invokeWithSelf()));
+    } else {
+      // The value's place is made first, so that nothing can fail once the operation has done its work.
+      auto* const place = new typename GenericOf<Result>::If(Result());
+      GenericIf::Ptr const result(place);
+      place->value() = invokeWithSelf();
+      return result;
     }
   }
   (std::make_index_sequence<std::tuple_size_v<Arguments>>());
