@@ -102,23 +102,6 @@ TEST(SlabPool, Memory_comesBackWhateverWayItWent) {
   EXPECT_LT(residentPages(), before + pages);
 }
 
-// Interfaces in step: the records that one of them holds are spread over all slabs.
-TEST(SlabPool, Memory_comesBackWhenLogsAreDeleted) {
-  auto const recorder = Kes::makePtr<Vorn::CongestionData>(
-      Kes::makePtr<Vorn::Hardware::Status>(), Vorn::testClockFactory(), Kes::makePtr<Vorn::Config>(),
-      Kes::makePtr<Vorn::PortMetaDataDumper>());
-  recorder->numSharedChunksIs(768);
-  std::vector<Pylo::IntfId> interfaces;
-  for (unsigned i = 0; i < 256; ++i) interfaces.emplace_back("Ethernet" + std::to_string(i));
-  for (unsigned i = 0; i < 4 * 500 * interfaces.size(); ++i)
-    recorder->doAddToLog(interfaces[i % interfaces.size()], made(0, i));
-  long const full = residentPages();
-  recorder->portDataDelAll();
-  constexpr long recordPages = 4 * 500 * 256 * long{sizeof(Vorn::Entry)} / 4096;
-  if (bypass) return;
-  EXPECT_LT(residentPages(), full - recordPages * 9 / 10);
-}
-
 // What was made before the switch is freed behind it, and the other way round.
 TEST(SlabPool, Threads_shareItOnceSwitched) {
   std::vector<Vorn::Entry::Ptr> handed(50'000);
