@@ -18,12 +18,20 @@ inline double median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
+// How many times longer one operation takes than another, and the seconds that each takes; a figure without
+// seconds is a ratio of something else.
+struct Comparison {
+  double ratio = 0;
+  double seconds = 0;
+  double against = 0;
+};
+
 // Several ways of doing the same, measured in turns: in every round each does as many operations as take it
 // 20 to 40 ms, and another one begins. What else runs on the machine then meets all of them, and the ratio of
 // two is taken within a round.
 class Contest {
  public:
-  // Runs so many operations, and returns the seconds that they took.
+  // Runs so many operations, and returns the seconds that they took, or that a part of each took.
   using Run = std::function<double(U64 count)>;
 
   struct Settings {
@@ -49,13 +57,12 @@ class Contest {
       }
   }
 
-  // How many times longer an operation of `a` takes than one of `b`.
-  double ratio(std::size_t a, std::size_t b) const {
+  Comparison compare(std::size_t a, std::size_t b) const {
+    std::vector<double> const& left = contestants_.at(a).secondsPerOperation;
+    std::vector<double> const& right = contestants_.at(b).secondsPerOperation;
     std::vector<double> ratios;
-    for (U32 round = 0; round < settings_.rounds; ++round)
-      ratios.push_back(contestants_.at(a).secondsPerOperation.at(round) /
-                       contestants_.at(b).secondsPerOperation.at(round));
-    return median(ratios);
+    for (std::size_t round = 0; round < left.size(); ++round) ratios.push_back(left[round] / right[round]);
+    return {median(ratios), median(left), median(right)};
   }
 
  private:
@@ -67,8 +74,7 @@ class Contest {
 
   // The first turn warms up and counts for nothing.
   void calibrate(Contestant& contestant) const {
-    for (double seconds = contestant.run(contestant.count); seconds < settings_.secondsPerTurn / 2;
-         seconds = contestant.run(contestant.count))
+    while (secondsOf([&] { contestant.run(contestant.count); }) < settings_.secondsPerTurn / 2)
       contestant.count *= 2;
   }
 

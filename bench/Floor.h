@@ -50,38 +50,18 @@ class FromSlab {
 // A record as drivers hand them over: counted, with virtual functions.
 class SlabEntry final : public Vorn::Entry, public FromSlab<SlabEntry> {
  public:
-  using Handle = Kes::Ptr<SlabEntry>;
   using Entry::Entry;
   using FromSlab::operator new;
   using FromSlab::operator delete;
 };
 
-// The same data without count or virtual functions. Nobody else could keep one.
-class SlabStruct : public FromSlab<SlabStruct> {
- public:
-  using Handle = std::unique_ptr<SlabStruct>;
-
-  SlabStruct(U32 qLen, Vorn::Microseconds timestamp) : timestamp_(timestamp), qLen_(qLen) {}
-  U32 qLen() const { return qLen_; }
-  void qLenIs(U32 qLen) { qLen_ = qLen; }
-  Vorn::Microseconds timestamp() const { return timestamp_; }
-  Vorn::Microseconds duration() const { return duration_; }
-  void durationIs(Vorn::Microseconds duration) { duration_ = duration; }
-
- private:
-  Vorn::Microseconds timestamp_;
-  Vorn::Microseconds duration_;
-  U32 qLen_;
-};
-
 // Append: array index, ring, slab record. Merge: array index, flat table from key to place in the ring.
-template <class Record>
-class RingLog {
+class FloorLog {
  public:
   static constexpr std::size_t firsts = 0;
   static constexpr std::size_t least = capacity;
 
-  explicit RingLog(Workload const& workload) : ports_(workload.ports()) {}
+  explicit FloorLog(Workload const& workload) : ports_(workload.ports()) {}
 
   void append(U32 port, U32 qLen, U64 timestamp) {
     ports_[port].add(Handle(new Record(qLen, Vorn::Microseconds(timestamp))), clock_->getUTCTime());
@@ -109,7 +89,8 @@ class RingLog {
   }
 
  private:
-  using Handle = typename Record::Handle;
+  using Record = SlabEntry;
+  using Handle = Kes::Ptr<Record>;
 
   struct Port {
     Kes::HashMap<U32, U32, Vorn::PortData::KeyHash> keys;
@@ -134,9 +115,6 @@ class RingLog {
   Vorn::Clock::Ptr const clock_ = Vorn::testClockFactory();
   std::vector<Port> ports_;
 };
-
-using FloorLog = RingLog<SlabEntry>;
-using StructFloorLog = RingLog<SlabStruct>;
 
 // Report: records that stand in order already, through the same writer into the same kind of stream.
 struct SortedRecord {

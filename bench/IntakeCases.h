@@ -14,9 +14,7 @@ namespace Bench {
 template <class Log>
 class AppendCase {
  public:
-  template <class... Args>
-  explicit AppendCase(Workload const& workload, Args&&... args)
-      : workload_(workload), log_(workload, std::forward<Args>(args)...) {}
+  explicit AppendCase(Workload const& workload) : workload_(workload), log_(workload) {}
 
   // So many records that every bound is reached.
   void fill() { run(workload_.ports() * U64{capacity} * 3 / 2); }
@@ -37,8 +35,6 @@ class AppendCase {
       checkHistory(workload_.recordsOf(port, next_), log_.kept(port), Log::firsts, Log::least);
   }
 
-  Log& log() { return log_; }
-
  private:
   Workload const& workload_;
   Log log_;
@@ -49,9 +45,7 @@ class AppendCase {
 template <class Log>
 class MergeCase {
  public:
-  template <class... Args>
-  explicit MergeCase(Workload const& workload, Args&&... args)
-      : workload_(workload), log_(workload, std::forward<Args>(args)...) {}
+  explicit MergeCase(Workload const& workload) : workload_(workload), log_(workload) {}
 
   // So many updates that every key of every interface has been met.
   void fill() { run(workload_.ports() * U64{8} * 20); }
@@ -86,8 +80,6 @@ class StealCase {
     recorder_->numSharedChunksIs(ports);
     addRounds(2 * Vorn::entriesPerChunk);
   }
-
-  U32 stealsPerPass() const { return workload_.ports(); }
 
   // Seconds that the appends of one pass took.
   double runPass() {

@@ -8,11 +8,10 @@
 
 namespace Bench {
 
-inline Vorn::CongestionData::Ptr newRecorder(
-    Vorn::Clock::Ptr const& clock = Vorn::testClockFactory(),
-    Vorn::PortMetaDataDumper::Ptr const& dumper = Kes::makePtr<Vorn::PortMetaDataDumper>()) {
-  return Kes::makePtr<Vorn::CongestionData>(Kes::makePtr<Vorn::Hardware::Status>(), clock,
-                                            Kes::makePtr<Vorn::Config>(), dumper);
+inline Vorn::CongestionData::Ptr newRecorder() {
+  return Kes::makePtr<Vorn::CongestionData>(Kes::makePtr<Vorn::Hardware::Status>(), Vorn::testClockFactory(),
+                                            Kes::makePtr<Vorn::Config>(),
+                                            Kes::makePtr<Vorn::PortMetaDataDumper>());
 }
 
 inline std::vector<Pylo::IntfId> interfaceIds(Workload const& workload) {
@@ -44,8 +43,7 @@ class RecorderLog {
   static constexpr std::size_t firsts = Vorn::entriesPerChunk;
   static constexpr std::size_t least = Vorn::entriesPerChunk;
 
-  explicit RecorderLog(Workload const& workload, Vorn::Clock::Ptr const& clock = Vorn::testClockFactory())
-      : ids_(interfaceIds(workload)), recorder_(newRecorder(clock)) {
+  explicit RecorderLog(Workload const& workload) : ids_(interfaceIds(workload)), recorder_(newRecorder()) {
     recorder_->numSharedChunksIs(workload.ports() * 25 / 16 + 1);
   }
 
@@ -62,9 +60,6 @@ class RecorderLog {
     Vorn::PortData::Ptr const log = recorder_->portData(ids_[port]);
     return log ? keptRecords(*log) : std::vector<Kept>();
   }
-
-  Vorn::CongestionData& recorder() { return *recorder_; }
-  std::vector<Pylo::IntfId> const& ids() const { return ids_; }
 
  private:
   std::vector<Pylo::IntfId> ids_;

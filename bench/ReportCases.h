@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,56 +9,10 @@
 #include "agent/LinuxEntry.h"
 #include "bench/Floor.h"
 #include "bench/RecorderLog.h"
-#include "bench/ReportLine.h"
 #include "bench/Workload.h"
 
 // Reports into /dev/null, and what they are checked against.
 namespace Bench {
-
-// A platform's record that does the least: one line "TIME,INTERFACE,QLEN,DURATION", with blanks in text
-// reports.
-class ReportEntry final : public Vorn::Entry {
- public:
-  using Entry::Entry;
-
-  Kes::S32 dumpEntry(Kes::VoidPtr file, Kes::CharPtrConst time, Kes::CharPtrConst intf,
-                     bool csv) const override {
-    return write(file, time, intf, csv ? ',' : ' ');
-  }
-  Kes::S32 dumpDrops(Kes::VoidPtr file, Kes::CharPtrConst time, Kes::CharPtrConst intf) const override {
-    return write(file, time, intf, ' ');
-  }
-
- private:
-  Kes::S32 write(Kes::VoidPtr file, char const* time, char const* intf, char separator) const {
-    bool const whole =
-        writeLine(static_cast<std::FILE*>(file), {time, intf, qLen(), duration().value()}, separator);
-    return whole ? 0 : -1;
-  }
-};
-
-// Makes the records of a report.
-using RecordMaker = Vorn::Entry::Ptr (*)(U32 qLen, Vorn::Microseconds timestamp);
-
-inline Vorn::Entry::Ptr plainRecord(U32 qLen, Vorn::Microseconds timestamp) {
-  return Kes::makePtr<ReportEntry>(qLen, timestamp);
-}
-
-// A record of the agent's, whose writers put out the lines that operators read.
-inline Vorn::Entry::Ptr agentRecord(U32 qLen, Vorn::Microseconds timestamp) {
-  Agent::CongestionUpdate const update{
-      .timestamp = timestamp.value(), .qLen = qLen, .peakBound = qLen + 12'000, .drainRate = 12'500'000};
-  return Kes::makePtr<Agent::LinuxEntry>(Agent::QueueKey{0}, /*handle=*/U32{0}, update);
-}
-
-class ReportDumper final : public Vorn::PortMetaDataDumper {
-  Kes::S32 dumpStartMetaData(Vorn::PortMetaData const* data, Kes::VoidPtr stream, bool) const override {
-    return std::fprintf(static_cast<std::FILE*>(stream), "start %s\n", data->intfId().shortName().charPtr()) >
-                   0
-               ? 0
-               : -1;
-  }
-};
 
 // A stream to nowhere with the buffer that the recorder gives to its own.
 class NullStream {
@@ -92,45 +45,24 @@ std::string writtenBy(Write write) {
   return written;
 }
 
-// A recorder that holds `records` records of `ports` interfaces, of which none was released.
+// A recorder that holds `records` records of `ports` interfaces, of which none was released: the agent's,
+// whose writers put out the lines that operators read.
 class ReportCase {
  public:
-  ReportCase(U32 ports, U64 records, RecordMaker make = &plainRecord)
-      : make_(make),
-        workload_(ports),
-        ids_(interfaceIds(workload_)),
-        recorder_(newRecorder(Vorn::testClockFactory(), Kes::makePtr<ReportDumper>())) {
+  ReportCase(U32 ports, U64 records) {
+    Workload const workload(ports);
+    std::vector<Pylo::IntfId> const ids = interfaceIds(workload);
     recorder_->numSharedChunksIs(static_cast<U32>(records / Vorn::entriesPerChunk) + ports);
     for (U64 n = 0; n < records; ++n) {
-      Pylo::IntfId const& id = ids_[workload_.port(n)];
-      Vorn::Entry::Ptr const entry = make_(Workload::qLen(n), time(n));
+      Agent::CongestionUpdate const update{.timestamp = Workload::timestamp(n),
+                                           .qLen = Workload::qLen(n),
+                                           .peakBound = Workload::qLen(n) + 12'000,
+                                           .drainRate = 12'500'000};
+      Pylo::IntfId const& id = ids[workload.port(n)];
+      Vorn::Entry::Ptr const entry =
+          Kes::makePtr<Agent::LinuxEntry>(Agent::QueueKey{0}, /*handle=*/U32{0}, update);
       recorder_->doAddToLog(id, entry);
       sorted_.push_back({entry, id.shortName().str()});
-    }
-  }
-
-  // Every interface gets a queue with a counter and a start: one after the other, all before the first
-  // record.
-  void addMetaData() {
-    U64 start = 0;
-    for (Pylo::IntfId const& id : ids_) {
-      Vorn::PortMetaData::Ptr const queue = Vorn::portMetaDataFactory(1, id);
-      queue->counterIs(1);
-      queue->timeOfCongestionStartIs(Vorn::Microseconds(++start));
-      recorder_->portDataIs(id)->portMetaDataIs(queue);
-    }
-    withStarts_ = true;
-  }
-  // Records of the global buffer stand among the others, each with the time of one of them. Not 500: a text
-  // report leaves out a full log.
-  static constexpr U64 globalRecords = 400;
-  void addGlobalRecords() {
-    recorder_->allocateGlobalChunk();
-    for (U64 n = 0; n < globalRecords; ++n) {
-      U64 const twin = n * (sorted_.size() / globalRecords);
-      Vorn::Entry::Ptr const entry = make_(Workload::qLen(n), time(twin));
-      recorder_->doAddToGlobalLog(entry);
-      globalTwins_[twin] = entry;
     }
   }
 
@@ -139,55 +71,16 @@ class ReportCase {
   }
   void floor(std::FILE* out, bool csv) const { writeSorted(sorted_, out, csv); }
 
-  // The report is the date and then, in order: the starts, the records, and those of the global buffer each
-  // behind the record of the same time; the other way round in text, but for the latter.
+  // Both write the same lines.
   void check(bool csv, char const* command) const {
-    checkReport(command, writtenBy([&](std::FILE* out) {
-                  if (csv) writeStarts(out, ids_.begin(), ids_.end());
-                  writeRecords(out, csv);
-                  if (!csv) writeStarts(out, ids_.rbegin(), ids_.rend());
-                }));
-    if (!withStarts_ && globalTwins_.empty())
-      checkReport(command, writtenBy([&](std::FILE* out) { floor(out, csv); }));
-  }
-  // The counters of all queues.
-  void checkStatistics() const {
-    std::string lines;
-    for (Pylo::IntfId const& id : ids_) lines += id.shortName().str() + ", 1, 1\n";
-    checkReport("-c", lines + "\nGlobal Hit Count = 0\n");
-  }
-
-  U64 records() const { return sorted_.size(); }
-  Workload const& workload() const { return workload_; }
-  std::vector<Pylo::IntfId> const& ids() const { return ids_; }
-
- private:
-  void checkReport(char const* command, std::string const& lines) const {
+    std::string const lines = writtenBy([&](std::FILE* out) { floor(out, csv); });
     std::string const whole = writtenBy([&](std::FILE* out) { report(out, command); });
     expect(whole == "\nReport generated at 0.000000\n" + lines, std::string("report ") + command);
   }
-  template <class Iterator>
-  void writeStarts(std::FILE* out, Iterator begin, Iterator end) const {
-    for (; withStarts_ && begin != end; ++begin)
-      std::fprintf(out, "start %s\n", begin->shortName().charPtr());
-  }
-  void writeRecords(std::FILE* out, bool csv) const {
-    for (U64 i = 0; i < sorted_.size(); ++i) {
-      U64 const n = csv ? i : sorted_.size() - 1 - i;
-      writeSorted({sorted_[n]}, out, csv);
-      if (auto const twin = globalTwins_.find(n); twin != globalTwins_.end())
-        writeSorted({{twin->second, "N/A"}}, out, csv);
-    }
-  }
-  static Vorn::Microseconds time(U64 n) { return Vorn::Microseconds(Workload::timestamp(n)); }
 
-  RecordMaker make_;
-  Workload workload_;
-  std::vector<Pylo::IntfId> ids_;
-  Vorn::CongestionData::Ptr recorder_;
+ private:
+  Vorn::CongestionData::Ptr const recorder_ = newRecorder();
   std::vector<SortedRecord> sorted_;
-  std::map<U64, Vorn::Entry::Ptr> globalTwins_;  // by the number of the record with the same time
-  bool withStarts_ = false;
 };
 
 }  // namespace Bench

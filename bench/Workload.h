@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -19,12 +18,6 @@ using Kes::U32;
 using Kes::U64;
 
 class WrongResult : public std::runtime_error {
- public:
-  using runtime_error::runtime_error;
-};
-
-// A benchmark that cannot run here, with the reason.
-class Skipped : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
 };
@@ -52,28 +45,17 @@ struct Kept {
 // How many records each log keeps an interface, as near as its structure allows.
 constexpr U32 capacity = 1024;
 
-// Which interfaces get the records: at random all alike, at random the lower eighth half of them and so on
-// downwards, or each in its turn, as a driver brings them that looks at one interface after the other.
-enum class Spread { uniform, skewed, inTurn };
-
 // An endless stream of records for a number of interfaces: the n-th goes to port(n), qLen(n) long, and starts
-// at timestamp(n), a microsecond after the one before. A random order of interfaces is the same in every run;
-// any repeats itself after a million records.
+// at timestamp(n), a microsecond after the one before. The order of interfaces is random, the same in every
+// run, and repeats itself after a million records.
 class Workload {
  public:
-  explicit Workload(U32 ports, Spread spread = Spread::uniform) : order_(orderSize) {
+  explicit Workload(U32 ports) : order_(orderSize) {
     for (U32 port = 0; port < ports; ++port)
       names_.push_back("Ethernet" + std::to_string(port / 4 + 1) + '/' + std::to_string(port % 4 + 1));
     std::mt19937 random(1);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
-    for (std::size_t n = 0; n < orderSize; ++n) {
-      double const x = unit(random);
-      switch (spread) {
-        case Spread::uniform: order_[n] = static_cast<U16>(x * ports); break;
-        case Spread::skewed: order_[n] = static_cast<U16>(std::pow(x, 3.0) * ports); break;
-        case Spread::inTurn: order_[n] = static_cast<U16>(n % ports); break;
-      }
-    }
+    for (U16& port : order_) port = static_cast<U16>(unit(random) * ports);
   }
 
   U32 ports() const { return static_cast<U32>(names_.size()); }

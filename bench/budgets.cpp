@@ -4,18 +4,20 @@
 //   budgets --smoke    small sizes and one round: shows that everything can be measured, and no figure
 //                      means anything
 //
+// A line is what is measured, the ratio, the budget, whether it is kept, and the nanoseconds of both sides:
+// of an operation, of a line of a report, of a selection of interfaces.
+//
 // Exits with 0 when all could be measured, whatever the figures are: they inform, and gate nothing; with 77
 // when a line says why it could not, and with 1 when a result was wrong.
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include "bench/BudgetTable.h"
 #include "bench/ChildProcess.h"
 #include "bench/Contest.h"
 #include "bench/FilterCases.h"
@@ -31,21 +33,32 @@ namespace {
 
 using namespace Bench;
 
-struct Size {
-  U32 ports;
-  double csvBudget;
-  double textBudget;
-};
+// What one contest measured, in the order of its lines.
+using Measured = std::array<Comparison, 3>;
 
+struct AppendBudget {
+  U32 ports;
+  double floor;
+  double deque;  // times faster
+  bool spdlog;
+};
+struct MergeBudget {
+  U32 ports;
+  double floor;
+};
+struct ReportBudget {
+  U32 ports;
+  double floor;
+};
 struct FilterBudget {
   Patterns const& patterns;
-  double budget;
+  double compilingEach;  // times faster
 };
 
-constexpr FilterBudget filterBudgets[] = {{bracketPatterns, 150}, {literalNames, 5}, {prefixPatterns, 5}};
-
-// What one contest measured, in the order of its lines.
-using Measured = std::array<double, 4>;
+constexpr AppendBudget appendBudgets[] = {{64, 1.6, 4, true}, {512, 1.2, 4, false}, {4096, 1.4, 3.5, false}};
+constexpr MergeBudget mergeBudgets[] = {{1, 1.6}, {64, 2.0}, {512, 2.0}};
+constexpr ReportBudget reportBudgets[] = {{128, 1.4}, {1024, 1.6}, {4096, 2.1}};
+constexpr FilterBudget filterBudgets[] = {{bracketPatterns, 150}, {literalNames, 50}, {prefixPatterns, 50}};
 
 class Budgets {
  public:
@@ -55,56 +68,73 @@ class Budgets {
   bool run() {
     if (smoke_) std::printf("smoke test: the figures below mean nothing\n");
     addMemory();
-    for (U32 const ports : sizes({64, 512, 4096})) addAppend(ports);
-    addScaling();
-    for (U32 const ports : sizes({1, 64, 512})) addMerge(ports);
+    for (AppendBudget const& budget : sizes(appendBudgets)) addAppend(budget);
+    addGrowth();
+    for (MergeBudget const& budget : sizes(mergeBudgets)) addMerge(budget);
     addSteal();
-    for (Size const& size : reportSizes()) addReports(size);
-    for (FilterBudget const& filter : filterBudgets) addFilter(filter);
-    return table_.finish();
+    for (ReportBudget const& budget : sizes(reportBudgets)) addReports(budget);
+    for (FilterBudget const& budget : filterBudgets) addFilter(budget);
+    if (notMeasured_ > 0) std::printf("not measured: %u\n", notMeasured_);
+    std::printf("budgets: %u ok, %u over\n", ok_, over_);
+    return notMeasured_ == 0;
   }
 
  private:
   // The lines of the table.
   void addMemory();
-  void addAppend(U32 ports);
-  void addScaling();
-  void addMerge(U32 ports);
+  void addAppend(AppendBudget const& budget);
+  void addGrowth();
+  void addMerge(MergeBudget const& budget);
   void addSteal();
-  void addReports(Size const& size);
+  void addReports(ReportBudget const& budget);
   void addFilter(FilterBudget const& budget);
 
   // What stands in them.
   Measured measureAppend(U32 ports) const;
-  Measured measureScaling(U32 few, U32 many) const;
+  Measured measureGrowth(U32 few, U32 many) const;
   Measured measureMerge(U32 ports) const;
   Measured measureSteal() const;
   Measured measureReports(U32 ports) const;
-  double measureReport(ReportCase const& reports, bool csv) const;
   Measured measureFilter(Patterns const& patterns) const;
+
+  void line(std::string const& name, Comparison const& figure, char const* sense, double budget, bool kept) {
+    std::printf("%-68s %9.2f  %8s %5g  %-4s", name.c_str(), figure.ratio, sense, budget,
+                kept ? "ok" : "over");
+    if (figure.seconds > 0) std::printf("  %9.1f / %.1f ns", figure.seconds * 1e9, figure.against * 1e9);
+    std::printf("\n");
+    ++(kept ? ok_ : over_);
+  }
+  void atMost(std::string const& name, Comparison const& figure, double budget) {
+    line(name, figure, "at most", budget, figure.ratio <= budget);
+  }
+  // Of what is slower, against the recorder.
+  void timesFaster(std::string const& name, Comparison const& figure, double budget) {
+    line(name + ", times faster", figure, "at least", budget, figure.ratio >= budget);
+  }
 
   // The medians over several processes: where things lie in memory differs from one to the next, and moves a
   // ratio more than anything that differs between the rounds of one.
   template <class Measure>
   Measured medians(Measure measure) const {
-    std::array<std::vector<double>, std::tuple_size_v<Measured>> all;
-    for (U32 process = 0; process < (smoke_ ? 1U : 5U); ++process) {
-      Measured const measured = resultOfChild(measure);
-      for (std::size_t i = 0; i < measured.size(); ++i) all[i].push_back(measured[i]);
-    }
+    std::vector<Measured> all;
+    for (U32 process = 0; process < (smoke_ ? 1U : 5U); ++process) all.push_back(resultOfChild(measure));
     Measured result;
-    std::transform(all.begin(), all.end(), result.begin(), median);
+    for (std::size_t i = 0; i < result.size(); ++i)
+      for (double Comparison::*const figure :
+           {&Comparison::ratio, &Comparison::seconds, &Comparison::against}) {
+        std::vector<double> values;
+        for (Measured const& measured : all) values.push_back(measured[i].*figure);
+        result[i].*figure = median(values);
+      }
     return result;
   }
 
-  // A smoke test takes the first size only.
-  std::vector<U32> sizes(std::vector<U32> all) const {
-    if (smoke_) all = {std::min(all.front(), 8U)};
+  // A smoke test takes the first size only, and makes it small.
+  template <class Budget, std::size_t count>
+  std::vector<Budget> sizes(Budget const (&budgets)[count]) const {
+    std::vector<Budget> all(budgets, budgets + count);
+    if (smoke_) all.resize(1), all[0].ports = std::min(all[0].ports, 8U);
     return all;
-  }
-  std::vector<Size> reportSizes() const {
-    if (smoke_) return {{8, 1.5, 1.4}};
-    return {{128, 1.5, 1.4}, {1024, 1.6, 1.5}, {4096, 2.3, 2.0}};
   }
   Contest newContest() const { return Contest(smoke_ ? Contest::Settings{1, 0.0} : Contest::Settings{}); }
   static std::string nameOf(std::string const& what, U32 ports, std::string const& against) {
@@ -113,14 +143,16 @@ class Budgets {
   }
 
   bool const smoke_;
-  BudgetTable table_;
+  U32 ok_ = 0;
+  U32 over_ = 0;
+  U32 notMeasured_ = 0;
 };
 
 void Budgets::addMemory() {
   U64 const rounds = (smoke_ ? 4 : 40) * U64{Vorn::entriesPerChunk};
-  Measured const bytes = medians([&] { return Measured{bytesPerRetainedRecord(rounds)}; });
-  table_.atMost("resident bytes a retained record", bytes[0], 52);
-  table_.atMost("sizeof(Chunk)", sizeof(Vorn::Chunk), 4096);
+  atMost("resident bytes a retained record",
+         medians([&] { return Measured{{{bytesPerRetainedRecord(rounds)}}}; })[0], 52);
+  atMost("sizeof(Chunk)", {sizeof(Vorn::Chunk)}, 4096);
 }
 
 // A log that takes part in the append contest.
@@ -143,20 +175,17 @@ class Appender {
   std::size_t number_ = 0;
 };
 
-void Budgets::addAppend(U32 ports) {
-  auto const name = [&](char const* against) { return nameOf("append", ports, against); };
-  Measured const ratios = medians([&] { return measureAppend(ports); });
-  table_.atMost(name("array, ring and slab"), ratios[0], 1.5);
-  table_.atLeast(name("map of deques, times faster"), ratios[1], 5);
-#ifdef VORN_BENCH_BOOST
-  table_.atLeast(name("map of circular buffers, times faster"), ratios[2], 5);
-#else
-  table_.notMeasured(name("map of circular buffers"), "built without Boost");
-#endif
+void Budgets::addAppend(AppendBudget const& budget) {
+  auto const name = [&](char const* against) { return nameOf("append", budget.ports, against); };
+  Measured const figures = medians([&] { return measureAppend(budget.ports); });
+  atMost(name("array, ring and slab"), figures[0], budget.floor);
+  timesFaster(name("map of deques"), figures[1], budget.deque);
+  if (!budget.spdlog) return;
 #ifdef VORN_BENCH_SPDLOG
-  table_.atLeast(name("ring-buffer log sink, times faster"), ratios[3], 4);
+  timesFaster(name("ring-buffer log sink"), figures[2], 5);
 #else
-  table_.notMeasured(name("ring-buffer log sink"), "built without spdlog");
+  std::printf("%-68s not measured: built without spdlog\n", name("ring-buffer log sink").c_str());
+  ++notMeasured_;
 #endif
 }
 
@@ -166,52 +195,47 @@ Measured Budgets::measureAppend(U32 ports) const {
   Appender<FloorLog> floor(contest, workload, smoke_);
   Appender<RecorderLog> recorder(contest, workload, smoke_);
   Appender<DequeLog> deque(contest, workload, smoke_);
-#ifdef VORN_BENCH_BOOST
-  Appender<CircularBufferLog> circular(contest, workload, smoke_);
-#endif
 #ifdef VORN_BENCH_SPDLOG
   Appender<SpdlogLog> spdlog(contest, workload, smoke_);
 #endif
   contest.run();
-
   floor.check();
   recorder.check();
   deque.check();
-  Measured ratios{contest.ratio(recorder.number(), floor.number()),
-                  contest.ratio(deque.number(), recorder.number())};
-#ifdef VORN_BENCH_BOOST
-  circular.check();
-  ratios[2] = contest.ratio(circular.number(), recorder.number());
-#endif
+  Measured figures{contest.compare(recorder.number(), floor.number()),
+                   contest.compare(deque.number(), recorder.number())};
 #ifdef VORN_BENCH_SPDLOG
   spdlog.check();
-  ratios[3] = contest.ratio(spdlog.number(), recorder.number());
+  figures[2] = contest.compare(spdlog.number(), recorder.number());
 #endif
-  return ratios;
+  return figures;
 }
 
-void Budgets::addScaling() {
+void Budgets::addGrowth() {
   U32 const few = smoke_ ? 4 : 64;
   U32 const many = smoke_ ? 8 : 4096;
-  table_.atMost("append, " + std::to_string(many) + " interfaces / " + std::to_string(few),
-                medians([&] { return measureScaling(few, many); })[0], 3);
+  std::string const name = "append, from " + std::to_string(few) + " to " + std::to_string(many);
+  atMost(name + " interfaces / growth of the floor", medians([&] { return measureGrowth(few, many); })[0], 1);
 }
 
-Measured Budgets::measureScaling(U32 few, U32 many) const {
+Measured Budgets::measureGrowth(U32 few, U32 many) const {
   Workload const fewInterfaces(few);
   Workload const manyInterfaces(many);
   Contest contest = newContest();
   Appender<RecorderLog> atFew(contest, fewInterfaces, smoke_);
   Appender<RecorderLog> atMany(contest, manyInterfaces, smoke_);
+  Appender<FloorLog> floorAtFew(contest, fewInterfaces, smoke_);
+  Appender<FloorLog> floorAtMany(contest, manyInterfaces, smoke_);
   contest.run();
   atFew.check();
   atMany.check();
-  return {contest.ratio(atMany.number(), atFew.number())};
+  return {{{contest.compare(atMany.number(), atFew.number()).ratio /
+            contest.compare(floorAtMany.number(), floorAtFew.number()).ratio}}};
 }
 
-void Budgets::addMerge(U32 ports) {
-  table_.atMost(nameOf("merge, 8 keys", ports, "array and flat key table"),
-                medians([&] { return measureMerge(ports); })[0], 1.5);
+void Budgets::addMerge(MergeBudget const& budget) {
+  atMost(nameOf("merge, 8 keys", budget.ports, "array and flat key table"),
+         medians([&] { return measureMerge(budget.ports); })[0], budget.floor);
 }
 
 Measured Budgets::measureMerge(U32 ports) const {
@@ -226,12 +250,12 @@ Measured Budgets::measureMerge(U32 ports) const {
   contest.run();
   floorCase.check();
   recorderCase.check();
-  return {contest.ratio(recorder, floor)};
+  return {contest.compare(recorder, floor)};
 }
 
 void Budgets::addSteal() {
-  table_.atMost("append that takes a full chunk / releasing 500 records",
-                medians([&] { return measureSteal(); })[0], 1.5);
+  atMost("append that takes a full chunk / releasing 500 records", medians([&] { return measureSteal(); })[0],
+         1.2);
 }
 
 // Both count in passes, one chunk an interface.
@@ -239,53 +263,58 @@ Measured Budgets::measureSteal() const {
   U32 const ports = smoke_ ? 4 : 64;
   StealCase stealCase(ports);
   ReleaseCase releaseCase(ports);
-  auto const passes = [](auto& rig) {
-    return [&rig](U64 count) {
+  auto const passes = [ports](auto& rig) {
+    return [&rig, ports](U64 count) {
       double seconds = 0;
-      for (U64 pass = 0; pass < count; ++pass) seconds += rig.runPass();
+      for (U64 pass = 0; pass < count; ++pass) seconds += rig.runPass() / ports;
       return seconds;
     };
   };
   Contest contest = newContest();
-  std::size_t const release = contest.add(passes(releaseCase));
-  std::size_t const steal = contest.add(passes(stealCase));
+  std::size_t const release = contest.add(passes(releaseCase), 50);
+  std::size_t const steal = contest.add(passes(stealCase), 50);
   contest.run();
   stealCase.check();
-  return {contest.ratio(steal, release)};
+  return {contest.compare(steal, release)};
 }
 
-void Budgets::addReports(Size const& size) {
-  Measured const ratios = medians([&] { return measureReports(size.ports); });
-  table_.atMost(nameOf("CSV report", size.ports, "presorted records"), ratios[0], size.csvBudget);
-  table_.atMost(nameOf("text report", size.ports, "presorted records"), ratios[1], size.textBudget);
+// Seconds that an operation takes so many times.
+template <class Operation>
+auto times(U64 parts, Operation operation) {
+  return [parts, operation](U64 count) {
+    double const seconds = secondsOf([&] {
+      for (U64 i = 0; i < count; ++i) operation();
+    });
+    return seconds / static_cast<double>(parts);
+  };
+}
+
+void Budgets::addReports(ReportBudget const& budget) {
+  Measured const figures = medians([&] { return measureReports(budget.ports); });
+  atMost(nameOf("CSV report", budget.ports, "presorted records"), figures[0], budget.floor);
+  atMost(nameOf("text report", budget.ports, "presorted records"), figures[1], budget.floor);
 }
 
 Measured Budgets::measureReports(U32 ports) const {
-  ReportCase const reports(ports, smoke_ ? 5000 : 100'000, &agentRecord);
-  return {measureReport(reports, /*csv=*/true), measureReport(reports, /*csv=*/false)};
-}
-
-double Budgets::measureReport(ReportCase const& reports, bool csv) const {
-  char const* const command = csv ? "csv" : "";
-  reports.check(csv, command);
+  U64 const lines = smoke_ ? 5000 : 100'000;
+  ReportCase const reports(ports, lines);
   NullStream const stream;
-  auto const times = [](auto write) {
-    return [write](U64 count) {
-      return secondsOf([&] {
-        for (U64 i = 0; i < count; ++i) write();
-      });
-    };
-  };
-  Contest contest = newContest();
-  std::size_t const floor = contest.add(times([&] { reports.floor(stream.get(), csv); }));
-  std::size_t const recorder = contest.add(times([&] { reports.report(stream.get(), command); }));
-  contest.run();
-  return contest.ratio(recorder, floor);
+  Measured figures{};
+  for (bool const csv : {true, false}) {
+    char const* const command = csv ? "csv" : "";
+    reports.check(csv, command);
+    Contest contest = newContest();
+    std::size_t const floor = contest.add(times(lines, [&] { reports.floor(stream.get(), csv); }));
+    std::size_t const recorder = contest.add(times(lines, [&] { reports.report(stream.get(), command); }));
+    contest.run();
+    figures[csv ? 0 : 1] = contest.compare(recorder, floor);
+  }
+  return figures;
 }
 
 void Budgets::addFilter(FilterBudget const& budget) {
-  table_.atLeast(std::string("filter, ") + budget.patterns.name + " / compiling each test, times faster",
-                 medians([&] { return measureFilter(budget.patterns); })[0], budget.budget);
+  timesFaster(std::string("filter, ") + budget.patterns.name + " / compiling each test",
+              medians([&] { return measureFilter(budget.patterns); })[0], budget.compilingEach);
 }
 
 Measured Budgets::measureFilter(Patterns const& patterns) const {
@@ -293,19 +322,12 @@ Measured Budgets::measureFilter(Patterns const& patterns) const {
   filter.check();
   // Nothing of what is selected may be left out by the compiler.
   std::size_t selected = 0;
-  auto const times = [&selected](auto select) {
-    return [&selected, select](U64 count) {
-      return secondsOf([&] {
-        for (U64 i = 0; i < count; ++i) selected += select().size();
-      });
-    };
-  };
   Contest contest = newContest();
-  std::size_t const each = contest.add(times([&] { return filter.selectCompilingEach(); }));
-  std::size_t const once = contest.add(times([&] { return filter.select(); }));
+  std::size_t const each = contest.add(times(1, [&] { selected += filter.selectCompilingEach().size(); }));
+  std::size_t const once = contest.add(times(1, [&] { selected += filter.select().size(); }));
   contest.run();
   expect(selected > 0, "selected interfaces");
-  return {contest.ratio(each, once)};
+  return {contest.compare(each, once)};
 }
 
 }  // namespace
