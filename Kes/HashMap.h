@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Kes/Types.h"
+#include "Kes/Walkable.h"
 
 namespace Kes {
 
@@ -26,7 +27,7 @@ class HashMap {
   };
 
   // Position in the map. Deleting at it leaves it on the entry that comes next.
-  class Iterator {
+  class Iterator : public Walkable<Iterator> {
    public:
     explicit operator bool() const { return index_ < map_->entries_.size(); }
     Key const& key() const { return map_->entries_[index_].key; }

@@ -7,6 +7,7 @@
 
 #include "Kes/Exception.h"
 #include "Kes/Types.h"
+#include "Kes/Walkable.h"
 
 namespace Kes {
 
@@ -28,7 +29,7 @@ class LinkQueue {
   using Nodes = std::list<Node>;
 
   // Position in a queue, from oldest to newest. Valid until its node is removed other than through it.
-  class Iterator {
+  class Iterator : public Walkable<Iterator> {
    public:
     explicit operator bool() const { return at_ != nodes_->end(); }
     U32 key() const { return at_->key; }

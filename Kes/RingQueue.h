@@ -6,6 +6,7 @@
 
 #include "Kes/Exception.h"
 #include "Kes/Types.h"
+#include "Kes/Walkable.h"
 
 namespace Kes {
 
@@ -24,7 +25,7 @@ class RingQueue {
   static constexpr U32 explicitCapacityLimit = 1U << 24;
 
   // Visits the elements from head to tail, holes left out. Valid until the queue changes.
-  class Iterator {
+  class Iterator : public Walkable<Iterator> {
    public:
     explicit operator bool() const { return at_ != queue_->tail_; }
     U32 key() const { return static_cast<U32>(at_); }

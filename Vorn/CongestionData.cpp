@@ -27,10 +27,10 @@ std::optional<std::string> const& numSharedChunksSetting() {
 // links between chunks no longer keep each other alive. Releasing records runs the host's code, so no chunk
 // may name the old owner any more by then, and one that has found a new owner meanwhile is left alone.
 void endLog(PortData& port) {
-  for (PortData::ChunkIterator i = port.chunkIterator(); i; ++i) {
-    (*i)->prevChunkIs(nullptr);
-    (*i)->nextChunkIs(nullptr);
-    (*i)->intfIdIs(Pylo::IntfId());
+  for (Chunk::Ptr const& chunk : port.chunkIterator()) {
+    chunk->prevChunkIs(nullptr);
+    chunk->nextChunkIs(nullptr);
+    chunk->intfIdIs(Pylo::IntfId());
   }
   port.entryIndexDelAll();
   port.chunkTobeMergedIs(nullptr);
@@ -120,8 +120,8 @@ void CongestionData::allocateGlobalChunk() {
 
 std::string CongestionData::checkInvariants() const {
   std::unordered_set<Chunk const*> pooled;
-  for (ChunkArray::Iterator i = chunkArrayIterator(); i; ++i)
-    if (!pooled.insert((*i).get()).second) return "a chunk stands in the pool twice";
+  for (Chunk::Ptr const& chunk : chunkArrayIterator())
+    if (!pooled.insert(chunk.get()).second) return "a chunk stands in the pool twice";
   std::unordered_set<Chunk const*> held;
   for (auto const& [intfId, port] : portData_) {
     if (port->intfId() != intfId) return "a log stands under another interface's name";

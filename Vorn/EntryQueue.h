@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Kes/ArrayQueue.h"
+#include "Kes/Walkable.h"
 #include "Vorn/Entry.h"
 #include "Vorn/EntryIndex.h"
 
@@ -35,7 +36,7 @@ class VORN_EXPORT EntryQueue {
 
   // Visits the slots that hold a record, from the head to the tail. Valid until the queue changes other than
   // by entryDel on this iterator.
-  class EntryIterator {
+  class EntryIterator : public Kes::Walkable<EntryIterator> {
    public:
     explicit operator bool() const { return left_ > 0; }
     EntryIndex key() const { return EntryIndex(static_cast<Kes::U16>(slot_)); }

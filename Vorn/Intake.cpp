@@ -42,6 +42,9 @@ inline bool merge(Entry& matched, Entry const& entry, Microseconds coalesceTime)
   return true;
 }
 
+// As many as fit into a second-level cache of 1 MiB, as measured.
+constexpr std::size_t cachedInterfaces = 128;
+
 constexpr char addOperation[] =
     "const Vorn::Microseconds Vorn::CongestionData::doAddToLog(Pylo::IntfId, const Ptr&)";
 
@@ -72,10 +75,12 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
                                                                   Entry::Ptr const& entry,
                                                                   Kes::U32 const* entryKey) {
   // Nothing is held: up to the slot nothing of the host's runs but its clock, which changes nothing.
-  // Where the slot is stands with the chunk's count, which may be as far away as the slot itself.
+  // Where the slot is stands with the chunk's count, which may be as far away as the slot itself: it is
+  // fetched ahead, unless there are so few interfaces that the caches hold all.
   Entry const& record = *entry;
   Chunk* const tailChunk = port.chunkTail();
-  if (tailChunk != nullptr) tailChunk->entrySlots().prefetch(port.nextSlot());
+  if (portData_.size() > cachedInterfaces && tailChunk != nullptr)
+    tailChunk->entrySlots().prefetch(port.nextSlot());
   // What fails for lack of memory fails before the record is in the log.
   if (entryKey != nullptr) port.entryIndexReserve();
   Kes::Seconds const now = clock_->getUTCTime();

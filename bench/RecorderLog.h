@@ -22,16 +22,16 @@ inline std::vector<Pylo::IntfId> interfaceIds(Workload const& workload) {
 
 inline std::vector<Kept> keptRecords(Vorn::PortData const& port) {
   std::vector<Kept> records;
-  for (auto chunk = port.chunkIterator(); chunk; ++chunk)
-    for (auto entry = (*chunk)->entryIterator(); entry; ++entry)
-      records.push_back({(*entry)->timestamp().value(), (*entry)->duration().value(), (*entry)->qLen()});
+  for (Vorn::Chunk::Ptr const& chunk : port.chunkIterator())
+    for (Vorn::Entry::Ptr const& entry : chunk->entryIterator())
+      records.push_back({entry->timestamp().value(), entry->duration().value(), entry->qLen()});
   return records;
 }
 
 inline U64 retainedRecords(Vorn::CongestionData const& recorder) {
   U64 records = 0;
   for (auto const& [intfId, port] : recorder.portDataMap())
-    for (auto chunk = port->chunkIterator(); chunk; ++chunk) records += (*chunk)->entrys();
+    for (Vorn::Chunk::Ptr const& chunk : port->chunkIterator()) records += chunk->entrys();
   return records;
 }
 

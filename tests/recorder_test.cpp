@@ -263,7 +263,7 @@ TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
   chunk->entryEnq(record(1, 1));
   chunk->entryMetadataIs({chunk->entryMetadata().head, 3});
   U32 met = 0;
-  for (auto i = chunk->entryIterator(); i; ++i) met += *i ? 1U : 100U;
+  for (Vorn::Entry::Ptr const& entry : chunk->entryIterator()) met += entry ? 1U : 100U;
   EXPECT_EQ(met, 1U);
 }
 

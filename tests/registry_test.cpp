@@ -359,7 +359,8 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
                             string(Kes::nameOf(operation.code));
         auto const line = lines.extract(name);
         ASSERT_TRUE(line) << name;
-        auto const& [arguments, run] = line.mapped();
+        string const& arguments = line.mapped().first;
+        auto const& run = line.mapped().second;
         auto const outcome = [&](bool byName) {
           World world;
           GenericIf::Ptr const subject = world.subject(*type);

@@ -11,19 +11,19 @@ namespace {
 
 // The oldest record that an interface still holds; null when it holds none.
 Entry::Ptr oldestEntry(PortData const& port) {
-  for (PortData::ChunkIterator i = port.chunkIterator(); i; ++i)
-    if (EntryQueue::EntryIterator first = (*i)->entryIterator()) return *first;
+  for (Chunk::Ptr const& chunk : port.chunkIterator())
+    for (Entry::Ptr const& entry : chunk->entryIterator()) return entry;
   return nullptr;
 }
 
 void addStartRecords(PortData const& port, std::vector<PortMetaData::Ptr>& startRecords) {
   Entry::Ptr const oldest = oldestEntry(port);
   if (!oldest) return;
-  for (auto i = port.portMetaDataIterator(); i; ++i) {
-    Microseconds const start = (*i)->timeOfCongestionStart();
+  for (PortMetaData::Ptr const& record : port.portMetaDataIterator()) {
+    Microseconds const start = record->timeOfCongestionStart();
     if (start == Microseconds(0) || start >= oldest->timestamp()) continue;
     VORN_TRACE(6, "Metadata overwritten for port " << port.intfId());
-    startRecords.push_back(*i);
+    startRecords.push_back(record);
   }
 }
 

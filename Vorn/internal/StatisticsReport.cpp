@@ -40,7 +40,7 @@ void writeStatisticsReport(CongestionData const& recorder, ReportFrame const& fr
   frame.begin(recorder.clock()->getUTCTime());
   std::vector<PortMetaData::Ptr> records;
   for (auto const& [intfId, port] : recorder.portDataMap())
-    for (auto i = port->portMetaDataIterator(); i; ++i) records.push_back(*i);
+    for (PortMetaData::Ptr const& record : port->portMetaDataIterator()) records.push_back(record);
   std::sort(records.begin(), records.end(), statisticsOrder);
   for (PortMetaData::Ptr const& record : records) {
     if (record->counter() == 0) continue;
