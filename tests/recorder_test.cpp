@@ -272,6 +272,7 @@ TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   EXPECT_EQ(raised([&] { recorder->doAddToLog(Pylo::IntfId("A1"), none); }), "null ValidPtr");
   EXPECT_EQ(raised([&] { recorder->updateEntry(Pylo::IntfId("A1"), none, us(1), 1); }), "null ValidPtr");
   EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(record(1, 1)); }), "null ValidPtr");
+  EXPECT_EQ(raised([&] { recorder->chunkArrayEnq(nullptr); }), "null ValidPtr");
   recorder->allocateGlobalChunk();
   EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(none); }), "null ValidPtr");
   EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 0U);

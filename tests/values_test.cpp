@@ -88,7 +88,8 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
   using Enabled = Vorn::Config::Enabled;
   auto const config = Kes::makePtr<Vorn::Config>();
   auto const status = Kes::makePtr<Vorn::Hardware::Status>();
-  for (bool const byDefault : {false, true}) {
+  EXPECT_FALSE(Vorn::isVornEnabled(config, status));
+  for (bool const byDefault : {true, false}) {
     status->vornEnabledByDefaultIs(byDefault);
     config->enabledIs(Enabled::notConfigured);
     EXPECT_EQ(Vorn::isVornEnabled(config, status), byDefault);
