@@ -30,6 +30,11 @@ void* allocated(std::size_t size, std::size_t alignment) {
 [[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
   return allocated(size, static_cast<std::size_t>(alignment));
 }
+[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept try {
+  return allocated(size, 16);
+} catch (std::bad_alloc const&) {
+  return nullptr;
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
