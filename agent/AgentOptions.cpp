@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "Kes/Trace.h"
-#include "agent/Protocol.h"
+#include "agent/base/Protocol.h"
 
 namespace Agent {
 
