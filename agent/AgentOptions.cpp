@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "Kes/Trace.h"
+#include "agent/base/PoolLimit.h"
 #include "agent/base/Protocol.h"
 
 namespace Agent {

@@ -20,6 +20,7 @@
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/Journal.h"
+#include "agent/base/PoolLimit.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/serve/CommandServer.h"

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "Kes/Types.h"
+#include "agent/record/CongestionUpdate.h"
 
 namespace Agent {
 
@@ -29,25 +30,6 @@ class DrainRate {
  private:
   Kes::U64 bytes_ = 0;
   Kes::U64 microseconds_ = 0;
-};
-
-// What the recorder is to be told after a reading.
-struct CongestionUpdate {
-  bool begins = false;  // the first update of a burst
-  bool ends = false;    // the last one; both for a burst that was seen by its drops only
-  // The start of the burst in its first update, afterwards the moment up to which it is known to have lasted.
-  Kes::U64 timestamp = 0;
-  // The gap up to which the update belongs to the record before it.
-  Kes::U64 coalesceTime = 0;
-  // The longest backlog sampled in this burst so far, in bytes, and what the true peak cannot have exceeded.
-  Kes::U32 qLen = 0;
-  Kes::U32 peakBound = 0;
-  // Since the last reading.
-  Kes::U32 drops = 0;
-  // Bytes a second, 0 while unknown.
-  Kes::U64 drainRate = 0;
-  // The burst has reached the high threshold with this update.
-  bool alwaysLog = false;
 };
 
 // Finds the bursts in the readings of one queue. No I/O, no clock, no memory of its own: readings in, updates

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Kes/ByName/GenericValue.h"
-#include "agent/AgentOptions.h"
+#include "agent/base/PoolLimit.h"
 
 namespace Agent {
 

@@ -2,7 +2,7 @@
 
 #include "Kes/Types.h"
 #include "Vorn/Entry.h"
-#include "agent/burst/CongestionDetector.h"
+#include "agent/record/CongestionUpdate.h"
 #include "agent/record/ReportLine.h"
 
 namespace Agent {
