@@ -5,7 +5,8 @@
 #include <cmath>
 
 #include "Kes/Trace.h"
-#include "agent/Protocol.h"
+#include "agent/base/PoolLimit.h"
+#include "agent/base/Protocol.h"
 
 namespace Agent {
 

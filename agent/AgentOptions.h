@@ -17,9 +17,6 @@ struct Thresholds {
   std::uint32_t low;
 };
 
-// More would be no bound: 32 TiB of chunks.
-inline constexpr std::uint32_t maxPoolChunks = 1U << 24;
-
 // vorn-agent's command line, checked. `vorn-agent --help` is the manual of each option.
 struct AgentOptions {
   // This host's defaults.

@@ -16,14 +16,15 @@
 #include "Kes/Format.h"
 #include "Vorn/CongestionData.h"
 #include "Vorn/Trace.h"
-#include "agent/AgentClock.h"
 #include "agent/AgentOptions.h"
-#include "agent/CommandServer.h"
-#include "agent/EventLoop.h"
-#include "agent/Journal.h"
-#include "agent/LinuxPortMetaDataDumper.h"
-#include "agent/OwnRequests.h"
-#include "agent/QdiscSource.h"
+#include "agent/base/AgentClock.h"
+#include "agent/base/EventLoop.h"
+#include "agent/base/Journal.h"
+#include "agent/base/PoolLimit.h"
+#include "agent/kernel/QdiscSource.h"
+#include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/serve/CommandServer.h"
+#include "agent/serve/OwnRequests.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <regex>
 
 #include "Vorn/CommandOptions.h"
-#include "agent/PatternFault.h"
-#include "agent/Protocol.h"
-#include "agent/ShowClient.h"
-#include "agent/UnixSocket.h"
+#include "agent/base/PatternFault.h"
+#include "agent/base/Protocol.h"
+#include "agent/base/UnixSocket.h"
+#include "agent/show/ShowClient.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/LinuxEntry.h"
+#include "agent/record/LinuxEntry.h"
 #include "bench/Floor.h"
 #include "bench/RecorderLog.h"
 #include "bench/Workload.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Vorn/Vorn.h"
-#include "agent/LinuxEntry.h"
+#include "agent/record/LinuxEntry.h"
 
 namespace {
 

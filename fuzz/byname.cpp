@@ -3,7 +3,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "agent/OwnRequests.h"
+#include "agent/serve/OwnRequests.h"
 #include "fuzz/Harness.h"
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t size) {

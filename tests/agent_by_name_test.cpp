@@ -8,7 +8,7 @@
 
 #include "Kes/ByName/TypeRegistry.h"
 #include "agent/AgentOptions.h"
-#include "agent/OwnRequests.h"
+#include "agent/serve/OwnRequests.h"
 #include "tests/support.h"
 
 namespace Agent {

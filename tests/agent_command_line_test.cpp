@@ -4,8 +4,8 @@
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
-#include "agent/ReportFilter.h"
-#include "agent/ShowCommand.h"
+#include "agent/show/ReportFilter.h"
+#include "agent/show/ShowCommand.h"
 
 namespace Agent {
 namespace {

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "agent/CommandServer.h"
-#include "agent/ShowClient.h"
+#include "agent/serve/CommandServer.h"
+#include "agent/show/ShowClient.h"
 
 namespace Agent {
 namespace {

@@ -10,13 +10,13 @@
 #include <random>
 #include <string>
 
-#include "agent/AgentClock.h"
-#include "agent/CongestionDetector.h"
-#include "agent/CongestionFeed.h"
-#include "agent/LeafQueues.h"
-#include "agent/LinuxEntry.h"
-#include "agent/LinuxPortMetaDataDumper.h"
-#include "agent/ReportColumns.h"
+#include "agent/base/AgentClock.h"
+#include "agent/burst/CongestionDetector.h"
+#include "agent/burst/CongestionFeed.h"
+#include "agent/kernel/LeafQueues.h"
+#include "agent/record/LinuxEntry.h"
+#include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/record/ReportColumns.h"
 #include "tests/support.h"
 
 namespace {

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "agent/base/EventLoop.h"
+
+namespace Agent {
+
+// Where congestion records come from: the queues of this machine, a recording, a simulator. A source owns
+// what it needs to look at them, registers its descriptors with the loop, and hands what it finds to the
+// recorder from within the loop's handlers, so that recorder and source share the one thread.
+class Source {
+ public:
+  Source() = default;
+  Source(Source const&) = delete;
+  Source& operator=(Source const&) = delete;
+  virtual ~Source() = default;
+
+  // Called once. The loop must outlive the source. Throws std::system_error when the source cannot be had.
+  virtual void start(EventLoop& loop) = 0;
+
+  // One line for people, without a newline: how the source is doing.
+  virtual std::string status() const = 0;
+};
+
+}  // namespace Agent

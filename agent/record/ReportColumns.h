@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Kes/String.h"
+#include "Vorn/CommandOptions.h"
+#include "agent/record/ReportLine.h"
+
+namespace Agent {
+
+// The columns of the text reports, in the order in which each report has them:
+//   records             time interface queue length peakBound duration latency drops
+//   start records       time interface queue, then words
+//   drops report        time interface queue duration drops
+//   latency report      time interface queue length latency
+//   global buffer       time length peakBound duration drops
+namespace columns {
+using enum Column::Align;
+inline constexpr Column time = {"Time", 26, left};
+inline constexpr Column interface = {"Interface", 15, left};
+inline constexpr Column queue = {"Queue", 9, left};
+inline constexpr Column length = {"Queue length", 12, right};
+inline constexpr Column peakBound = {"Peak at most", 12, right};
+inline constexpr Column duration = {"Duration", 14, right};
+inline constexpr Column latency = {"Latency", 12, right};
+inline constexpr Column drops = {"Drops", 10, right};
+}  // namespace columns
+
+// The fields of every comma-separated line, whose first one tells a record from a start record and a record
+// of the global buffer. Times are microseconds, lengths bytes. A field that a line does not have is empty.
+inline constexpr std::string_view csvColumns =
+    "type,interface,queue,queue_id,handle,timestamp_us,duration_us,queue_length_bytes,peak_at_most_bytes,"
+    "latency_us,drops\n";
+
+// What stands above the report that `options` ask for: a line with the titles of its columns, or with the
+// field names of a comma-separated one.
+Kes::String columnsFor(Vorn::CommandOptions const& options);
+
+}  // namespace Agent

@@ -1,0 +1,144 @@
+#include "agent/record/ReportLine.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+namespace Agent {
+
+namespace {
+
+using Kes::U32;
+using Kes::U64;
+
+constexpr std::string_view columnGap = "  ";
+
+class Decimal {
+ public:
+  explicit Decimal(U64 number) : end_(std::to_chars(digits_.begin(), digits_.end(), number).ptr) {}
+  std::string_view text() const { return {digits_.data(), static_cast<std::size_t>(end_ - digits_.data())}; }
+
+ private:
+  std::array<char, 20> digits_;
+  char* end_;
+};
+
+// The last `width` digits of a number, with leading zeros.
+void putDigits(char* to, std::size_t width, U64 number) {
+  for (std::size_t i = width; i-- > 0; number /= 10) to[i] = static_cast<char>('0' + number % 10);
+}
+
+// "2025-03-01 14:07:09" of a second. Neighbouring lines mostly share their second, and asking for the local
+// time costs more than all the rest of a line, so the last answer is kept.
+std::string_view localSecond(std::time_t second) {
+  static std::time_t lastSecond = -1;
+  static std::array<char, 32> text;
+  static std::size_t length = 0;
+  if (second != lastSecond || length == 0) {
+    std::tm local{};
+    localtime_r(&second, &local);
+    length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
+    lastSecond = second;
+  }
+  return {text.data(), length};
+}
+
+}  // namespace
+
+void ReportLine::append(std::string_view text) {
+  // Room for the newline stays.
+  std::size_t const count = std::min(text.size(), text_.size() - 1 - length_);
+  std::memcpy(text_.data() + length_, text.data(), count);
+  length_ += count;
+}
+
+void ReportLine::pad(std::size_t count) {
+  count = std::min(count, text_.size() - 1 - length_);
+  std::memset(text_.data() + length_, ' ', count);
+  length_ += count;
+}
+
+void ReportLine::separate(std::string_view separator) {
+  if (length_ != 0) append(separator);
+}
+
+void ReportLine::addText(Column const& column, std::string_view text) {
+  separate(columnGap);
+  std::size_t const padding = column.width - std::min(column.width, text.size());
+  if (column.align == Column::Align::right) pad(padding);
+  std::size_t const begin = length_;
+  append(text);
+  auto const unprintable = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+  std::replace_if(text_.data() + begin, text_.data() + length_, unprintable, '?');
+  if (column.align == Column::Align::left) pad(padding);
+}
+
+void ReportLine::addNumber(Column const& column, U64 number, std::string_view unit) {
+  Decimal const digits(number);
+  separate(columnGap);
+  std::size_t const width = digits.text().size() + unit.size();
+  pad(column.width - std::min(column.width, width));
+  append(digits.text());
+  append(unit);
+}
+
+void ReportLine::addTime(Column const& column, Vorn::Microseconds time) {
+  constexpr U64 second = Vorn::Microseconds::microsecondsInSecond();
+  std::array<char, 7> fraction = {'.'};
+  putDigits(fraction.data() + 1, 6, time.value() % second);
+  std::string_view const whole = localSecond(static_cast<std::time_t>(time.value() / second));
+  std::array<char, 48> text;
+  char* const end =
+      std::copy(fraction.begin(), fraction.end(), std::copy(whole.begin(), whole.end(), text.data()));
+  addText(column, {text.data(), static_cast<std::size_t>(end - text.data())});
+}
+
+void ReportLine::addMilliseconds(Column const& column, Vorn::Microseconds time) {
+  std::array<char, 7> fraction = {'.', '0', '0', '0', ' ', 'm', 's'};
+  putDigits(fraction.data() + 1, 3, time.value());
+  addNumber(column, time.value() / 1000, {fraction.data(), fraction.size()});
+}
+
+void ReportLine::addField(std::string_view text) {
+  separate(",");
+  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return append(text);
+  append("\"");
+  for (char const& c : text) append(c == '"' ? std::string_view("\"\"") : std::string_view(&c, 1));
+  append("\"");
+}
+
+void ReportLine::addField(U64 number) {
+  separate(",");
+  append(Decimal(number).text());
+}
+
+void ReportLine::addEmptyFields(int count) {
+  for (int i = 0; i < count; ++i) append(",");
+}
+
+Kes::S32 ReportLine::write(Kes::VoidPtr stream) {
+  text_[length_] = '\n';
+  return std::fwrite(text_.data(), length_ + 1, 1, static_cast<std::FILE*>(stream)) == 1 ? 0 : -1;
+}
+
+QueueName QueueName::ofKey(QueueKey key) {
+  if (key == 0) return QueueName("root");
+  if (key == noQueue) return QueueName("-");
+  QueueName name = ofHandle(key);
+  char* const end = name.text_.data() + name.length_;
+  name.endIs(std::to_chars(end, name.text_.end(), key & 0xFFFF, 16).ptr);
+  return name;
+}
+
+QueueName QueueName::ofHandle(U32 handle) {
+  QueueName name("");
+  char* end = name.text_.data();
+  if (handle >> 16 != 0) end = std::to_chars(end, name.text_.end(), handle >> 16, 16).ptr;
+  *end++ = ':';
+  name.endIs(end);
+  return name;
+}
+
+}  // namespace Agent

@@ -1,0 +1,46 @@
+#include "agent/serve/OwnRequests.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "agent/base/Journal.h"
+#include "agent/base/Protocol.h"
+#include "agent/byname/ObjectChange.h"
+#include "agent/byname/ObjectLookup.h"
+#include "agent/byname/ObjectPath.h"
+
+namespace Agent {
+
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status)
+    : recorder_(std::move(recorder)), status_(std::move(status)) {}
+
+std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
+  using Answer = CommandServer::Answer;
+  std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
+  try {
+    if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
+    if (isObjectChange(request)) return Answer{.text = change(request, client)};
+    if (!ObjectLookup::claims(request)) return std::nullopt;
+    // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.
+    ObjectLookup(recorder_, request);
+    return Answer{.writer = [recorder = recorder_, request](std::FILE* out) {
+      ObjectLookup(recorder, request).write(out);
+    }};
+  } catch (ObjectError const& error) {
+    return Answer{.failure = error.what()};
+  }
+}
+
+std::string OwnRequests::change(std::string const& request, uid_t client) const {
+  if (client != 0 && client != ::geteuid()) {
+    throw ObjectError("only root and user " + std::to_string(::geteuid()) +
+                      ", as whom the agent runs, may set and call; you are user " + std::to_string(client));
+  }
+  std::string answer = changeObject(recorder_, request);
+  note(LOG_NOTICE, "user " + std::to_string(client) + ": " + request);
+  return answer;
+}
+
+}  // namespace Agent

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Vorn/CongestionData.h"
+#include "agent/serve/CommandServer.h"
+
+namespace Agent {
+
+// Answers the requests that are not of the recorder's vocabulary (Protocol.h lists them): the agent's own
+// status, what is looked up by name, and what is changed by name.
+//
+// Looking up is for everybody. Changing is for root and for the user that the agent runs as, is limited to
+// what SafeChanges.h allows, and is noted in the system log.
+class OwnRequests {
+ public:
+  OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status);
+
+  // Nothing for a request of the vocabulary. `client` is the user who asks.
+  std::optional<CommandServer::Answer> operator()(std::string const& line, uid_t client) const;
+
+ private:
+  std::string change(std::string const& request, uid_t client) const;
+
+  Vorn::CongestionData::Ptr recorder_;
+  std::function<std::string()> status_;
+};
+
+}  // namespace Agent

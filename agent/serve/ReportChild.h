@@ -1,0 +1,57 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "Vorn/CongestionData.h"
+#include "agent/base/FileDescriptor.h"
+
+namespace Agent {
+
+// Writes a report into a stream, which tells by its error flag whether that succeeded.
+using ReportWriter = std::function<void(std::FILE*)>;
+
+// A child process that writes one report into a client's socket, while the agent goes on recording.
+//
+// The child is a fork: it owns a copy-on-write snapshot of the recorder as it stands at construction, and
+// whatever a report can do to its process stays in the child: a client that never reads, a pattern that eats
+// the stack, a failed assertion. It keeps no descriptor but the socket and standard error (where its last
+// words go), takes no part in the agent's signal handling, and ends by itself after the time limit, also if
+// the agent is gone by then.
+//
+// The report is written whether or not the process may enlarge the socket's send buffer; where it may, a
+// report of up to some megabytes waits in the buffer for a slow client, and the child is gone at once.
+class ReportChild {
+ public:
+  // Starts the report for `command`: the writer's, or where that is null the recorder's, and `command` is a
+  // line of its vocabulary. `clientSocket` is a blocking connected stream socket; the caller keeps its own
+  // descriptor of it. Throws std::system_error if no process can be had.
+  ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string const& command,
+              ReportWriter const& writer, std::chrono::milliseconds limit);
+  // Kills a child that still runs, and waits for its end.
+  ~ReportChild();
+  ReportChild(ReportChild const&) = delete;
+  ReportChild& operator=(ReportChild const&) = delete;
+
+  // Readable once the child has ended.
+  int fd() const { return pidfd_.get(); }
+
+  // Once it has ended: what went wrong, in plain words; empty for a report that was written whole.
+  std::string failure();
+
+  // Ends the child early; it is still to be awaited through fd().
+  void kill();
+
+ private:
+  int await();
+
+  pid_t pid_;
+  FileDescriptor pidfd_;
+  bool ended_ = false;
+};
+
+}  // namespace Agent

@@ -1,0 +1,132 @@
+#include "agent/show/ReportFilter.h"
+
+#include "Vorn/InterfacePattern.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace Agent {
+
+namespace {
+
+using Kind = ReportForm::Kind;
+
+constexpr std::string_view globalCount = "Global Hit Count = ";
+constexpr std::string_view statisticsColumns = "interface,queue_id,bursts\n";
+
+constexpr std::string_view globalType = "global,";
+constexpr std::string_view reportDate = "Report generated at ";
+
+// What stands so many seconds before a date in seconds, in microseconds.
+std::uint64_t timeBefore(std::string_view date, std::uint32_t seconds) {
+  double const time = std::strtod(std::string(date).c_str(), nullptr) - seconds;
+  return time > 0 ? static_cast<std::uint64_t>(std::llround(time * 1e6)) : 0;
+}
+
+// The time of a record's line: the sixth field from its end, as names in front may hold commas.
+std::uint64_t timeOf(std::string_view line) {
+  for (int fields = 0; fields < 5; ++fields) line = line.substr(0, line.rfind(','));
+  return std::strtoull(std::string(line.substr(line.rfind(',') + 1)).c_str(), nullptr, 10);
+}
+
+bool isNumber(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// "NAME, IDENTIFIER, COUNTER". A name may hold commas, but no blank.
+struct StatisticsLine {
+  std::string_view interface;
+  std::string_view identifier;
+  std::string_view counter;
+
+  explicit StatisticsLine(std::string_view line) {
+    std::size_t const second = line.rfind(", ");
+    if (second == std::string_view::npos || second == 0) return;
+    std::size_t const first = line.rfind(", ", second - 1);
+    if (first == std::string_view::npos) return;
+    interface = line.substr(0, first);
+    identifier = line.substr(first + 2, second - first - 2);
+    counter = line.substr(second + 2);
+  }
+  bool valid() const { return isNumber(identifier) && isNumber(counter); }
+};
+
+}  // namespace
+
+ReportFilter::ReportFilter(ReportForm const& form, Output output) : form_(form), output_(std::move(output)) {
+  for (std::string const& pattern : form_.interfacePatterns)
+    patterns_.push_back(Vorn::compilePattern(pattern));
+}
+
+void ReportFilter::take(std::string_view bytes) {
+  if (form_.kind == Kind::whole)
+    output_(bytes);
+  else
+    takeLines(bytes);
+}
+
+void ReportFilter::finish() {
+  for (std::string const& line : held_) output_(line);
+  if (!line_.empty()) output_(line_);
+}
+
+void ReportFilter::takeLines(std::string_view bytes) {
+  for (std::size_t end; (end = bytes.find('\n')) != std::string_view::npos; bytes.remove_prefix(end + 1)) {
+    line_.append(bytes.substr(0, end));
+    if (form_.kind == Kind::csv)
+      handleCsvLine(line_);
+    else
+      handleStatisticsLine(line_);
+    line_.clear();
+  }
+  line_.append(bytes);
+}
+
+// A blank line, the report's date, the column names, then records, oldest first.
+void ReportFilter::handleCsvLine(std::string_view line) {
+  constexpr unsigned columns = 2;
+  if (lines_ < columns && form_.lastSeconds && line.starts_with(reportDate))
+    since_ = timeBefore(line.substr(reportDate.size()), *form_.lastSeconds);
+  if (lines_ <= columns) {
+    if (lines_++ == columns) output_(std::string(line) + '\n');
+  } else if (timeOf(line) >= since_) {
+    hold(std::string(line) + '\n');
+  }
+}
+
+// The global buffer's lines do not count for the limit: they come between those that do.
+void ReportFilter::hold(std::string line) {
+  if (!form_.count) return output_(line);
+  counted_ += !line.starts_with(globalType);
+  held_.push_back(std::move(line));
+  for (; counted_ > *form_.count; held_.pop_front()) counted_ -= !held_.front().starts_with(globalType);
+}
+
+void ReportFilter::handleStatisticsLine(std::string_view line) {
+  StatisticsLine const statistics(line);
+  bool const csv = form_.kind == Kind::statisticsCsv;
+  if (csv && lines_++ == 0) output_(statisticsColumns);
+  if (statistics.valid()) {
+    if (!selected(statistics.interface)) return;
+    std::string_view const separator = csv ? "," : ", ";
+    output_(std::string(statistics.interface)
+                .append(separator)
+                .append(statistics.identifier)
+                .append(separator)
+                .append(statistics.counter) +
+            '\n');
+  } else if (!csv) {
+    output_(std::string(line) + '\n');
+  } else if (line.starts_with(globalCount)) {
+    output_("N/A,," + std::string(line.substr(globalCount.size())) + '\n');
+  }
+}
+
+bool ReportFilter::selected(std::string_view interface) const {
+  return patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), [&](std::regex const& pattern) {
+           return std::regex_match(interface.begin(), interface.end(), pattern);
+         });
+}
+
+}  // namespace Agent

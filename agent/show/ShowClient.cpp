@@ -1,0 +1,117 @@
+#include "agent/show/ShowClient.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+#include "agent/base/FileDescriptor.h"
+#include "agent/base/Protocol.h"
+
+namespace Agent {
+
+namespace {
+
+constexpr std::size_t blockBytes = 65536;
+
+void sendRequest(int socket, std::string const& request) {
+  std::string const line = std::string(Protocol::checkedWord) + ' ' + request + '\n';
+  for (std::string_view rest = line; !rest.empty();) {
+    ssize_t const sent = ::send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
+    if (sent < 0 && errno != EINTR) throwErrno("sending the request");
+    if (sent > 0) rest.remove_prefix(static_cast<std::size_t>(sent));
+  }
+}
+
+// 0 at the end of the answer, however the connection ended.
+std::size_t receive(int socket, std::vector<char>& block, bool begun) {
+  for (;;) {
+    ssize_t const got = ::recv(socket, block.data(), block.size(), 0);
+    if (got >= 0) return static_cast<std::size_t>(got);
+    if (errno == EINTR) continue;
+    if (begun || errno == ECONNRESET) return 0;
+    throwErrno("waiting for the report");
+  }
+}
+
+// What the agent sends, taken off the socket as fast as it comes and kept until it is asked for: the agent
+// gives a report a limited time, and whoever reads ours (a pager) may take for ever.
+class Answer {
+ public:
+  explicit Answer(int socket)
+      : socket_(socket), reader_(std::async(std::launch::async, [this] { read(); })) {}
+  Answer(Answer const&) = delete;
+  Answer& operator=(Answer const&) = delete;
+  ~Answer() { ::shutdown(socket_, SHUT_RDWR); }
+
+  // The next piece; empty at the end. Throws std::system_error when there is no answer at all.
+  std::string next() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return ended_ || !pieces_.empty(); });
+    if (pieces_.empty()) {
+      if (reader_.valid()) reader_.get();
+      return "";
+    }
+    std::string piece = std::move(pieces_.front());
+    pieces_.pop_front();
+    return piece;
+  }
+
+ private:
+  void put(std::string piece, bool ended) {
+    std::lock_guard const lock(mutex_);
+    if (!piece.empty()) pieces_.push_back(std::move(piece));
+    ended_ = ended;
+    changed_.notify_one();
+  }
+
+  void read() {
+    std::vector<char> block(blockBytes);
+    try {
+      for (bool begun = false; std::size_t const got = receive(socket_, block, begun); begun = true)
+        put(std::string(block.data(), got), /*ended=*/false);
+    } catch (...) {
+      put("", /*ended=*/true);
+      throw;
+    }
+    put("", /*ended=*/true);
+  }
+
+  int const socket_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::string> pieces_;
+  bool ended_ = false;
+  std::future<void> reader_;  // last: the thread uses all of the above, and is awaited before they go
+};
+
+}  // namespace
+
+std::optional<std::string> fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
+  ReportFilter filter(command.form, std::move(output));
+  sendRequest(socket, command.request);
+  Answer answer(socket);
+  bool inVerdict = false;
+  std::string verdict;
+  for (std::string piece; !(piece = answer.next()).empty();) {
+    std::string_view news = piece;
+    if (!inVerdict) {
+      std::size_t const mark = news.find(Protocol::verdictMark);
+      filter.take(news.substr(0, mark));
+      inVerdict = mark != std::string_view::npos;
+      news.remove_prefix(inVerdict ? mark + 1 : news.size());
+    }
+    verdict.append(news);
+  }
+  filter.finish();
+  if (!verdict.ends_with('\n')) return std::nullopt;
+  verdict.pop_back();
+  return verdict == Protocol::wholeVerdict ? std::string() : verdict;
+}
+
+}  // namespace Agent
