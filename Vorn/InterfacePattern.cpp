@@ -1,7 +1,6 @@
 #include "Vorn/InterfacePattern.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 #include <vector>
 
@@ -23,7 +22,7 @@ bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_v
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Reads a pattern once, without recursion, and counts the states of its automaton: never fewer than the
-// compiler makes, also of a pattern that it will find wrong behind its last character.
+// compiler makes, also of a pattern that it will find wrong only at its end.
 class StateCounter {
  public:
   explicit StateCounter(std::string_view pattern) : rest_(pattern) {}
@@ -102,7 +101,7 @@ class StateCounter {
     add(group.lookahead ? size * (lookaheadFactor - 1) : 0, group.lookahead ? size * lookaheadFactor : size);
   }
 
-  // {n}, {n,} or {n,m} behind an atom: at most as many of it as the larger number, and one more.
+  // {n}, {n,} or {n,m} after an atom: at most as many of it as the larger number, and one more.
   void takeCounts() {
     std::size_t times = 0;
     for (std::size_t number = 0; !rest_.empty();) {
@@ -121,7 +120,7 @@ class StateCounter {
 };
 
 // With few choices backtracking cannot take long, whatever the name, and it is the faster matcher. A
-// quantifier behind another one nests, as a group would.
+// quantifier after another one nests, as a group would.
 bool isFitForBacktracking(std::string const& pattern) {
   constexpr std::ptrdiff_t few = 3;
   auto const isQuantifier = [](char c) { return isOneOf(c, "*+?"); };
