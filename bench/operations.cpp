@@ -14,7 +14,11 @@
 #include <vector>
 
 #include "Vorn/Vorn.h"
+#if __has_include("agent/record/LinuxEntry.h")
 #include "agent/record/LinuxEntry.h"
+#else
+#include "agent/LinuxEntry.h"
+#endif
 
 namespace {
 
