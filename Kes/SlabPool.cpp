@@ -145,7 +145,7 @@ constinit U32 arenaCount = 0;
 // Empty slabs, linked by `next`.
 constinit Slab* spare = nullptr;
 constinit U32 spares = 0;
-// Whether objects of the pool's sizes may have come from the general allocator.
+// Whether objects that are small enough for slabs may have come from the general allocator.
 constinit std::atomic<bool> mixed = false;
 
 void link(Slab* slab, Slab*& list) {
@@ -166,7 +166,7 @@ Arena* arenaOf(void const* memory) {
   return nullptr;
 }
 
-// Null when the system gives none.
+// Null when there are as many as can be, or the system gives no memory.
 Arena* newArena() {
   if (arenaCount == arenas.size()) return nullptr;
   std::size_t size = std::min(Arena::smallest << std::min(arenaCount, 32U), Arena::largest);
@@ -254,8 +254,8 @@ void returnToSlab(void* object) {
 }
 
 [[gnu::noinline, gnu::cold]] void* allocateSlow(std::size_t size) {
-  bool const pooled = !bypass && size <= maxSlabSize;
-  if (pooled && !threadSafePtrs()) {
+  bool const small = !bypass && size <= maxSlabSize;
+  if (small && !threadSafePtrs()) {
     std::size_t const index = sizeIndex(std::max<std::size_t>(size, 1));
     FreeList& list = freeLists[index];
     if (classes[index].size == 0) {
@@ -265,7 +265,7 @@ void returnToSlab(void* object) {
     if (list.empty()) refill(list, classes[index]);
     if (!list.empty()) return list.take();
   }
-  if (pooled) mixed.store(true, std::memory_order_relaxed);
+  if (small) mixed.store(true, std::memory_order_relaxed);
   return ::operator new(size);
 }
 
