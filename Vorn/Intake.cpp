@@ -56,6 +56,21 @@ inline void traceTail(Chunk const* tailChunk) {
   if (tailChunk != nullptr) VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
 }
 
+// Has a record judged as the log's latest. The time stands in the log before the host's code runs, which may
+// append to it. Where judging fails (composing a message takes memory) the log has not been judged.
+template <class Log>
+void judge(Log const& log, Kes::Seconds now, Entry const& record, Kes::CharPtrConst name,
+           Thresholds const& thresholds) {
+  Kes::Seconds const before = log->lastSyslogTime();
+  log->lastSyslogTimeIs(now);
+  try {
+    record.doSyslog(name, thresholds.low, thresholds.high);
+  } catch (...) {
+    log->lastSyslogTimeIs(before);
+    throw;
+  }
+}
+
 }  // namespace
 
 // The interface's log, made if there is none. Good until the host's code runs.
@@ -101,11 +116,9 @@ inline PortData& CongestionData::portFor(Pylo::IntfId const& intfId, char const*
                                                       Entry::Ptr const& given, Kes::U32 const* entryKey,
                                                       bool due, Kes::Seconds now) {
   Entry::Ptr const entry = given;
-  if (due) {
-    judged.lastSyslogTimeIs(now);
-    Thresholds const thresholds = portThresholds(vornConfig_, vornHwStatus_, intfId);
-    entry->doSyslog(intfId.shortName().charPtr(), thresholds.low, thresholds.high);
-  }
+  if (due)
+    judge(PortData::Ptr(&judged), now, *entry, intfId.shortName().charPtr(),
+          portThresholds(vornConfig_, vornHwStatus_, intfId));
   for (;;) {
     // From here on an update that did not merge is an add.
     PortData::Ptr const port(&portFor(intfId, "doAddToLog"));
@@ -167,9 +180,7 @@ Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
   Kes::Seconds const now = clock_->getUTCTime();
   Kes::Seconds const interval = vornConfig_->globalLogInterval();
   if (interval != 0.0 && now > log->lastSyslogTime() + interval) {
-    log->lastSyslogTimeIs(now);
-    Thresholds const thresholds = globalThresholds(vornConfig_, vornHwStatus_);
-    record->doSyslog("", thresholds.low, thresholds.high);
+    judge(log, now, *record, "", globalThresholds(vornConfig_, vornHwStatus_));
     // The host's code may have put another log in its place, or taken it away.
     log = globalBufferChunk();
     if (!log) raiseNull();
