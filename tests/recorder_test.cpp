@@ -304,16 +304,6 @@ TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   EXPECT_EQ(TestEntry::alive, 0);
 }
 
-TEST_F(Recorder, StatisticsFailBeforeAnythingIsWritten) {
-  for (char const* name : {"A1", ""})
-    recorder->portDataIs(Pylo::IntfId(name))
-        ->newPortMetaData(Vorn::portMetaDataFactory(1, Pylo::IntfId(name)));
-  EXPECT_EQ(written([&](std::FILE* out) {
-              EXPECT_THROW(recorder->doDumpStatistics(out, "h", "f"), std::out_of_range);
-            }),
-            "");
-}
-
 struct Mourned final : Vorn::PortMetaData {
   Mourned() : PortMetaData(1, Pylo::IntfId("A1")) { timeOfCongestionStartIs(us(1)); }
   ~Mourned() override { std::_Exit(7); }

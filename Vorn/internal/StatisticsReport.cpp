@@ -37,13 +37,11 @@ Kes::U32 globalHitCount(GlobalBufferChunk::Ptr const& log) {
 }  // namespace
 
 void writeStatisticsReport(CongestionData const& recorder, ReportFrame const& frame) {
-  Kes::Seconds const reportTime = recorder.clock()->getUTCTime();
+  frame.begin(recorder.clock()->getUTCTime());
   std::vector<PortMetaData::Ptr> records;
   for (auto const& [intfId, port] : recorder.portDataMap())
     for (PortMetaData::Ptr const& record : port->portMetaDataIterator()) records.push_back(record);
-  // Comparing raises an error for the empty interface: before anything is written.
   std::sort(records.begin(), records.end(), statisticsOrder);
-  frame.begin(reportTime);
   for (PortMetaData::Ptr const& record : records) {
     if (record->counter() == 0) continue;
     if (recorder.portMetaDataDumper()->dumpStatistics(record.get(), frame.stream) != 0) {
