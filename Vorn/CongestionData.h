@@ -152,8 +152,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Kes::S32 doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer,
                                     bool showAll);
   // One line per metadata object whose counter is not 0, by interface number, and the global hit count. Where
-  // there are several objects, of which one has the empty interface, std::out_of_range passes through, and
-  // nothing has been written.
+  // there are several objects, of which one has the empty interface, std::out_of_range passes through,
+  // with no more than date and header written.
   void doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer);
   // The log of the global buffer, latest first. Without records: no footer either. A hole in it, which only
   // the host can make, is an assertion.
