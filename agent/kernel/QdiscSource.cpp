@@ -208,8 +208,8 @@ bool QdiscSource::present(Pylo::IntfId const& intfId) const {
 }
 
 void QdiscSource::forgetAll() {
-  for (Queue& queue : queues_) queue.sampled.handleGone(feed_);
-  for (Queue& queue : missing_) queue.sampled.handleGone(feed_);
+  for (Queue& queue : queues_) queue.sampled.handleUnwatched(feed_);
+  for (Queue& queue : missing_) queue.sampled.handleUnwatched(feed_);
   queues_.clear();
   missing_.clear();
   known_.clear();
