@@ -24,19 +24,20 @@ std::optional<SystemLog> systemLog;
 std::uint64_t lostTraces = 0;
 
 // A message must not cost what it tells of.
-void deliver(SystemLog::Kind kind, int priority, std::string_view message) noexcept {
+void deliver(SystemLog::Kind kind, int priority, std::string_view subject, std::string_view text) noexcept {
+  if (systemLog) systemLog->write(kind, LOG_DAEMON | priority, subject, text);
+  if (!copies) return;
   try {
-    std::string const text = printable(message);
-    if (systemLog) systemLog->write(kind, LOG_DAEMON | priority, text);
-    if (copies) writeToStandardError("vorn-agent: " + text);
+    std::string line = "vorn-agent: ";
+    if (!subject.empty()) line.append(subject).append(": ");
+    writeToStandardError(line + printable(text));
   } catch (std::exception const&) {
-    return;  // the system log has counted it
+    return;  // no memory for the copy
   }
 }
 
 void takeMessage(Kes::LogHandle const& handle, Kes::String const& text) {
-  deliver(SystemLog::threshold, static_cast<int>(handle.severity()),
-          std::string(handle.name()) + ": " + text.str());
+  deliver(SystemLog::threshold, static_cast<int>(handle.severity()), handle.name(), text.view());
 }
 
 void takeTrace(Kes::TraceHandle const& handle, Kes::U32 level, std::string_view line) {
@@ -54,7 +55,9 @@ void openJournal(bool copyToStandardError) {
   Kes::traceSinkIs(takeTrace);
 }
 
-void note(int priority, std::string const& text) { deliver(SystemLog::other, priority, text); }
+void note(int priority, std::string const& text) {
+  deliver(SystemLog::other, priority, /*subject=*/"", text);
+}
 
 std::string journalStatus() {
   if (!systemLog) return "messages: none are sent";

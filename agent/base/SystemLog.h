@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/un.h>
+
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -25,14 +27,14 @@ class SystemLog {
     std::uint64_t lost = 0;
   };
 
-  explicit SystemLog(std::string path);
+  explicit SystemLog(std::string const& path);
 
-  // `priority`: severity and facility of syslog(3). `text` is one line, of which a datagram's worth is taken.
-  // Throws std::bad_alloc, with the line counted as lost.
-  void write(Kind kind, int priority, std::string_view text);
+  // One line, "SUBJECT: TEXT" or, where the subject is empty, "TEXT", of which a datagram's worth is taken;
+  // what a terminal would obey is replaced. `priority`: severity and facility of syslog(3).
+  void write(Kind kind, int priority, std::string_view subject, std::string_view text) noexcept;
 
   std::size_t kept() const { return kept_.size(); }
-  void offerKept();
+  void offerKept() noexcept;
 
   Counts const& counts(Kind kind) const { return counts_[kind]; }
 
@@ -42,9 +44,9 @@ class SystemLog {
     std::string text;
   };
 
-  bool send(Line const& line);
+  bool send(Line const& line) noexcept;
 
-  std::string path_;
+  sockaddr_un const address_;
   FileDescriptor socket_;
   std::deque<Line> kept_;
   std::array<Counts, 2> counts_{};

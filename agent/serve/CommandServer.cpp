@@ -27,6 +27,7 @@ constexpr timespec timerInterval{0, 50'000'000};
 constexpr std::string_view tooLong = "the request is longer than 4096 bytes";
 constexpr std::string_view notText = "the request holds control characters";
 constexpr std::string_view tooSlow = "no whole request line arrived in time";
+constexpr std::string_view tooCrowded = "there are too many connections; try again later";
 constexpr std::string_view tooBusy = "too many reports are being written; try again later";
 
 bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
@@ -162,14 +163,17 @@ bool CommandServer::dropSilent(std::optional<uid_t> user) {
   return true;
 }
 
-// In words, for one whose request may have come already.
+// In words. Who has not said yet whether it wants a verdict is taken for a vorn-show.
 void CommandServer::refuse(int socket, uid_t user) {
   ++refused_;
   std::array<char, Protocol::checkedWord.size() + 1> begin;
   ssize_t const got = ::recv(socket, begin.data(), begin.size(), MSG_DONTWAIT);
   std::string request(begin.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-  std::string const answer =
-      answerFor(takeCheckedWord(request), "", Kes::format("user %u has too many connections", user).view());
+  bool const checked = got <= 0 || takeCheckedWord(request);
+  bool const ownLimit = placesOf(user, clients_, reporting_) >= limits_.connections.each;
+  std::string const reason =
+      ownLimit ? Kes::format("user %u has too many connections", user).str() : std::string(tooCrowded);
+  std::string const answer = answerFor(checked, "", reason);
   // Who does not take it now goes without it.
   if (::send(socket, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) return;
 }
