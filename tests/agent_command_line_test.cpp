@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <regex>
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
+#include "agent/base/Printable.h"
 #include "agent/show/ReportFilter.h"
 #include "agent/show/ShowCommand.h"
 
@@ -11,6 +13,25 @@ namespace Agent {
 namespace {
 
 using Report = ShowOptions::Report;
+
+TEST(Printable, KeepsTextAndReplacesWhatATerminalObeys) {
+  std::string const text = "eth0 \xc3\xbc \xe2\x82\xac \xf0\x9f\x98\x80";
+  EXPECT_EQ(printable(text), text);
+  std::map<std::string, std::string> const replaced = {{"a\x1b[31m\n\x7f", "a?[31m??"},
+                                                       {"C1 \xc2\x9b\xc2\xa0", "C1 ??\xc2\xa0"},
+                                                       {"8-bit \x9b\xff\xe2\x82", "8-bit ????"},
+                                                       {"overlong \xc0\x9b\xe0\x80\x9b", "overlong ?????"},
+                                                       {"bidi \xe2\x80\xae\xe2\x81\xa6", "bidi ??????"},
+                                                       {"\xed\xa0\x80\xf4\x90\x80\x80\xf8", "????????"}};
+  for (auto const& [from, to] : replaced) EXPECT_EQ(printable(from), to) << to;
+  EXPECT_EQ(printable(text, 9), "eth0 \xc3\xbc ...");
+  for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+    std::size_t const whole = wholeCharacters(text.substr(0, cut));
+    EXPECT_EQ(printable(text.substr(0, whole)), text.substr(0, whole)) << cut;
+    EXPECT_LT(cut - whole, 4U);
+  }
+  EXPECT_EQ(wholeCharacters("\x9b\x9b\x9b\x9b"), 4U);
+}
 
 TEST(ShowCommand, Quoting_selectsTheInterfaceOfThatNameAlone) {
   std::vector<std::string> const names = {"br-c0ffee", "eth0.100", "veth+1",    "a|b", "x-i-t-s-d-l-b-a",

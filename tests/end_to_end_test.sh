@@ -162,13 +162,25 @@ show 2 --no-such-option
 { "$show_program" --socket "$socket" 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
 [ "$(cat "$scratch/status")" = 0 ] && [ ! -s "$scratch/err" ] || fail "a reader that leaves early"
 
+status=0
+"$show_program" --socket "$socket" >&- 2>"$scratch/err" || status=$?
+[ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
+show 1 --interface no-such0
+expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
+
 # How the agent starts and ends.
+for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
+show 0 status
+expect "the agent goes on" grep -qx 'failures: none' "$scratch/out"
+[ "$(grep -c 'SIGHUP is ignored' "$scratch/messages")" = 1 ] || fail "SIGHUP is not noted once"
 refused() { ! "$agent_program" --socket "$@" 2>>"$scratch/messages"; }
 expect "a second agent is refused" refused "$socket"
 expect "a pool of 0 is refused" refused "$scratch/other.sock" --pool 0
 SIM_NUM_SHARED_CHUNKS=0 expect "a pool of 0 from the environment is refused" refused "$scratch/other.sock"
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
+start_agent
+end_agent QUIT 0
 start_agent
 end_agent TERM 0
 [ ! -e "$socket" ] || fail "the socket was left behind"

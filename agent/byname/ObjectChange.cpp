@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Kes/ByName/GenericValue.h"
+#include "agent/base/Printable.h"
 #include "agent/byname/ObjectTarget.h"
 #include "agent/byname/SafeChanges.h"
 

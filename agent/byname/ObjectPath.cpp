@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "agent/base/Printable.h"
+
 namespace Agent {
 
 namespace {
@@ -165,13 +167,6 @@ std::string keyText(std::string_view key) {
     quoted += c;
   }
   return printable(quoted + '"');
-}
-
-std::string printable(std::string_view text) {
-  std::string shown(text);
-  auto const isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-  std::replace_if(shown.begin(), shown.end(), isControl, '?');
-  return shown;
 }
 
 }  // namespace Agent

@@ -53,7 +53,4 @@ std::string pathText(ObjectPath const& path);
 // The key as it is written in brackets, quoted where it has to be, and printable.
 std::string keyText(std::string_view key);
 
-// The text with '?' in the place of control characters, which could play tricks on a terminal.
-std::string printable(std::string_view text);
-
 }  // namespace Agent

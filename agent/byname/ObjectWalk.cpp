@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "agent/base/Printable.h"
+
 namespace Agent {
 
 namespace {

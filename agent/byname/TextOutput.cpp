@@ -1,5 +1,6 @@
 #include <vector>
 
+#include "agent/base/Printable.h"
 #include "agent/byname/ObjectOutput.h"
 #include "agent/byname/ObjectPath.h"
 #include "agent/byname/ObjectTarget.h"

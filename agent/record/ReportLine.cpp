@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
+
+#include "agent/base/Printable.h"
 
 namespace Agent {
 
@@ -45,6 +48,12 @@ std::string_view localSecond(std::time_t second) {
   return {text.data(), length};
 }
 
+// Of UTF-8, whose characters have any number of bytes like 10xxxxxx behind the first one.
+std::size_t charactersIn(std::string_view text) {
+  auto const begins = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; };
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
+}
+
 }  // namespace
 
 void ReportLine::append(std::string_view text) {
@@ -52,6 +61,12 @@ void ReportLine::append(std::string_view text) {
   std::size_t const count = std::min(text.size(), text_.size() - 1 - length_);
   std::memcpy(text_.data() + length_, text.data(), count);
   length_ += count;
+}
+
+void ReportLine::appendName(std::string_view text) {
+  std::size_t const begin = length_;
+  append(text);
+  makePrintable({text_.data() + begin, length_ - begin});
 }
 
 void ReportLine::pad(std::size_t count) {
@@ -66,12 +81,9 @@ void ReportLine::separate(std::string_view separator) {
 
 void ReportLine::addText(Column const& column, std::string_view text) {
   separate(columnGap);
-  std::size_t const padding = column.width - std::min(column.width, text.size());
+  std::size_t const padding = column.width - std::min(column.width, charactersIn(text));
   if (column.align == Column::Align::right) pad(padding);
-  std::size_t const begin = length_;
-  append(text);
-  auto const unprintable = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-  std::replace_if(text_.data() + begin, text_.data() + length_, unprintable, '?');
+  appendName(text);
   if (column.align == Column::Align::left) pad(padding);
 }
 
@@ -103,10 +115,10 @@ void ReportLine::addMilliseconds(Column const& column, Vorn::Microseconds time) 
 
 void ReportLine::addField(std::string_view text) {
   separate(",");
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return append(text);
-  append("\"");
-  for (char const& c : text) append(c == '"' ? std::string_view("\"\"") : std::string_view(&c, 1));
-  append("\"");
+  if (text.find_first_of(",\"") == std::string_view::npos) return appendName(text);
+  std::string quoted = "\"";
+  for (char const c : text) quoted.append(c == '"' ? 2 : 1, c);
+  appendName(quoted += '"');
 }
 
 void ReportLine::addField(U64 number) {

@@ -22,7 +22,7 @@ struct Column {
 // near.
 class ReportLine {
  public:
-  // Text columns. Characters of names that would upset a terminal show as "?".
+  // Text columns. Names are made printable, here and in fields (Printable.h).
   void addText(Column const& column, std::string_view text);
   void addNumber(Column const& column, Kes::U64 number, std::string_view unit);
   // Local time with microseconds.
@@ -30,7 +30,7 @@ class ReportLine {
   // Milliseconds with microseconds behind the point.
   void addMilliseconds(Column const& column, Vorn::Microseconds time);
 
-  // Comma-separated fields: raw numbers; text is quoted where it holds a comma, a quote or a line break.
+  // Comma-separated fields: raw numbers; text is quoted where it holds a comma or a quote.
   void addField(std::string_view text);
   void addField(Kes::U64 number);
   void addEmptyFields(int count);
@@ -42,6 +42,7 @@ class ReportLine {
 
  private:
   void append(std::string_view text);
+  void appendName(std::string_view text);
   void pad(std::size_t count);
   void separate(std::string_view separator);
 

@@ -23,6 +23,8 @@ void sendRequest(int socket, std::string const& request) {
   std::string const line = std::string(Protocol::checkedWord) + ' ' + request + '\n';
   for (std::string_view rest = line; !rest.empty();) {
     ssize_t const sent = ::send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
+    // Who hangs up on us may have said why before.
+    if (sent < 0 && (errno == EPIPE || errno == ECONNRESET)) return;
     if (sent < 0 && errno != EINTR) throwErrno("sending the request");
     if (sent > 0) rest.remove_prefix(static_cast<std::size_t>(sent));
   }
