@@ -170,10 +170,9 @@ std::string stateOf(Bench& bench) {
 std::string messagesOf(Bench& bench) {
   std::string messages;
   for (auto const& text : logged) messages += text + '\n';
-  auto const& recorder = *bench.recorder;
-  for (auto const& [intfId, port] : recorder.portDataMap())
+  for (auto const& [intfId, port] : bench.recorder->portDataMap())
     messages += std::to_string(port->lastSyslogTime()) + '\n';
-  auto const global = recorder.globalBufferChunk();
+  auto const global = bench.recorder->globalBufferChunk();
   return messages + (global ? std::to_string(global->lastSyslogTime()) : "");
 }
 
