@@ -10,6 +10,7 @@
 #include "Vorn/VornUtils.h"
 #include "agent/base/AgentClock.h"
 #include "agent/burst/CongestionSink.h"
+#include "agent/burst/InterfaceLogs.h"
 #include "agent/record/LinuxEntry.h"
 
 namespace Agent {
@@ -63,6 +64,7 @@ class CongestionFeed final : public CongestionSink {
   LinuxEntry::Ptr globalRecord_;  // the newest of the global log
   Kes::HashMap<QueueId, Judgement, QueueIdHash> judged_;
   Judgement globalJudged_;
+  InterfaceLogs interfaces_;
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
 };
