@@ -22,6 +22,7 @@
 #include "agent/base/Journal.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/kernel/QdiscSource.h"
+#include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/serve/CommandServer.h"
 #include "agent/serve/OwnRequests.h"
@@ -74,6 +75,7 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
 }
 
 void serve(Agent::AgentOptions const& options) {
+  Agent::registerLinuxEntry();
   Agent::EventLoop loop;
   Agent::FileDescriptor const signals = watchSignals(loop);
   auto const config = Agent::configOf(options);
@@ -82,7 +84,10 @@ void serve(Agent::AgentOptions const& options) {
   auto const recorder = makeRecorder(options, config, status, clock);
   Agent::QdiscSource source(recorder, config, status, clock,
                             {options.interval, options.startThresholdBytes, options.interfaces});
-  Agent::OwnRequests const ownRequests(recorder, [&source] { return source.status(); });
+  Agent::OwnRequests const ownRequests(recorder, [&source, &clock] {
+    std::string const steps = clock->status();
+    return source.status() + (steps.empty() ? "" : "; " + steps);
+  });
   Agent::CommandServer const server(loop, options.socketPath, recorder, ownRequests, {});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);

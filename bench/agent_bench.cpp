@@ -97,7 +97,7 @@ class FullRecorder {
       update.timestamp = clock_->now().value();
       update.qLen = 20'000 + static_cast<Kes::U32>(count_ % 1000) * 100;
       update.peakBound = update.qLen + 3028;
-      update.drainRate = 12'500'000;
+      update.latency = 4'000;
       recorder_->doAddToLog(intfIds_[count_ % intfIds_.size()],
                             Kes::makePtr<Agent::LinuxEntry>(/*queue=*/0U, /*handle=*/0x8001'0000U, update));
     }

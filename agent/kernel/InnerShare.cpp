@@ -50,7 +50,7 @@ QueueReading InnerShare::read(std::span<QdiscSample const> samples) {
     backlogNow -= reading.backlog;
     child.last = reading;
   }
-  reading_.stamp = parent.stamp;
+  U64 passed = 0;
   if (again) {
     begun_ = true;
     lossless_ = false;
@@ -60,7 +60,7 @@ QueueReading InnerShare::read(std::span<QdiscSample const> samples) {
   } else {
     S64 const progress = static_cast<S64>(sent - sent_);
     if (progress > 0) {
-      reading_.bytes += static_cast<U64>(progress);
+      passed = static_cast<U64>(progress);
       sent_ = sent;
     } else {
       backlog += progress;
@@ -73,9 +73,24 @@ QueueReading InnerShare::read(std::span<QdiscSample const> samples) {
   if (!lossless_ || lost > 0) drops_ = drops;
   lossless_ = lossless_ || (lossless && !again);
   S64 const most = settling_ > 0 ? reading_.backlog : std::numeric_limits<U32>::max();
-  reading_.backlog = static_cast<U32>(std::clamp<S64>(backlog - idle_, 0, most));
   if (settling_ > 0) --settling_;
+  conclude(parent.stamp, passed, static_cast<U32>(std::clamp<S64>(backlog - idle_, 0, most)));
   return reading_;
+}
+
+// Where the backlog seems to have shrunk by more than what was sent, the rest is taken for sent in advance.
+void InnerShare::conclude(U64 stamp, U64 passed, U32 backlog) {
+  U64 const claimed = std::min(passed, advance_);
+  advance_ -= claimed;
+  passed -= claimed;
+  U64 const explained = passed + backlog;
+  if (explained < reading_.backlog) {
+    advance_ += reading_.backlog - explained;
+    passed += reading_.backlog - explained;
+  }
+  reading_.stamp = stamp;
+  reading_.bytes += passed;
+  reading_.backlog = backlog;
 }
 
 }  // namespace Agent

@@ -21,6 +21,7 @@ namespace Agent {
 //   counts for nothing: drops are counted from a look on at which no child has lost anything, a backlog from
 //   the lowest one that was seen, and its growth only when 50 looks have shown how far the differences go. So
 //   a queue that is full when the agent first sees it shows once it has drained.
+// - What leaves the backlog counts as sent, so an uncertain backlog does not show as losses.
 class InnerShare {
  public:
   // Positions are those in the samples of a dump.
@@ -40,6 +41,8 @@ class InnerShare {
     QueueReading last;
   };
 
+  void conclude(Kes::U64 stamp, Kes::U64 passed, Kes::U32 backlog);
+
   std::size_t position_;
   std::vector<Child> children_;
   bool childFirst_ = false;    // some child stands before its parent
@@ -51,6 +54,7 @@ class InnerShare {
   Kes::U64 sent_ = 0;
   Kes::U32 drops_ = 0;
   Kes::S64 idle_ = 0;
+  Kes::U64 advance_ = 0;  // bytes told as sent before they were
   QueueReading reading_;
 };
 

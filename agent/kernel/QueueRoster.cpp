@@ -34,18 +34,20 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
   index_.clear();
   for (std::size_t i = 0; i < before.size(); ++i) index_.emplace_back(before[i].id, i);
   std::sort(index_.begin(), index_.end());
-  std::vector<bool> stays(before.size(), false);
+  // Of each before: whether it goes on, is there but under another address, or has vanished.
+  enum class Fate : char { vanished, unwatched, stays };
+  std::vector<Fate> fates(before.size(), Fate::vanished);
   std::vector<std::size_t> appeared;  // in queues_
   for (QueueTree::Queue const& found : tree.queues()) {
     QdiscSample const& sample = samples[found.position];
     Interface const* const interface = interfaces.watched(sample.id.ifindex);
+    std::size_t const at = wasRemoved(tree, samples, found.position) ? none : indexed(sample.id);
+    if (at != none) fates[at] = Fate::unwatched;
     if (interface == nullptr) continue;
     QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
                                 interface->frameBytes, found.dropsFromInside};
-    std::size_t const at = indexed(sample.id);
-    if (at != none && goesOn(before[at], found, interface->intfId) &&
-        !wasRemoved(tree, samples, found.position)) {
-      stays[at] = true;
+    if (at != none && goesOn(before[at], found, interface->intfId)) {
+      fates[at] = Fate::stays;
       Queue& queue = queues_.emplace_back(std::move(before[at]));
       if (queue.share) takeChildren(*queue.share, found, samples);
       queue.position = found.position;
@@ -56,8 +58,10 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
     }
   }
   // Names may have changed hands, so all that are given up come first.
-  for (std::size_t i = 0; i < before.size(); ++i)
-    if (!stays[i]) before[i].sampled.handleGone(sink);
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (fates[i] == Fate::vanished) before[i].sampled.handleGone(sink);
+    if (fates[i] == Fate::unwatched) before[i].sampled.handleUnwatched(sink);
+  }
   for (std::size_t const i : appeared) sink.handlePresent(queues_[i].sampled.address());
   known_.clear();
   for (QdiscSample const& sample : samples) known_.push_back(sample.id);
@@ -124,22 +128,14 @@ void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interv
     if (queue.position == none) continue;
     QueueReading const reading =
         queue.share ? queue.share->read(samples) : readingOf(samples[queue.position]);
-    QueueReading const& last = queue.sampled.lastReading();
-    if (reading.stamp == last.stamp) continue;
-    if (startedAgain(last, reading)) {
-      QueueAddress const address = queue.sampled.address();
-      queue.sampled.handleGone(sink);
-      queue.sampled = SampledQueue(address, queue.sampled.traits(), reading);
-      sink.handlePresent(address);
-      continue;
-    }
+    if (reading.stamp == queue.sampled.lastReading().stamp) continue;
     sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
   }
   sum.finishLook(interval, sink);
 }
 
 void QueueRoster::forgetAll(CongestionSink& sink) {
-  for (Queue& queue : queues_) queue.sampled.handleGone(sink);
+  for (Queue& queue : queues_) queue.sampled.handleUnwatched(sink);
   queues_.clear();
   known_.clear();
   removed_.clear();

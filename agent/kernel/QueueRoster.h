@@ -22,8 +22,8 @@ namespace Agent {
 // is told of queues that appear and go.
 //
 // A queue begins anew, as if another had gone and it had come, when it was missing from a whole dump, has got
-// another name, has been removed and made again under its handle (its counters went backwards, or the kernel
-// told of a removal), or takes or gives away children.
+// another name, takes its first child or gives its last away, or when the kernel told that it was removed.
+// That it has been removed and made again is told by its counters as well: see SampledQueue.
 class QueueRoster {
  public:
   // A queue is congested above so many bytes, and never below two full frames.
@@ -45,7 +45,7 @@ class QueueRoster {
   void handleRemoval(TrafficNotice const& notice);
 
   // One look: reads every queue from the samples. `interval` is the intended time between looks, in
-  // microseconds. Allocates nothing while no queue begins anew.
+  // microseconds. Allocates nothing.
   void handleSamples(std::span<QdiscSample const> samples, Kes::U64 interval, QueueSum& sum,
                      CongestionSink& sink);
 
