@@ -29,11 +29,13 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
     : recorder_(std::move(recorder)),
       config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
-      clock_(std::move(clock)) {
+      clock_(std::move(clock)),
+      interfaces_(recorder_) {
   recorder_->allocateGlobalChunk();
 }
 
 void CongestionFeed::handlePresent(QueueAddress const& queue) {
+  interfaces_.handleQueuePresent(queue.intfId);
   std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
 }
 
@@ -69,6 +71,7 @@ void CongestionFeed::handleTotal(CongestionUpdate const& update) {
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
   latest_.del({queue.intfId, queue.key});
+  interfaces_.handleQueueGone(queue.intfId);
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;

@@ -10,6 +10,7 @@
 #include "Vorn/VornUtils.h"
 #include "agent/base/AgentClock.h"
 #include "agent/burst/CongestionSink.h"
+#include "agent/burst/InterfaceLogs.h"
 #include "agent/record/LinuxEntry.h"
 
 namespace Agent {
@@ -90,6 +91,7 @@ class CongestionFeed final : public CongestionSink {
   // When, by the monotonic clock, a message of the high threshold was raised; at least of the last log
   // interval.
   Kes::HashMap<Pylo::IntfId, Kes::U64, Pylo::IntfIdHash> lastHigh_;
+  InterfaceLogs interfaces_;
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
 };
