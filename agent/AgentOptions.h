@@ -24,7 +24,7 @@ struct AgentOptions {
   static constexpr Thresholds hostGlobalBuffer{1'048'576, 262'144};
 
   std::string socketPath;
-  bool foreground = false;
+  bool messagesToStderr = false;
 
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;
@@ -33,7 +33,6 @@ struct AgentOptions {
 
   Thresholds ports = hostPorts;
   bool portsConfigured = false;
-  Thresholds cpuPorts = hostPorts;
   Thresholds globalBuffer = hostGlobalBuffer;
   bool globalBufferConfigured = false;
   struct PortThresholds {

@@ -29,7 +29,7 @@
 namespace {
 
 void openLog(Agent::AgentOptions const& options) {
-  Agent::openJournal(options.foreground);
+  Agent::openJournal(options.messagesToStderr);
   for (Kes::U32 level = 0; options.traceLevel && level <= *options.traceLevel; ++level) {
     Vorn::defaultTraceHandle().levelIs(level, true);
   }
@@ -105,7 +105,7 @@ int main(int argc, char** argv) {
     return 0;
   } catch (std::exception const& error) {
     Agent::note(LOG_ERR, error.what());
-    if (!options->foreground) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
+    if (!options->messagesToStderr) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
     return 1;
   }
 }

@@ -26,6 +26,7 @@ using Report = Agent::ShowOptions::Report;
 struct CommandLine {
   Agent::ShowOptions options;
   std::vector<std::string> interfaceLists;
+  std::string path;  // of set, in front of the value
   std::string socketPath;
 };
 
@@ -53,9 +54,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("-c,--csv", options.csv,
                "history, stats, global: comma-separated, with column names, for programs");
   app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
-  app.add_option("--depth", options.depth, "get: so many levels below the path (1)")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
+  app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
   app.add_option("--socket", line.socketPath,
                  "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if it exists, else " +
                      std::string(Agent::Protocol::systemSocketPath) + ")")
@@ -73,9 +72,13 @@ void addByName(CLI::App& app, CommandLine& line) {
   add("type", Report::type, "The attributes of a type", "NAME")->required();
   add("get", Report::get, "A value, an object or a collection by name, such as portData[eth0].lastSyslogTime",
       "PATH");
-  add("set", Report::set, "Set a value (root and the agent's own user)", "PATH VALUE")
-      ->required()
-      ->expected(2, -1);
+  CLI::App* const set = app.add_subcommand("set", "Set a value (root and the agent's own user)");
+  set->add_option("PATH", line.path)->required()->type_name("");
+  set->add_option("VALUE", line.options.words)->required()->type_name("");
+  set->callback([&line] {
+    line.options.report = Report::set;
+    line.options.words.insert(line.options.words.begin(), line.path);
+  });
   add("call", Report::call, "Call an operation, as 'PATH(NAME=VALUE, ...)' (the same)", "CALL")->required();
 }
 

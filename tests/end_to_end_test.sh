@@ -68,7 +68,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --foreground --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
   agent=$!
   until_true "$show_program" --socket "$socket" status >"$scratch/out" 2>&1
 }

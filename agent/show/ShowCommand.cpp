@@ -181,6 +181,7 @@ ShowCommand showCommandFor(ShowOptions const& options) {
   bool const looksUp = options.report >= Report::types && options.report <= Report::get;
   refuse(options.json && !looksUp, "--json applies to types, type and get");
   refuse(options.depth && options.report != Report::get, "--depth applies to get");
+  refuse(options.depth == 0U, "--depth takes 1 or more levels; --all shows everything below the path");
   ShowCommand command = translate(options);
   refuse(std::any_of(command.request.begin(), command.request.end(), isControl),
          "the request holds a control character");
