@@ -1,5 +1,6 @@
 #include "agent/record/LinuxPortMetaDataDumper.h"
 
+#include "agent/record/QueueName.h"
 #include "agent/record/ReportColumns.h"
 
 namespace Agent {
