@@ -1,11 +1,15 @@
 #include "agent/AgentOptions.h"
 
+#include <fnmatch.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
 #include "Kes/Trace.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 
 namespace Agent {
@@ -143,6 +147,20 @@ std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv,
     return std::nullopt;
   }
   return options;
+}
+
+std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present) {
+  std::vector<std::string> remarks;
+  auto const remark = [&](std::string const& option, std::string const& name, auto const& isMeant) {
+    if (std::none_of(present.begin(), present.end(), isMeant))
+      remarks.push_back(option + ' ' + printable(name) + ": there is no such interface now");
+  };
+  for (std::string const& pattern : options.interfaces)
+    remark("--interface", pattern,
+           [&](auto const& name) { return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0; });
+  for (auto const& port : options.portThresholds)
+    remark("--port-threshold", port.interface, [&](auto const& name) { return port.interface == name; });
+  return remarks;
 }
 
 Vorn::Config::Ptr configOf(AgentOptions const& options) {

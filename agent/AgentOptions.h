@@ -52,6 +52,10 @@ struct AgentOptions {
 // --help and --version (0) and for a usage error (2), whose text has been printed.
 std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv, int& exitStatus);
 
+// What an operator is told at start: which interfaces the options name that are not among those of the
+// machine.
+std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present);
+
 // The recorder's inputs that these options make: what the operator set, and what this host has by default.
 Vorn::Config::Ptr configOf(AgentOptions const& options);
 Vorn::Hardware::Status::Ptr hardwareStatusOf(AgentOptions const& options);

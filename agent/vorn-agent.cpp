@@ -1,5 +1,6 @@
 // vorn-agent: records the congestion of this machine's egress queues, and serves reports of it.
 
+#include <net/if.h>
 #include <sched.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "Kes/Format.h"
 #include "Vorn/CongestionData.h"
@@ -58,6 +61,15 @@ Agent::FileDescriptor watchSignals(Agent::EventLoop& loop) {
   return fd;
 }
 
+std::vector<std::string> presentInterfaces() {
+  std::vector<std::string> names;
+  struct if_nameindex* const all = ::if_nameindex();
+  if (all == nullptr) return names;
+  for (auto const* one = all; one->if_index != 0; ++one) names.emplace_back(one->if_name);
+  ::if_freenameindex(all);
+  return names;
+}
+
 Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn::Config::Ptr const& config,
                                        Vorn::Hardware::Status::Ptr const& status,
                                        Agent::AgentClock::Ptr const& clock) {
@@ -86,6 +98,8 @@ void serve(Agent::AgentOptions const& options) {
   Agent::CommandServer const server(loop, options.socketPath, recorder, ownRequests, {});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
+  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
+    Agent::note(LOG_WARNING, remark);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
   loop.run();
   Agent::note(LOG_INFO, "ending");

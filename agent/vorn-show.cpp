@@ -6,10 +6,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 
 #include "Vorn/CommandOptions.h"
-#include "agent/base/PatternFault.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 #include "agent/base/UnixSocket.h"
 #include "agent/show/ShowClient.h"
@@ -46,7 +45,9 @@ void addOptions(CLI::App& app, CommandLine& line) {
       ->type_name("PATTERN");
   app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
       ->type_name("SECONDS");
-  app.add_option("-n,--count", options.count, "history: only the N newest records")->type_name("N");
+  app.add_option("-n,--count", options.count,
+                 "history: only the N newest records, with --all the global buffer's between them")
+      ->type_name("N");
   app.add_flag("-d,--drops", options.drops, "history: packets dropped");
   app.add_flag("-l,--latency", options.latency, "history: transmit latency");
   app.add_flag("-a,--all", options.all,
@@ -115,7 +116,7 @@ void print(std::string_view bytes) {
 }
 
 int complain(ExitStatus status, std::string const& text) {
-  std::fprintf(stderr, "vorn-show: %s\n", text.c_str());
+  std::fprintf(stderr, "vorn-show: %s\n", Agent::printable(text).c_str());
   return status;
 }
 
@@ -131,10 +132,10 @@ int show(CommandLine& line) {
   } catch (std::system_error const& error) {
     return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
   }
-  std::optional<std::string> const verdict = Agent::fetchReport(socket.get(), command, print);
+  Agent::AnswerEnd const end = Agent::fetchReport(socket.get(), command, print);
   if (std::fflush(stdout) != 0) throw OutputClosed{errno};
-  if (!verdict) return complain(refused, "the connection broke: the report is not complete");
-  return verdict->empty() ? done : complain(refused, "the agent says: " + *verdict);
+  if (end.kind == Agent::AnswerEnd::Kind::whole) return done;
+  return complain(end.kind == Agent::AnswerEnd::Kind::noAnswer ? unreachable : refused, end.text);
 }
 
 }  // namespace
@@ -151,11 +152,10 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
     return show(line);
   } catch (CLI::ParseError const& error) {
-    return app.exit(error) == 0 ? done : usage;
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return complain(usage, std::string(error.what()) + "; --help tells more");
   } catch (Agent::UsageError const& error) {
     return complain(usage, error.what());
-  } catch (std::regex_error const& error) {
-    return complain(usage, std::string("bad interface pattern: ") + Agent::patternFault(error.code()));
   } catch (OutputClosed const& closed) {
     if (closed.reason == EPIPE) return done;
     return complain(refused, std::string("standard output: ") + std::strerror(closed.reason));
