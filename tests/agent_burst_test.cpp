@@ -16,6 +16,7 @@
 #include "agent/burst/SampledQueue.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/record/LocalZone.h"
 #include "agent/record/ReportColumns.h"
 #include "tests/support.h"
 
@@ -403,9 +404,28 @@ TEST(Clock, FollowsStepsAtOnceAndSmallOnesBackwardsSlowly) {
   EXPECT_EQ(Kes::makePtr<AgentClock>([] { return readings; })->now().value(), 1U) << "never 0";
 }
 
-TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
+TEST(Lines, KeepTheZoneOfTheirTitle) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  LocalZone winter(1740830829);  // in March, before summer time began
+  EXPECT_EQ(winter.name(), "CET, +01:00");
+  EXPECT_EQ(winter.second(1740830829), "2025-03-01 13:07:09");
+  EXPECT_EQ(winter.second(1751371629), "2025-07-01 13:07:09");
+  LocalZone summer(1751371629);
+  EXPECT_EQ(summer.name() + ' ' + std::string(summer.second(1740830829)), "CEST, +02:00 2025-03-01 14:07:09");
+  setenv("TZ", "<-0330>3:30", 1);
+  tzset();
+  EXPECT_EQ(LocalZone(1740830829).name(), "-03:30");
+}
+
+// The zone of this process's reports is that of the first report, whichever test makes it.
+std::string const reportZone = [] {
   setenv("TZ", "UTC-2", 1);
   tzset();
+  return LocalZone::ofReports().name();
+}();
+
+TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   CongestionUpdate update;
   update.timestamp = 1740830829000042;
   update.qLen = 25000;
@@ -415,17 +435,22 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   auto const record = Kes::makePtr<LinuxEntry>(0x10010U, 0U, update);
   auto const global = Kes::makePtr<LinuxEntry>(noQueue, 0U, CongestionUpdate{});
   auto const start = Vorn::portMetaDataFactory(0, Pylo::IntfId("a,\"b"));
+  auto const queue = Vorn::portMetaDataFactory(0x10020, Pylo::IntfId("e\xc3\xbcx\xc2\x9b"));
   auto const dumper = Kes::makePtr<LinuxPortMetaDataDumper>();
   record->durationIs(Vorn::Microseconds(2010));
   auto const title = [](char const* command) { return columnsFor(Vorn::parseCommand(command)).str(); };
 
   auto const line = ::Test::Bench::written(
       [&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth\x1b", false); });
-  EXPECT_EQ(
-      line,
-      "2025-03-01 14:07:09.000042  eth?             1:10            25000 B       31000 B        2.010 ms"
-      "      2.000 ms           7\n");
+  EXPECT_EQ(line,
+            "2025-03-01 14:07:09.000042 eth?         1:10      25000 B    31000"
+            " B     2.010 ms    2.000 ms      7\n");
+  EXPECT_EQ(line.size(), 101U);
   EXPECT_EQ(line.size(), title("").size());
+  EXPECT_EQ(reportZone, "UTC, +02:00");
+  EXPECT_TRUE(title("").starts_with("Time (UTC, +02:00)")) << title("");
+  EXPECT_EQ(::Test::Bench::written([&](auto* f) { return dumper->dumpStatistics(queue.get(), f); }),
+            "e\xc3\xbcx??        1:20            0\n");
   EXPECT_EQ(
       ::Test::Bench::written([&](auto* f) { return record->dumpEntry(f, "1740830829000042", "eth0", true); }),
       "record,eth0,1:10,65552,,1740830829000042,2010,25000,31000,2000,7\n");

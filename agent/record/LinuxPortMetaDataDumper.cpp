@@ -29,4 +29,13 @@ Kes::S32 LinuxPortMetaDataDumper::dumpStartMetaData(Vorn::PortMetaData const* po
   return line.write(stream);
 }
 
+Kes::S32 LinuxPortMetaDataDumper::dumpStatistics(Vorn::PortMetaData const* portMetaData,
+                                                 Kes::VoidPtr stream) const {
+  ReportLine line;
+  line.addText(columns::interface, portMetaData->intfId().shortName().view());
+  line.addText(columns::queue, QueueName::ofKey(portMetaData->identifier()).text());
+  line.addNumber(columns::bursts, portMetaData->counter(), "");
+  return line.write(stream);
+}
+
 }  // namespace Agent

@@ -22,4 +22,15 @@ QueueName QueueName::ofHandle(Kes::U32 handle) {
   return name;
 }
 
+QueueKey QueueName::keyOf(std::string_view name) {
+  if (name == "root") return 0;
+  std::size_t const colon = name.find(':');
+  if (colon == std::string_view::npos) return noQueue;
+  QueueKey major = 0;
+  QueueKey minor = 0;
+  std::from_chars(name.data(), name.data() + colon, major, 16);
+  std::from_chars(name.data() + colon + 1, name.data() + name.size(), minor, 16);
+  return major << 16 | minor;
+}
+
 }  // namespace Agent

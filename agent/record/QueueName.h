@@ -29,6 +29,8 @@ class QueueName {
  public:
   static QueueName ofKey(QueueKey key);
   static QueueName ofHandle(Kes::U32 handle);
+  // The key of such a name; noQueue for what names none.
+  static QueueKey keyOf(std::string_view name);
   std::string_view text() const { return {text_.data(), length_}; }
 
  private:

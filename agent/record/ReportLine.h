@@ -25,7 +25,7 @@ class ReportLine {
   // Text columns. Names are made printable, here and in fields (Printable.h).
   void addText(Column const& column, std::string_view text);
   void addNumber(Column const& column, Kes::U64 number, std::string_view unit);
-  // Local time with microseconds.
+  // Local time (LocalZone.h) with microseconds.
   void addTime(Column const& column, Vorn::Microseconds time);
   // Milliseconds with microseconds behind the point.
   void addMilliseconds(Column const& column, Vorn::Microseconds time);
