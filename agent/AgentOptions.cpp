@@ -1,11 +1,15 @@
 #include "agent/AgentOptions.h"
 
+#include <fnmatch.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 
 #include "Kes/Trace.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 
 namespace Agent {
@@ -14,7 +18,7 @@ namespace {
 
 constexpr char const* description =
     "Records the congestion of every egress queue of this machine, and answers vorn-show.\n"
-    "Stays in the foreground in any case, as service managers like it; SIGTERM or SIGINT end it.";
+    "Stays in the foreground, as service managers like it; SIGTERM or SIGINT end it.";
 
 // What is given as text, or in another unit than it is kept.
 struct Raw {
@@ -49,8 +53,6 @@ void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
   raw.portOptions[0] =
       bytes("--high", options.ports.high, "Queue length that is logged as over the high threshold");
   raw.portOptions[1] = bytes("--low", options.ports.low, "Queue length that is logged at all");
-  bytes("--cpu-high", options.cpuPorts.high, "The same for CPU ports");
-  bytes("--cpu-low", options.cpuPorts.low, "The same for CPU ports");
   raw.globalOptions[0] =
       bytes("--global-high", options.globalBuffer.high, "The same for the sum of all queues");
   raw.globalOptions[1] =
@@ -73,7 +75,7 @@ void addProcess(CLI::App& app, AgentOptions& options) {
   app.add_option("--socket", options.socketPath, "Where to listen for requests")
       ->type_name("PATH")
       ->capture_default_str();
-  app.add_flag("--foreground", options.foreground,
+  app.add_flag("--stderr", options.messagesToStderr,
                "Messages go to standard error as well as to the system log");
   app.add_option("--trace", options.traceLevel, "Diagnostics up to this level (0 to 9) on standard error")
       ->check(CLI::Range(0U, Kes::TraceHandle::maxLevel))
@@ -120,7 +122,6 @@ void complete(AgentOptions& options, Raw const& raw) {
   }
   options.interval = std::chrono::microseconds(static_cast<std::int64_t>(raw.intervalMs * 1000.0));
   checkOrder(options.ports, "--high, --low");
-  checkOrder(options.cpuPorts, "--cpu-high, --cpu-low");
   checkOrder(options.globalBuffer, "--global-high, --global-low");
   for (auto const& port : options.portThresholds) checkOrder(port.thresholds, port.interface);
   if (options.socketPath.empty()) {
@@ -148,6 +149,20 @@ std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv,
   return options;
 }
 
+std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present) {
+  std::vector<std::string> remarks;
+  auto const remark = [&](std::string const& option, std::string const& name, auto const& isMeant) {
+    if (std::none_of(present.begin(), present.end(), isMeant))
+      remarks.push_back(option + ' ' + printable(name) + ": there is no such interface now");
+  };
+  for (std::string const& pattern : options.interfaces)
+    remark("--interface", pattern,
+           [&](auto const& name) { return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0; });
+  for (auto const& port : options.portThresholds)
+    remark("--port-threshold", port.interface, [&](auto const& name) { return port.interface == name; });
+  return remarks;
+}
+
 Vorn::Config::Ptr configOf(AgentOptions const& options) {
   auto const config = Kes::makePtr<Vorn::Config>();
   config->logIntervalIs(options.logInterval);
@@ -166,8 +181,9 @@ Vorn::Hardware::Status::Ptr hardwareStatusOf(AgentOptions const& options) {
   status->vornEnabledByDefaultIs(true);
   status->defHighThresholdIs(AgentOptions::hostPorts.high);
   status->defLowThresholdIs(AgentOptions::hostPorts.low);
-  status->defCpuHighThresholdIs(options.cpuPorts.high);
-  status->defCpuLowThresholdIs(options.cpuPorts.low);
+  // No interface of this host is one, unless by its name.
+  status->defCpuHighThresholdIs(options.ports.high);
+  status->defCpuLowThresholdIs(options.ports.low);
   status->defGlobalBufHighThresholdIs(AgentOptions::hostGlobalBuffer.high);
   status->defGlobalBufLowThresholdIs(AgentOptions::hostGlobalBuffer.low);
   return status;

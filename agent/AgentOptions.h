@@ -24,7 +24,7 @@ struct AgentOptions {
   static constexpr Thresholds hostGlobalBuffer{1'048'576, 262'144};
 
   std::string socketPath;
-  bool foreground = false;
+  bool messagesToStderr = false;
 
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;
@@ -33,7 +33,6 @@ struct AgentOptions {
 
   Thresholds ports = hostPorts;
   bool portsConfigured = false;
-  Thresholds cpuPorts = hostPorts;
   Thresholds globalBuffer = hostGlobalBuffer;
   bool globalBufferConfigured = false;
   struct PortThresholds {
@@ -52,6 +51,10 @@ struct AgentOptions {
 // Reads the command line. Nothing is returned when the process is to end at once with `exitStatus`: after
 // --help and --version (0) and for a usage error (2), whose text has been printed.
 std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv, int& exitStatus);
+
+// What an operator is told at start: which interfaces the options name that are not among those of the
+// machine.
+std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present);
 
 // The recorder's inputs that these options make: what the operator set, and what this host has by default.
 Vorn::Config::Ptr configOf(AgentOptions const& options);

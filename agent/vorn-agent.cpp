@@ -35,7 +35,7 @@
 namespace {
 
 void openLog(Agent::AgentOptions const& options) {
-  Agent::openJournal(options.foreground);
+  Agent::openJournal(options.messagesToStderr);
   for (Kes::U32 level = 0; options.traceLevel && level <= *options.traceLevel; ++level) {
     Vorn::defaultTraceHandle().levelIs(level, true);
   }
@@ -104,6 +104,8 @@ void serve(Agent::AgentOptions const& options) {
                  presentInterfaces, Agent::CommandServer::Limits{});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
+  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
+    Agent::note(LOG_WARNING, remark);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
   loop.run();
   Agent::note(LOG_INFO, "ending");
@@ -124,7 +126,7 @@ int main(int argc, char** argv) {
     return 0;
   } catch (std::exception const& error) {
     Agent::note(LOG_ERR, error.what());
-    if (!options->foreground) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
+    if (!options->messagesToStderr) std::fprintf(stderr, "vorn-agent: %s\n", error.what());
     return 1;
   }
 }

@@ -4,10 +4,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 
 #include "Vorn/CommandOptions.h"
-#include "agent/base/PatternFault.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/base/UnixSocket.h"
@@ -25,6 +24,7 @@ using Report = Agent::ShowOptions::Report;
 struct CommandLine {
   Agent::ShowOptions options;
   std::vector<std::string> interfaceLists;
+  std::string path;  // of set, in front of the value
   std::string socketPath;
 };
 
@@ -44,7 +44,9 @@ void addOptions(CLI::App& app, CommandLine& line) {
       ->type_name("PATTERN");
   app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
       ->type_name("SECONDS");
-  app.add_option("-n,--count", options.count, "history: only the N newest records")->type_name("N");
+  app.add_option("-n,--count", options.count,
+                 "history: only the N newest records, with --all the global buffer's between them")
+      ->type_name("N");
   app.add_flag("-d,--drops", options.drops, "history: packets dropped");
   app.add_flag("-l,--latency", options.latency, "history: transmit latency");
   app.add_flag("-a,--all", options.all,
@@ -52,9 +54,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("-c,--csv", options.csv,
                "history, stats, global: comma-separated, with column names, for programs");
   app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
-  app.add_option("--depth", options.depth, "get: so many levels below the path (1)")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
+  app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
   app.add_option("--socket", line.socketPath,
                  "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if an agent is there, else " +
                      std::string(Agent::Protocol::systemSocketPath) + ")")
@@ -72,9 +72,13 @@ void addByName(CLI::App& app, CommandLine& line) {
   add("type", Report::type, "The attributes of a type", "NAME")->required();
   add("get", Report::get, "A value, an object or a collection by name, such as portData[eth0].lastSyslogTime",
       "PATH");
-  add("set", Report::set, "Set a value (root and the agent's own user)", "PATH VALUE")
-      ->required()
-      ->expected(2, -1);
+  CLI::App* const set = app.add_subcommand("set", "Set a value (root and the agent's own user)");
+  set->add_option("PATH", line.path)->required()->type_name("");
+  set->add_option("VALUE", line.options.words)->required()->type_name("");
+  set->callback([&line] {
+    line.options.report = Report::set;
+    line.options.words.insert(line.options.words.begin(), line.path);
+  });
   add("call", Report::call, "Call an operation, as 'PATH(NAME=VALUE, ...)' (the same)", "CALL")->required();
 }
 
@@ -117,7 +121,7 @@ void print(std::string_view bytes) {
 }
 
 int complain(ExitStatus status, std::string const& text) {
-  std::fprintf(stderr, "vorn-show: %s\n", text.c_str());
+  std::fprintf(stderr, "vorn-show: %s\n", Agent::printable(text).c_str());
   return status;
 }
 
@@ -133,10 +137,10 @@ int show(CommandLine& line) {
   } catch (std::system_error const& error) {
     return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
   }
-  std::optional<std::string> const verdict = Agent::fetchReport(socket.get(), command, print);
+  Agent::AnswerEnd const end = Agent::fetchReport(socket.get(), command, print);
   if (std::fflush(stdout) != 0) throw OutputClosed{errno};
-  if (!verdict) return complain(refused, "the connection broke: the report is not complete");
-  return verdict->empty() ? done : complain(refused, "the agent says: " + *verdict);
+  if (end.kind == Agent::AnswerEnd::Kind::whole) return done;
+  return complain(end.kind == Agent::AnswerEnd::Kind::noAnswer ? unreachable : refused, end.text);
 }
 
 }  // namespace
@@ -154,11 +158,10 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
     return show(line);
   } catch (CLI::ParseError const& error) {
-    return app.exit(error) == 0 ? done : usage;
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return complain(usage, std::string(error.what()) + "; --help tells more");
   } catch (Agent::UsageError const& error) {
     return complain(usage, error.what());
-  } catch (std::regex_error const& error) {
-    return complain(usage, std::string("bad interface pattern: ") + Agent::patternFault(error.code()));
   } catch (OutputClosed const& closed) {
     if (closed.reason == EPIPE) return done;
     return complain(refused, std::string("standard output: ") + std::strerror(closed.reason));

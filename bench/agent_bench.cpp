@@ -114,7 +114,6 @@ class FullRecorder {
   }
 
   std::size_t retained() const { return Bench::retainedRecords(*recorder_); }
-  Agent::AgentClock::Ptr const& clock() const { return clock_; }
   Vorn::CongestionData::Ptr const& recorder() const { return recorder_; }
 
   // Serves `path` and looks at the queues of this network namespace, as vorn-agent does.
@@ -282,8 +281,7 @@ class WatchedAgent {
         lines_(recordsOf(poolChunks)),
         socket_(std::move(socket)),
         server_(loop_, socket_, full_.recorder(), [](auto const&, uid_t) { return std::nullopt; }, {}),
-        timer_(millisecondTimer()),
-        dump_(full_.clock()) {
+        timer_(millisecondTimer()) {
     loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTick(); });
   }
 

@@ -4,10 +4,13 @@
 #include <rapidjson/document.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <ctime>
 #include <set>
 
 #include "Kes/ByName/TypeRegistry.h"
 #include "agent/AgentOptions.h"
+#include "agent/base/Printable.h"
 #include "agent/serve/OwnRequests.h"
 #include "tests/support.h"
 
@@ -75,7 +78,7 @@ TEST_F(ByName, Get_explainsWhatIsWrong) {
       {"get portData[eth0].chunk[0].entry[3].qlen", "no attribute 'qlen' in Vorn::Entry; did you mean qLen?"},
       {"get portDat[eth0].", "column 14"},
       {"get portData.chunk", "portData is a collection: say which member, e.g. portData[\"a]b\"]"},
-      {"get portData[eth9]", "no member eth9 in portData, which has 3 members: "},
+      {"get portData[eth9]", "no member 'eth9' in portData, which has 3 members: "},
       {"get portData[eth0].chunk[x]", "wants a U32: no digits where a number was expected at column 0"},
       {"get portData[eth0].chunk[0].entry[600]", "EntryIndex::value < 0 or > EntryIndex::max not allowed"},
       {"get numSharedChunks[1]", "numSharedChunks is no collection"},
@@ -89,6 +92,34 @@ TEST_F(ByName, Get_explainsWhatIsWrong) {
   for (auto const& [request, part] : faults) {
     EXPECT_TRUE(ask(request).starts_with("! ")) << request << '\n' << ask(request);
     expectPart(request, part);
+  }
+}
+
+// The agent looks up on its own time: what is wrong is found, said and cut short at once, whatever is asked.
+TEST_F(ByName, Refusals_areShortPrintableAndCheap) {
+  for (int i = 0; i < 2000; ++i) bench_.append(("if" + std::to_string(i)).c_str(), ::Test::record(9, 3000));
+  std::string const longName(4080, 'a');
+  std::string steps = "get portData[eth0].chunk[0]";
+  while (steps.size() < 4070) steps += ".nextChunk.prevChunk";
+  for (std::string const& request : std::vector<std::string>{
+           "get " + longName, "type " + longName, "type Vorn::" + longName, "get portData[" + longName + "]",
+           "set " + longName, "get portData[eth0].entryIndex[" + longName + "]", "get --" + longName,
+           "get --depth=" + longName, "call clock.getUTCTime(" + longName + "=1)",
+           "set numSharedChunks " + longName, "get numSharedChunks\x1b[31m\xc2\x9b", "types " + longName,
+           steps}) {
+    std::string answer;
+    std::clock_t least = CLOCKS_PER_SEC;
+    for (int round = 0; round < 20; ++round) {
+      std::clock_t const start = std::clock();
+      answer = ask(request, ::geteuid());
+      least = std::min(least, std::clock() - start);
+    }
+    std::string const shown = request.substr(0, 40);
+    EXPECT_TRUE(answer.starts_with("! ")) << shown << '\n' << answer;
+    EXPECT_LT(answer.size(), 400U) << shown << '\n' << answer;
+    EXPECT_EQ(printable(answer), answer);
+    EXPECT_EQ(answer.find("did you mean"), std::string::npos) << answer;
+    EXPECT_LT(least, CLOCKS_PER_SEC / 500) << shown;
   }
 }
 

@@ -1,12 +1,18 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <map>
 #include <regex>
+#include <tuple>
 
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
+#include "agent/AgentOptions.h"
 #include "agent/base/Printable.h"
 #include "agent/show/ReportFilter.h"
+#include "agent/show/ShowClient.h"
 #include "agent/show/ShowCommand.h"
 
 namespace Agent {
@@ -62,6 +68,8 @@ TEST(ShowCommand, Requests_andRefusals) {
   std::vector<ShowOptions> const meaningless = {{.drops = true, .latency = true},
                                                 {.latency = true, .all = true},
                                                 {.count = 0},
+                                                {.report = Report::get, .depth = 0},
+                                                {.report = Report::get, .words = {"a\xc2\x9b"}},
                                                 {.report = Report::statistics, .lastSeconds = 3},
                                                 {.report = Report::globalBuffer, .interfaces = {"eth0"}},
                                                 {.report = Report::raw, .csv = true, .words = {"csv"}}};
@@ -85,29 +93,91 @@ TEST(ReportFilter, Limits_ofTheCommaSeparatedReport) {
   EXPECT_EQ(shown({.lastSeconds = 10, .csv = true}), names + edge + start);
   EXPECT_EQ(shown({.count = 2, .csv = true}), names + edge + start);
   EXPECT_EQ(shown({.lastSeconds = 10, .count = 1, .csv = true}), names + start);
-  EXPECT_THROW(showCommandFor({.patterns = {"a["}}), std::regex_error);
+  for (auto const& [pattern, part] : std::map<std::string, std::string>{{"a[", "unmatched square bracket"},
+                                                                        {"*", "where .* is any text"}}) {
+    try {
+      showCommandFor({.patterns = {pattern}});
+      ADD_FAILURE() << pattern;
+    } catch (UsageError const& error) {
+      EXPECT_NE(std::string(error.what()).find(part), std::string::npos) << error.what();
+    }
+  }
 }
 
 TEST(ReportFilter, Forms_whereverTheStreamIsCut) {
+  std::string const frame = "\nReport generated at 1.5\n";
+  std::string const title = "Interface    Queue      Bursts\n";
   std::string const text =
-      "\nReport generated at 1.5\nTitle\neth0, 3, 7\nbr-c,1, 4, 9\n\nGlobal Hit Count = 2\n";
+      frame + title +
+      "eth0         1:20            7\nbr-c,1       root            9\n\nGlobal Hit Count = 2\n";
   ShowCommand const some = showCommandFor({.report = Report::statistics, .interfaces = {"eth0"}});
   ShowCommand const csv = showCommandFor({.report = Report::statistics, .csv = true});
-  std::vector<std::pair<ReportForm, std::string>> const cases = {
-      {{}, text},
-      {{ReportForm::Kind::csv}, text.substr(text.find("Title"))},
-      {some.form, "\nReport generated at 1.5\nTitle\neth0, 3, 7\n\nGlobal Hit Count = 2\n"},
-      {csv.form, "interface,queue_id,bursts\neth0,3,7\nbr-c,1,4,9\nN/A,,2\n"}};
-  for (auto const& [form, expected] : cases) {
-    for (std::size_t step : {std::size_t{1}, std::size_t{7}, text.size()}) {
+  EXPECT_EQ(some.request, "-ieth0 -c");
+  std::string const global = "1999-12-31 23:59:59.000000 N/A          -\n";
+  std::string const records = frame + "Time (UTC, +00:00)\n" + global +
+                              "1999-12-31 23:59:58.000000 eth0         1:20\n" + global +
+                              "1999-12-31 23:59:57.000000 N/Axe        root\n";
+  ShowCommand const counted = showCommandFor({.count = 2, .all = true});
+  std::vector<std::tuple<ReportForm, std::string, std::string>> const cases = {
+      {{}, text, text},
+      {{ReportForm::Kind::csv}, text, text.substr(text.find("Interface"))},
+      {some.form, text, frame + title + "eth0         1:20            7\n\nGlobal Hit Count = 2\n"},
+      {csv.form, text, "interface,queue,queue_id,bursts\neth0,1:20,65568,7\n\"br-c,1\",root,0,9\nN/A,,,2\n"},
+      {counted.form, records + global + "1999-12-31 23:59:56.000000 eth1         root\n" + global, records}};
+  for (auto const& [form, whole, expected] : cases) {
+    for (std::size_t step : {std::size_t{1}, std::size_t{7}, whole.size()}) {
       std::string got;
       ReportFilter filter(form, [&got](std::string_view bytes) { got += bytes; });
-      for (std::size_t at = 0; at < text.size(); at += step)
-        filter.take(std::string_view(text).substr(at, step));
+      for (std::size_t at = 0; at < whole.size(); at += step)
+        filter.take(std::string_view(whole).substr(at, step));
       filter.finish();
       EXPECT_EQ(got, expected) << step;
     }
   }
+}
+
+// How vorn-show takes what a program at the agent's socket does: the bytes that it sends before it hangs up,
+// or nothing while it stays.
+TEST(ShowClient, Answers_thatAreNone) {
+  using Kind = AnswerEnd::Kind;
+  std::string const evil = "a\x1b[2J\xc3\xbc\xc2\x9b\n\xff";
+  std::vector<std::tuple<std::string, bool, Kind, std::string, std::string>> const cases = {
+      {std::string("lines\n\0ok\n", 10), true, Kind::whole, "lines\n", ""},
+      {std::string("\0no\x1b\n", 5), true, Kind::refused, "", "the agent says: no?"},
+      {evil + std::string("\0ok\n", 4), true, Kind::whole, "a?[2J\xc3\xbc??\n?", ""},
+      {"", true, Kind::broken, "", "the agent closed the connection without an answer"},
+      {"half", true, Kind::broken, "half", "the connection broke: the report is not complete"},
+      {"half", false, Kind::broken, "half", "the agent fell silent: the report is not complete"},
+      {"", false, Kind::noAnswer, "", "the agent took the request and does not answer"}};
+  for (auto const& [sent, hangsUp, kind, report, text] : cases) {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    timeval const patience{0, 50'000};
+    ::setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    for (char const& byte : sent) ASSERT_EQ(::write(ends[1], &byte, 1), 1);
+    if (hangsUp) ::close(ends[1]);
+    std::string got;
+    AnswerEnd const end = fetchReport(ends[0], {}, [&got](std::string_view bytes) { got += bytes; });
+    EXPECT_EQ(end.kind, kind) << text;
+    EXPECT_EQ(end.text, text);
+    EXPECT_EQ(got, report);
+    ::close(ends[0]);
+    if (!hangsUp) ::close(ends[1]);
+  }
+}
+
+TEST(AgentOptions, Remarks_onInterfacesThatDoNotExist) {
+  auto const remarks = [](std::vector<char const*> arguments) {
+    arguments.insert(arguments.begin(), {"vorn-agent", "--socket", "/nowhere"});
+    int status = 0;
+    auto const options = parseAgentOptions(static_cast<int>(arguments.size()), arguments.data(), status);
+    return options ? remarksOn(*options, {"lo", "eth0"}) : std::vector<std::string>{"refused"};
+  };
+  EXPECT_EQ(remarks({"--interface", "l?", "--port-threshold", "lo=2,1"}), std::vector<std::string>{});
+  EXPECT_EQ(remarks({"--interface", "no*\x1b", "--port-threshold", "l?=2,1"}),
+            (std::vector<std::string>{"--interface no*?: there is no such interface now",
+                                      "--port-threshold l?: there is no such interface now"}));
+  EXPECT_EQ(remarks({"--cpu-high", "1"}), std::vector<std::string>{"refused"});
 }
 
 }  // namespace

@@ -143,11 +143,14 @@ class CommandServerTest : public testing::Test {
   // What vorn-show gets: the number of records; the verdict.
   std::pair<std::size_t, std::optional<std::string>> show(std::string const& words) {
     std::string report;
-    auto const verdict =
-        fetchReport(connect().get(), {words, {}}, [&](std::string_view bytes) { report += bytes; });
+    FileDescriptor const socket = connect();
+    AnswerEnd const end =
+        fetchReport(socket.get(), {words, {}}, [&](std::string_view bytes) { report += bytes; });
     std::size_t records = 0;
     for (std::size_t at = 0; (at = report.find(" eth0 ", at)) != std::string::npos; ++at) ++records;
-    return {records, verdict};
+    if (end.kind > AnswerEnd::Kind::refused) return {records, std::nullopt};
+    std::size_t const saying = end.text.find(": ");
+    return {records, end.text.substr(saying == std::string::npos ? 0 : saying + 2)};
   }
   void expectHealthy() {
     EXPECT_EQ(show("-ieth0 -s7"), std::pair(std::size_t{7}, std::optional<std::string>("")));

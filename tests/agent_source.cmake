@@ -1,5 +1,7 @@
-# How the agent finds bursts in what the queues of a machine tell, and how its records look.
-add_executable(agent_source_test agent_source_test.cpp)
-target_link_libraries(agent_source_test PRIVATE vorn-agent-lib GTest::gtest_main)
-vorn_warnings(agent_source_test)
-gtest_discover_tests(agent_source_test)
+# How the agent finds queues and their bursts in what a machine tells, and how its records look.
+foreach(test IN ITEMS agent_source_test agent_burst_test)
+  add_executable(${test} ${test}.cpp)
+  target_link_libraries(${test} PRIVATE vorn-agent-lib GTest::gtest_main)
+  vorn_warnings(${test})
+  gtest_discover_tests(${test})
+endforeach()

@@ -29,6 +29,7 @@ if [ -z "${VORN_TEST_SCRATCH:-}" ]; then
   exit 0
 fi
 
+export TZ=UTC
 agent_program=$1 show_program=$2 burst=$3
 scratch=$VORN_TEST_SCRATCH
 socket=$scratch/agent.sock
@@ -68,7 +69,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --foreground --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
   agent=$!
   until_true "$show_program" --socket "$socket" status >"$scratch/out" 2>&1
 }
@@ -126,7 +127,7 @@ show 0 --match 'br-[a-c]0' --count 2
 show 0 --interface br-c0 --drops
 expect "the burst that was too long shows its drops" grep -qE ' [1-9][0-9]* *$' "$scratch/out"
 show 0 stats --csv --interface up.1
-expect "its bursts are counted" grep -qE '^up\.1,[0-9]+,[2-9]$' "$scratch/out"
+expect "its bursts are counted" grep -qE '^up\.1,root,0,[2-9]$' "$scratch/out"
 [ "$(lines br-c0)" -eq 0 ] || fail "stats --interface"
 show 0 global --csv
 [ "$(lines 'br-c0|up\.1')" -eq 0 ] && [ "$(lines '^global')" -gt 0 ] || fail "global --csv: $(cat "$scratch/out")"
@@ -167,6 +168,40 @@ status=0
 [ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
 show 1 --interface no-such0
 expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
+
+# The documents: each command is accepted, and refused by the agent just where they show it; each title of a sample is
+# printed. The links have other names here, what stands for something else (NAME) is left out, and an agent finds its
+# place taken.
+(cd "$here/.." && awk '
+  FNR == 1 || /^```/ { inside = FNR == 1 ? 0 : !inside }
+  !inside { for (rest = $0; match(rest, /`vorn-[^`]*`/); rest = substr(rest, RSTART + RLENGTH)) add(substr(rest, RSTART + 1, RLENGTH - 2)) }
+  inside && /^([$] )?(sudo )?vorn-(agent|show)( |$)/ { add($0) }
+  inside && /^vorn-show: the agent says/ { status[n] = 1 }
+  function add(command) {
+    sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
+    if (command ~ /NAME|PATH/) return
+    gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
+    status[++n] = command ~ /^vorn-agent/ && command !~ /--help/ ? 1 : 0; commands[n] = command
+  }
+  END { for (i = 1; i <= n; i++) print status[i], commands[i] }' README.md docs/*.md | sort -u) >"$scratch/commands"
+expect "the documents have commands" [ "$(wc -l <"$scratch/commands")" -ge 25 ]
+while read -r wanted command; do
+  eval "set -- $command"
+  program=$show_program status=0
+  [ "$1" = vorn-show ] || program=$agent_program
+  shift
+  "$program" --socket "$socket" "$@" >"$scratch/out" 2>&1 || status=$?
+  [ "$status" -eq "$wanted" ] || fail "$command, of the documents, ended with $status, not $wanted"
+done <"$scratch/commands"
+for report in "" --drops --latency global stats --csv "stats --csv"; do
+  # shellcheck disable=SC2086  # words
+  show 0 $report
+  cat "$scratch/out"
+done >"$scratch/reports"
+expect "lines fit" sh -c "! grep -v , '$scratch/reports' | grep -E '.{101}'"
+grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$here"/../docs/*.md | sort -u | while read -r title; do
+  expect "a title of the documents is printed: $title" grep -Fxq -- "$title" "$scratch/reports"
+done
 
 # How the agent starts and ends.
 for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done

@@ -38,6 +38,12 @@ Vorn::Microseconds AgentClock::now() const {
   return Vorn::Microseconds(static_cast<Kes::U64>(std::max(microseconds, Kes::S64{1})));
 }
 
+Vorn::Microseconds AgentClock::wallTime(Kes::U64 monotonic) const {
+  now();
+  Kes::S64 const microseconds = static_cast<Kes::S64>(monotonic) + offset_ / 1000;
+  return Vorn::Microseconds(static_cast<Kes::U64>(std::max(microseconds, Kes::S64{1})));
+}
+
 Kes::Seconds AgentClock::getUTCTime() const { return Vorn::Microseconds::toSeconds(now()); }
 
 }  // namespace Agent

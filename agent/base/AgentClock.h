@@ -31,7 +31,10 @@ class AgentClock final : public Vorn::Clock {
   // Never 0, and never less than an earlier result.
   Vorn::Microseconds now() const;
 
-  // The same in seconds.
+  // What now() was when the monotonic clock showed `monotonic` microseconds, by the present offset.
+  Vorn::Microseconds wallTime(Kes::U64 monotonic) const;
+
+  // now() in seconds.
   Kes::Seconds getUTCTime() const override;
 
  private:

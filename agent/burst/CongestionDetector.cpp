@@ -103,7 +103,6 @@ CongestionUpdate CongestionDetector::begin(QueueReading const& reading, Progress
   update.begins = true;
   update.timestamp = startOf(reading, progress, limits.interval);
   update.coalesceTime = coalescedIntervals * limits.interval;
-  if (update.timestamp - told_ > update.coalesceTime) judgedLevel_ = 0;
   return update;
 }
 
@@ -130,14 +129,6 @@ U64 CongestionDetector::startOf(QueueReading const& reading, Progress const& pro
 U64 CongestionDetector::endBefore(QueueReading const& reading) const {
   if (!rate_.known()) return last_.stamp + (reading.stamp - last_.stamp) / 2;
   return std::min(reading.stamp, last_.stamp + rate_.timeFor(last_.backlog));
-}
-
-void CongestionDetector::judge(CongestionUpdate& update, U32 lowThreshold, U32 highThreshold) {
-  int const level = update.qLen >= highThreshold ? 2 : update.qLen >= lowThreshold ? 1 : 0;
-  if (level <= judgedLevel_) return;
-  judgedLevel_ = level;
-  update.coalesceTime = 0;
-  update.alwaysLog = level == 2;
 }
 
 }  // namespace Agent

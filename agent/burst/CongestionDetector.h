@@ -3,17 +3,10 @@
 #include <optional>
 
 #include "Kes/Types.h"
+#include "agent/burst/QueueReading.h"
 #include "agent/record/CongestionUpdate.h"
 
 namespace Agent {
-
-// A queue's counters at one moment. Times here are microseconds of the agent's clock.
-struct QueueReading {
-  Kes::U64 stamp = 0;
-  Kes::U64 bytes = 0;    // sent since the queue was made
-  Kes::U32 backlog = 0;  // bytes waiting
-  Kes::U32 drops = 0;    // packets dropped since the queue was made, modulo 2^32
-};
 
 // How fast a queue drains: bytes over time between backlogged readings. Older observations fade once there is
 // a quarter of a second's worth of newer ones, so the rate outlives a burst and still follows a changed
@@ -72,10 +65,6 @@ class CongestionDetector {
   // Readings come in order of time. Nothing is to be told while the queue is quiet.
   std::optional<CongestionUpdate> handleReading(QueueReading const& reading, Limits const& limits);
 
-  // To be called on every update, with the thresholds of the moment. Merged updates are judged by nobody, so
-  // one that lifts its record over a threshold for the first time is made a record of its own.
-  void judge(CongestionUpdate& update, Kes::U32 lowThreshold, Kes::U32 highThreshold);
-
   Progress progressTo(QueueReading const& reading) const;
   QueueReading const& lastReading() const { return last_; }
 
@@ -92,7 +81,6 @@ class CongestionDetector {
   Kes::U64 told_ = 0;        // the last update's timestamp
   Kes::U32 peak_ = 0;
   Kes::U32 peakBound_ = 0;
-  int judgedLevel_ = 0;  // highest threshold that the present record was judged at: 0 none, 1 low, 2 high
 };
 
 }  // namespace Agent

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Vorn/VornUtils.h"
-
 namespace Agent {
 
 namespace {
@@ -28,43 +26,57 @@ bool isSilent(CongestionUpdate const& update, Vorn::Thresholds const& thresholds
 }  // namespace
 
 CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
-                               Vorn::Hardware::Status::PtrConst hwStatus)
-    : recorder_(std::move(recorder)), config_(std::move(config)), hwStatus_(std::move(hwStatus)) {
+                               Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock)
+    : recorder_(std::move(recorder)),
+      config_(std::move(config)),
+      hwStatus_(std::move(hwStatus)),
+      clock_(std::move(clock)) {
   recorder_->allocateGlobalChunk();
 }
 
-void CongestionFeed::handleReading(QueueAddress const& queue, CongestionDetector& detector,
-                                   QueueReading const& reading, CongestionDetector::Limits const& limits) {
-  if (auto const quiet = detector.missedQuiet(reading, limits))
-    handleReading(queue, detector, *quiet, limits);
-  auto update = detector.handleReading(reading, limits);
-  if (!update) return;
-  Vorn::Thresholds const thresholds = Vorn::portThresholds(config_, hwStatus_, queue.intfId);
-  detector.judge(*update, thresholds.low, thresholds.high);
-  if (update->begins) ++bursts_;
-  auto const port = recorder_->portDataIs(queue.intfId);
-  Kes::Seconds const lastMessage = port->lastSyslogTime();
-  log(queue, *update);
-  // A judgement that had nothing to say must not silence the next one for the log interval: most bursts are
-  // small when they begin.
-  if (isSilent(*update, thresholds)) port->lastSyslogTimeIs(lastMessage);
-  keepMetaData(queue, *update);
+// Merged updates are judged by nobody, so one that lifts its record over a threshold for the first time is
+// made a record of its own. Returns whether its message is always due.
+bool CongestionFeed::judge(Judgement& judgement, CongestionUpdate& update,
+                           Vorn::Thresholds const& thresholds) {
+  if (update.begins && update.timestamp - judgement.told > update.coalesceTime) judgement.level = 0;
+  judgement.told = update.timestamp;
+  int const level = update.qLen >= thresholds.high ? 2 : update.qLen >= thresholds.low ? 1 : 0;
+  if (level <= judgement.level) return false;
+  judgement.level = level;
+  update.coalesceTime = 0;
+  return level == 2;
 }
 
-void CongestionFeed::handleGlobalReading(CongestionDetector& detector, QueueReading const& reading,
-                                         CongestionDetector::Limits const& limits) {
-  if (auto const quiet = detector.missedQuiet(reading, limits)) handleGlobalReading(detector, *quiet, limits);
-  auto update = detector.handleReading(reading, limits);
-  if (!update) return;
+void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& found) {
+  CongestionUpdate update = found;
+  update.timestamp = clock_->wallTime(found.timestamp).value();
+  Vorn::Thresholds const thresholds = Vorn::portThresholds(config_, hwStatus_, queue.intfId);
+  QueueId const id = {queue.intfId, queue.key};
+  if (judged_.find(id) == nullptr) judged_.put(id, {});
+  bool const alwaysLog = judge(*judged_.find(id), update, thresholds);
+  if (update.begins) ++bursts_;
+  auto const port = recorder_->portDataIs(queue.intfId);
+  Kes::Seconds const lastMessage = port->lastSyslogTime();
+  log(queue, update, alwaysLog);
+  // A judgement that had nothing to say must not silence the next one for the log interval: most bursts are
+  // small when they begin.
+  if (isSilent(update, thresholds)) port->lastSyslogTimeIs(lastMessage);
+  keepMetaData(queue, update);
+}
+
+void CongestionFeed::handleTotal(CongestionUpdate const& found) {
+  CongestionUpdate update = found;
+  update.timestamp = clock_->wallTime(found.timestamp).value();
   Vorn::Thresholds const thresholds = Vorn::globalThresholds(config_, hwStatus_);
-  detector.judge(*update, thresholds.low, thresholds.high);
+  judge(globalJudged_, update, thresholds);
   auto const chunk = recorder_->globalBufferChunk();
   Kes::Seconds const lastMessage = chunk->lastSyslogTime();
-  logGlobal(*update);
-  if (isSilent(*update, thresholds)) chunk->lastSyslogTimeIs(lastMessage);
+  logGlobal(update);
+  if (isSilent(update, thresholds)) chunk->lastSyslogTimeIs(lastMessage);
 }
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
+  judged_.del({queue.intfId, queue.key});
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;
@@ -80,11 +92,12 @@ void CongestionFeed::handlePresent(QueueAddress const& queue) {
   std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
 }
 
-void CongestionFeed::log(QueueAddress const& queue, CongestionUpdate const& update) {
+void CongestionFeed::log(QueueAddress const& queue, CongestionUpdate const& update, bool alwaysLog) {
   if (spare_)
     spare_->entryIs(queue.key, queue.handle, update);
   else
     spare_ = Kes::makePtr<LinuxEntry>(queue.key, queue.handle, update);
+  spare_->alwaysLogIs(alwaysLog);
   recorder_->updateEntry(queue.intfId, spare_, Microseconds(update.coalesceTime), queue.key);
   // The recorder keeps a record that it appends, and only the values of one that it merges.
   bool const appended = spare_->ptrCount() > 1;

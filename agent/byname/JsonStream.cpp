@@ -46,7 +46,8 @@ struct JsonStream::Writer {
 
   std::array<char, 16'384> buffer;
   rapidjson::FileWriteStream stream;
-  rapidjson::Writer<rapidjson::FileWriteStream> json;
+  // Pure ASCII: what a terminal would obey is escaped, and loses nothing.
+  rapidjson::Writer<rapidjson::FileWriteStream, rapidjson::UTF8<>, rapidjson::ASCII<>> json;
 };
 
 JsonStream::JsonStream(std::FILE* out) : writer_(std::make_unique<Writer>(out)) {}

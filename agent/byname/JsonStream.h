@@ -8,8 +8,8 @@
 namespace Agent {
 
 // Writes one JSON value into a stream, part by part, and a newline at destruction. Texts may be any bytes:
-// what is not UTF-8 is written as replacement characters. The stream tells by its error flag whether all was
-// written.
+// what is not UTF-8 is written as replacement characters, and what is not ASCII in escapes. The stream tells
+// by its error flag whether all was written.
 class JsonStream {
  public:
   explicit JsonStream(std::FILE* out);

@@ -39,7 +39,7 @@ U32 depthOf(std::string_view number) {
   U32 depth = 0;
   auto const [end, error] = std::from_chars(number.data(), number.data() + number.size(), depth);
   if (error != std::errc() || end != number.data() + number.size() || depth == 0)
-    throw ObjectError("--depth wants a number from 1, not '" + std::string(number) + "'");
+    throw ObjectError("--depth wants a number from 1, not " + quotedPart(number));
   return depth;
 }
 
@@ -55,7 +55,7 @@ Options takeOptions(std::string_view& text, bool ofGet) {
     else if (ofGet && word.starts_with(depthOption))
       options.depth = depthOf(word.substr(depthOption.size()));
     else
-      throw ObjectError("no option '" + std::string(word) + "' here");
+      throw ObjectError("no option " + quotedPart(word) + " here");
   }
   return options;
 }

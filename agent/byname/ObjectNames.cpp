@@ -27,7 +27,7 @@ std::vector<std::string_view> namesOf(std::vector<DeclaredAttribute> const& attr
                                    std::vector<std::string_view> const& names) {
   std::string const typeName(type.name());
   if (names.empty()) throw ObjectError("a " + typeName + " has no attributes");
-  std::string text = "no attribute '" + std::string(name) + "' in " + typeName;
+  std::string text = "no attribute " + quotedPart(name) + " in " + typeName;
   std::string const better = suggestion(name, names);
   if (!better.empty())
     text += better;
@@ -97,8 +97,7 @@ Kes::Type const& findType(std::string_view name) {
   }
   if (found.size() == 1) return *found.front();
   std::string const better = suggestion(name, known);
-  throw ObjectError("no type '" + std::string(name) + "'" +
-                    (better.empty() ? "; 'types' lists them" : better));
+  throw ObjectError("no type " + quotedPart(name) + (better.empty() ? "; 'types' lists them" : better));
 }
 
 }  // namespace Agent

@@ -42,8 +42,7 @@ class Reader {
     }
   }
   [[noreturn]] void fail(char const* what) const {
-    throw ObjectError(std::string(what) + " at column " + std::to_string(at_) + " of '" + std::string(text_) +
-                      "'");
+    throw ObjectError(std::string(what) + " at column " + std::to_string(at_) + " of " + quotedPart(text_));
   }
   std::string name();
   std::string key();
@@ -63,6 +62,7 @@ ObjectPath Reader::path() {
   if (atEnd() || startsWith('(')) return path;
   if (takes('.') && (atEnd() || startsWith(' ') || startsWith('('))) return path;
   do {
+    if (path.size() == maxPathSteps) fail("the path is too long");
     PathStep step{name()};
     if (takes('[')) step.key = key();
     path.push_back(std::move(step));
@@ -124,6 +124,11 @@ std::string Reader::assignedValue() {
 }
 
 }  // namespace
+
+// Texts of exceptions may repeat a request whole.
+ObjectError::ObjectError(std::string_view text) : std::runtime_error(printable(text, /*longest=*/350)) {}
+
+std::string quotedPart(std::string_view text) { return "'" + printable(text, longestShownName) + "'"; }
 
 ObjectPath parsePath(std::string_view text) {
   Reader reader(text);

@@ -19,11 +19,17 @@
 // portData[eth0.100], portData["a]b"].
 namespace Agent {
 
-// What is wrong with a request for something by name, in words for the operator.
+// What is wrong with a request for something by name, in printable words for the operator.
 class ObjectError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit ObjectError(std::string_view text);
 };
+
+// What the request said, for such a text: in quotes, and no longer than a name may be.
+std::string quotedPart(std::string_view text);
+
+// No object lies deeper.
+inline constexpr std::size_t maxPathSteps = 32;
 
 struct PathStep {
   std::string name;

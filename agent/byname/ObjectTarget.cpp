@@ -24,9 +24,9 @@ Kes::Argument const* argumentOf(Kes::Operation const& operation, std::string_vie
 std::string unknownArgument(Attribute const& attribute, Kes::Operation const& operation,
                             std::string const& name) {
   std::string const attributeName(attribute.name);
-  if (argumentOf(operation, name) != nullptr) return "argument " + name + " is given twice";
+  if (argumentOf(operation, name) != nullptr) return "argument " + quotedPart(name) + " is given twice";
   std::string const wanted = argumentsOf(attribute);
-  return attributeName + " has no argument '" + name + "'; " +
+  return attributeName + " has no argument " + quotedPart(name) + "; " +
          (wanted.empty() ? "it has none" : "it has (" + wanted + ")");
 }
 
@@ -55,6 +55,9 @@ std::string unknownArgument(Attribute const& attribute, Kes::Operation const& op
     throw ObjectError(name + ": " + failure.what());
   }
 }
+
+// An error is explained while the agent should be looking at its queues.
+constexpr std::size_t maxCounted = 500;
 
 // Follows one step after the other.
 class Search {
@@ -100,10 +103,10 @@ void Search::enterMember(std::string const& key) {
     found_.value = found_.holder->attributeOp({attribute.identifier, OpCode::member},
                                               {{"key", Kes::toGeneric(Kes::String(key))}});
   } catch (Kes::KeyNotFoundException const&) {
-    throw ObjectError("no member " + keyText(key) + " in " + reached() + ", which has " +
-                      membersOf(*found_.holder, attribute));
+    throw ObjectError("no member " + quotedPart(key) + " in " + reached() + ", which has " +
+                      membersOf(*found_.holder, attribute, maxCounted));
   } catch (Kes::Exception const& failure) {
-    throw ObjectError("'" + key + "' is no key of " + reached() + ", which wants a " +
+    throw ObjectError(quotedPart(key) + " is no key of " + reached() + ", which wants a " +
                       std::string(attribute.keyType().name()) + ": " + failure.what());
   }
   found_.path.back().key = key;
@@ -144,16 +147,16 @@ bool isOperation(Attribute const& attribute) {
   return attribute.kind == AttributeKind::procedure || attribute.kind == AttributeKind::function;
 }
 
-std::string membersOf(GenericIf& holder, Attribute const& collection) {
+std::string membersOf(GenericIf& holder, Attribute const& collection, std::size_t counted) {
   constexpr std::size_t maxNamed = 4;
   std::size_t count = 0;
   std::string named;
-  for (auto at = holder.attributeIterator(collection.identifier); *at; ++*at) {
+  for (auto at = holder.attributeIterator(collection.identifier); *at && count <= counted; ++*at) {
     if (++count > maxNamed) continue;
     named += (count == 1 ? ": " : ", ") + keyText(at->key()->strRep().view());
   }
-  std::string const total = std::to_string(count) + (count == 1 ? " member" : " members");
-  return total + named + (count > maxNamed ? ", ..." : "");
+  std::string const total = count > counted ? "more than " + std::to_string(counted) : std::to_string(count);
+  return total + (count == 1 ? " member" : " members") + named + (count > maxNamed ? ", ..." : "");
 }
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <string>
 
 #include "Kes/ByName/GenericIf.h"
@@ -35,7 +37,9 @@ bool isNull(Kes::GenericIf const& generic);
 
 bool isOperation(Kes::Attribute const& attribute);
 
-// "3 members: eth0, eth1, uplink": how many there are, and which are the first.
-std::string membersOf(Kes::GenericIf& holder, Kes::Attribute const& collection);
+// "3 members: eth0, eth1, uplink": how many there are, and which are the first. Beyond `counted` they are
+// "more than" that.
+std::string membersOf(Kes::GenericIf& holder, Kes::Attribute const& collection,
+                      std::size_t counted = std::numeric_limits<std::size_t>::max());
 
 }  // namespace Agent

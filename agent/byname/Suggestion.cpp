@@ -7,6 +7,8 @@
 #include <numeric>
 #include <utility>
 
+#include "agent/base/Printable.h"
+
 namespace Agent {
 
 namespace {
@@ -39,15 +41,17 @@ std::size_t distance(std::string_view a, std::string_view b) {
 
 std::vector<std::string_view> likelyNames(std::string_view mistyped,
                                           std::vector<std::string_view> const& names) {
+  if (mistyped.size() > longestShownName) return {};
   // How unlikely a name is: 0 differs in case only, 1 is begun, from 2 on there are letters that differ.
   std::vector<std::pair<std::size_t, std::string_view>> ranked;
+  std::size_t const tolerated = 1 + mistyped.size() / 4;
   for (std::string_view const name : names) {
-    bool const begins = beginsLike(name, mistyped);
-    std::size_t const letters = distance(mistyped, name);
-    if (begins)
-      ranked.emplace_back(letters == 0 ? 0 : 1, name);
-    else if (letters <= 1 + mistyped.size() / 4)
-      ranked.emplace_back(1 + letters, name);
+    if (beginsLike(name, mistyped)) {
+      ranked.emplace_back(name.size() == mistyped.size() ? 0 : 1, name);
+    } else if (name.size() <= mistyped.size() + tolerated && mistyped.size() <= name.size() + tolerated) {
+      std::size_t const letters = distance(mistyped, name);
+      if (letters <= tolerated) ranked.emplace_back(1 + letters, name);
+    }
   }
   auto const likelier = [](auto const& a, auto const& b) { return a.first < b.first; };
   std::stable_sort(ranked.begin(), ranked.end(), likelier);

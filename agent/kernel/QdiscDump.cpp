@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
+#include <ctime>
 
 namespace Agent {
 
@@ -37,6 +37,12 @@ void forEachAttribute(Bytes bytes, Visit visit) {
     visit(header.rta_type & NLA_TYPE_MASK, bytes.first(header.rta_len).subspan(sizeof(rtattr)));
     bytes = bytes.subspan(std::min(aligned(header.rta_len), bytes.size()));
   }
+}
+
+Kes::U64 monotonicTime() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<Kes::U64>(time.tv_sec) * 1'000'000 + static_cast<Kes::U64>(time.tv_nsec) / 1000;
 }
 
 // Queues that count per processor can sum up to slightly less than nothing while packets are under way.
@@ -75,7 +81,7 @@ QdiscSample readQdisc(Bytes message, Kes::U64 stamp) {
 
 }  // namespace
 
-QdiscDump::QdiscDump(AgentClock::PtrConst clock) : clock_(std::move(clock)), buffer_(receiveBytes) {}
+QdiscDump::QdiscDump() : buffer_(receiveBytes) {}
 
 QdiscDump::Outcome QdiscDump::poll(std::vector<QdiscSample>& samples) {
   samples.clear();
@@ -110,7 +116,7 @@ bool QdiscDump::request() {
   message.invisible.rta_len = RTA_LENGTH(0);
   message.invisible.rta_type = TCA_DUMP_INVISIBLE;
   bool const sent = send(socket_.get(), &message, sizeof message, 0) == ssize_t{sizeof message};
-  snapshotStamp_ = clock_->now().value();
+  snapshotStamp_ = monotonicTime();
   return sent;
 }
 
@@ -119,7 +125,7 @@ QdiscDump::Part QdiscDump::receive(std::vector<QdiscSample>& samples) {
   // last that the system call does, behind any wait for the configuration lock.
   Kes::U64 const stamp = snapshotStamp_;
   ssize_t const length = recv(socket_.get(), buffer_.data(), buffer_.size(), MSG_TRUNC);
-  snapshotStamp_ = clock_->now().value();
+  snapshotStamp_ = monotonicTime();
   if (length <= 0 || static_cast<std::size_t>(length) > buffer_.size()) return Part::failed;
   return parse(Bytes(buffer_).first(static_cast<std::size_t>(length)), stamp, samples);
 }

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Kes/Types.h"
-#include "agent/base/AgentClock.h"
 #include "agent/base/FileDescriptor.h"
 
 namespace Agent {
@@ -27,7 +26,7 @@ struct QdiscId {
 // queue; drops wrap at 2^32.
 struct QdiscSample {
   QdiscId id;
-  Kes::U64 stamp = 0;  // microseconds of the agent's clock
+  Kes::U64 stamp = 0;  // microseconds of the monotonic clock
   Kes::U64 bytes = 0;
   Kes::U32 backlog = 0;  // bytes waiting
   Kes::U32 drops = 0;    // packets
@@ -41,7 +40,7 @@ class QdiscDump {
   // interrupted: the kernel's tables changed meanwhile, so queues may be missing or stand twice.
   enum class Outcome { whole, interrupted, failed };
 
-  explicit QdiscDump(AgentClock::PtrConst clock);
+  QdiscDump();
 
   // Replaces `samples`, interface by interface and always in the same order while nobody changes the tables.
   // Neither blocks nor, once the vector has grown, allocates. After a failure `samples` holds what came
@@ -56,7 +55,6 @@ class QdiscDump {
   Part receive(std::vector<QdiscSample>& samples);
   Part parse(std::span<std::byte const> messages, Kes::U64 stamp, std::vector<QdiscSample>& samples);
 
-  AgentClock::PtrConst const clock_;
   FileDescriptor socket_;
   Kes::U32 sequence_ = 0;
   Kes::U64 snapshotStamp_ = 0;  // when the kernel filled the part that is received next

@@ -66,10 +66,8 @@ QdiscSource::QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrCo
     : recorder_(std::move(recorder)),
       config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
-      clock_(std::move(clock)),
       options_(std::move(options)),
-      feed_(recorder_, config_, hwStatus_),
-      dump_(clock_),
+      feed_(recorder_, config_, hwStatus_, std::move(clock)),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("cannot make a timer");
 }
@@ -117,27 +115,12 @@ bool QdiscSource::poll() {
 }
 
 void QdiscSource::handleSamples() {
-  QueueReading total;
   for (Queue& queue : queues_) {
-    QdiscSample const& sample = samples_[queue.position];
-    QueueReading const reading = readingOf(sample);
-    auto const progress = queue.detector.progressTo(reading);
-    totalBytes_ += progress.sent;
-    totalDrops_ += progress.drops;
-    total.stamp = reading.stamp;
-    total.backlog += std::min(reading.backlog, std::numeric_limits<U32>::max() - total.backlog);
-    feed_.handleReading(queue.address, queue.detector, reading, {queue.startThreshold, timerInterval_});
+    QueueReading const reading = readingOf(samples_[queue.position]);
+    sum_.add(queue.sampled, queue.sampled.handleReading(reading, timerInterval_, feed_));
   }
-  if (!queues_.empty()) handleTotal(total);
-  if (!missing_.empty()) forgetMissing(clock_->now().value());
-}
-
-void QdiscSource::handleTotal(QueueReading const& total) {
-  QueueReading const reading = {total.stamp, totalBytes_, total.backlog, totalDrops_};
-  if (!totalDetector_) totalDetector_.emplace(reading);
-  auto const larger = [](Queue const& a, Queue const& b) { return a.startThreshold < b.startThreshold; };
-  U32 const startThreshold = std::max_element(queues_.begin(), queues_.end(), larger)->startThreshold;
-  feed_.handleGlobalReading(*totalDetector_, reading, {startThreshold, timerInterval_});
+  sum_.finishLook(timerInterval_, feed_);
+  if (!missing_.empty()) forgetMissing(static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC)));
 }
 
 bool QdiscSource::sameQueues() const {
@@ -168,20 +151,25 @@ void QdiscSource::learnQueues() {
 // Takes the queue over from `before`, where it is marked as taken, or makes it.
 void QdiscSource::learnQueue(std::size_t position, Interface const& interface, std::vector<Queue>& before) {
   QdiscSample const& sample = samples_[position];
-  CongestionFeed::QueueAddress const address = {interface.intfId, keyOf(sample.id), sample.id.handle};
-  U32 const startThreshold = std::max(2 * interface.frameBytes, options_.startThresholdBytes);
+  QueueAddress const address = {interface.intfId, keyOf(sample.id), sample.id.handle};
+  QueueTraits const traits = {
+      .startThreshold = std::max(2 * interface.frameBytes, options_.startThresholdBytes),
+      .packetBytes = interface.frameBytes};
   auto const known = std::lower_bound(before.begin(), before.end(), sample.id,
                                       [](Queue const& queue, QdiscId const& id) { return queue.id < id; });
   if (known == before.end() || known->id != sample.id) {
-    queues_.push_back({sample.id, position, address, startThreshold, CongestionDetector(readingOf(sample))});
+    queues_.push_back({sample.id, position, SampledQueue(address, traits, readingOf(sample))});
     feed_.handlePresent(address);
     return;
   }
-  queues_.push_back({sample.id, position, address, startThreshold, known->detector});
+  Pylo::IntfId const nameBefore = known->sampled.address().intfId;
   known->position = taken;
-  if (known->address.intfId == address.intfId) return;
-  feed_.handleGone(known->address);
-  handleInterfaceGone(known->address.intfId);
+  queues_.push_back({sample.id, position, std::move(known->sampled)});
+  SampledQueue& sampled = queues_.back().sampled;
+  sampled.traitsIs(traits);
+  if (nameBefore == address.intfId) return;
+  sampled.addressIs(address, feed_);
+  handleInterfaceGone(nameBefore);
 }
 
 std::optional<Interface> QdiscSource::watchedInterface(U32 ifindex) {
@@ -198,33 +186,34 @@ std::optional<Interface> QdiscSource::watchedInterface(U32 ifindex) {
 
 void QdiscSource::forgetMissing(U64 now) {
   auto const old = [now](Queue const& queue) {
-    return now - queue.detector.lastReading().stamp > missingTime;
+    return now - queue.sampled.lastReading().stamp > missingTime;
   };
   auto const end = std::stable_partition(missing_.begin(), missing_.end(), std::not_fn(old));
-  std::vector<Queue> const gone(std::make_move_iterator(end), std::make_move_iterator(missing_.end()));
+  std::vector<Queue> gone(std::make_move_iterator(end), std::make_move_iterator(missing_.end()));
   missing_.erase(end, missing_.end());
-  for (Queue const& queue : gone) {
+  for (Queue& queue : gone) {
+    QueueAddress const& address = queue.sampled.address();
     // A discipline that was replaced has a successor in the same place, which goes on under its key.
-    auto const succeeds = [&queue](Queue const& other) {
-      return other.address.intfId == queue.address.intfId && other.address.key == queue.address.key;
+    auto const succeeds = [&address](Queue const& other) {
+      return other.sampled.address().intfId == address.intfId && other.sampled.address().key == address.key;
     };
-    if (std::none_of(queues_.begin(), queues_.end(), succeeds)) feed_.handleGone(queue.address);
-    if (!present(queue.address.intfId)) handleInterfaceGone(queue.address.intfId);
+    if (std::none_of(queues_.begin(), queues_.end(), succeeds)) queue.sampled.handleGone(feed_);
+    if (!present(address.intfId)) handleInterfaceGone(address.intfId);
   }
 }
 
 bool QdiscSource::present(Pylo::IntfId const& intfId) const {
-  auto const same = [&intfId](Queue const& queue) { return queue.address.intfId == intfId; };
+  auto const same = [&intfId](Queue const& queue) { return queue.sampled.address().intfId == intfId; };
   return std::any_of(queues_.begin(), queues_.end(), same);
 }
 
 void QdiscSource::forgetAll() {
-  for (Queue const& queue : queues_) feed_.handleGone(queue.address);
-  for (Queue const& queue : missing_) feed_.handleGone(queue.address);
+  for (Queue& queue : queues_) queue.sampled.handleGone(feed_);
+  for (Queue& queue : missing_) queue.sampled.handleGone(feed_);
   queues_.clear();
   missing_.clear();
   known_.clear();
-  totalDetector_.reset();
+  sum_ = QueueSum();
   lastTick_ = 0;
   timerIs(idleInterval);
 }

@@ -12,8 +12,9 @@
 #include "Vorn/CongestionData.h"
 #include "Vorn/HardwareStatus.h"
 #include "agent/base/AgentClock.h"
-#include "agent/burst/CongestionDetector.h"
 #include "agent/burst/CongestionFeed.h"
+#include "agent/burst/QueueSum.h"
+#include "agent/burst/SampledQueue.h"
 #include "agent/burst/Source.h"
 #include "agent/kernel/InterfaceTable.h"
 #include "agent/kernel/QdiscDump.h"
@@ -49,15 +50,12 @@ class QdiscSource final : public Source {
   struct Queue {
     QdiscId id;
     std::size_t position;  // in a dump of the present order
-    CongestionFeed::QueueAddress address;
-    Kes::U32 startThreshold;
-    CongestionDetector detector;
+    SampledQueue sampled;
   };
 
   void handleTimer();
   bool poll();
   void handleSamples();
-  void handleTotal(QueueReading const& total);
   bool sameQueues() const;
   void learnQueues();
   void learnQueue(std::size_t position, Interface const& interface, std::vector<Queue>& before);
@@ -72,7 +70,6 @@ class QdiscSource final : public Source {
   Vorn::CongestionData::Ptr const recorder_;
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
-  AgentClock::Ptr const clock_;
   QdiscSourceOptions const options_;
   CongestionFeed feed_;
   InterfaceTable interfaces_;
@@ -87,9 +84,7 @@ class QdiscSource final : public Source {
   std::deque<Pylo::IntfId> goneInterfaces_;  // that have a log, gone longest ago first
   bool interfacesChanged_ = false;
 
-  std::optional<CongestionDetector> totalDetector_;
-  Kes::U64 totalBytes_ = 0;
-  Kes::U32 totalDrops_ = 0;
+  QueueSum sum_;
 
   Kes::U64 timerInterval_ = 0;  // microseconds, as the timer is set
   Kes::U64 lastTick_ = 0;       // 0: none since the source was switched on

@@ -4,7 +4,7 @@
 
 namespace Agent {
 
-// What the recorder is to be told after a reading.
+// What the recorder is to be told after a reading. Times are microseconds of the monotonic clock.
 struct CongestionUpdate {
   bool begins = false;  // the first update of a burst
   bool ends = false;    // the last one; both for a burst that was seen by its drops only
@@ -19,8 +19,6 @@ struct CongestionUpdate {
   Kes::U32 drops = 0;
   // Bytes a second, 0 while unknown.
   Kes::U64 drainRate = 0;
-  // The burst has reached the high threshold with this update.
-  bool alwaysLog = false;
 };
 
 }  // namespace Agent

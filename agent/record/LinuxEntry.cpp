@@ -30,7 +30,7 @@ void LinuxEntry::entryIs(QueueKey queue, U32 handle, CongestionUpdate const& upd
   qLenIs(update.qLen);
   timestampIs(Vorn::Microseconds(update.timestamp));
   durationIs(Vorn::Microseconds(0));
-  alwaysLogIs(update.alwaysLog);
+  alwaysLogIs(false);
   queue_ = queue;
   handle_ = handle;
   peakBound_ = update.peakBound;

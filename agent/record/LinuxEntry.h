@@ -3,6 +3,7 @@
 #include "Kes/Types.h"
 #include "Vorn/Entry.h"
 #include "agent/record/CongestionUpdate.h"
+#include "agent/record/QueueName.h"
 #include "agent/record/ReportLine.h"
 
 namespace Agent {

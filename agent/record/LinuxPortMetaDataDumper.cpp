@@ -1,5 +1,6 @@
 #include "agent/record/LinuxPortMetaDataDumper.h"
 
+#include "agent/record/QueueName.h"
 #include "agent/record/ReportColumns.h"
 
 namespace Agent {
@@ -25,6 +26,15 @@ Kes::S32 LinuxPortMetaDataDumper::dumpStartMetaData(Vorn::PortMetaData const* po
     line.addText(columns::queue, queue.text());
     line.addText({"", 0, Column::Align::left}, "congested since then, first records overwritten");
   }
+  return line.write(stream);
+}
+
+Kes::S32 LinuxPortMetaDataDumper::dumpStatistics(Vorn::PortMetaData const* portMetaData,
+                                                 Kes::VoidPtr stream) const {
+  ReportLine line;
+  line.addText(columns::interface, portMetaData->intfId().shortName().view());
+  line.addText(columns::queue, QueueName::ofKey(portMetaData->identifier()).text());
+  line.addNumber(columns::bursts, portMetaData->counter(), "");
   return line.write(stream);
 }
 

@@ -5,12 +5,14 @@
 namespace Agent {
 
 // Writes the start records of this machine's queues: congestion that still lasts and whose first record has
-// been overwritten meanwhile. The lines fit those of LinuxEntry. Statistics lines are the recorder's own.
+// been overwritten meanwhile; and the statistics lines, with the queues by name. The lines fit those of
+// LinuxEntry.
 class LinuxPortMetaDataDumper final : public Vorn::PortMetaDataDumper {
  public:
   // 0, or -1 when the stream fails.
   Kes::S32 dumpStartMetaData(Vorn::PortMetaData const* portMetaData, Kes::VoidPtr stream,
                              bool csvFormat) const override;
+  Kes::S32 dumpStatistics(Vorn::PortMetaData const* portMetaData, Kes::VoidPtr stream) const override;
 
  protected:
   ~LinuxPortMetaDataDumper() override;

@@ -3,13 +3,18 @@
 #include <initializer_list>
 #include <string>
 
+#include "agent/record/LocalZone.h"
+
 namespace Agent {
 
 namespace {
 
 Kes::String titles(std::initializer_list<Column> all) {
   ReportLine line;
-  for (Column const& column : all) line.addText(column, column.title);
+  for (Column const& column : all) {
+    bool const isTime = column.title == columns::time.title;
+    line.addText(column, isTime ? "Time (" + LocalZone::ofReports().name() + ")" : std::string(column.title));
+  }
   return std::string(line.text()) + "\n";
 }
 
@@ -20,7 +25,7 @@ Kes::String columnsFor(Vorn::CommandOptions const& options) {
   using Report = Vorn::CommandOptions::Report;
   switch (options.report) {
     case Report::csv: return csvColumns;
-    case Report::statistics: return "Interface, Queue, Bursts\n";
+    case Report::statistics: return titles({interface, queue, bursts});
     case Report::globalBuffer: return titles({time, length, peakBound, duration, drops});
     case Report::text: break;
   }

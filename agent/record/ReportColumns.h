@@ -6,22 +6,25 @@
 
 namespace Agent {
 
-// The columns of the text reports, in the order in which each report has them:
+// The columns of the text reports, 100 characters wide at most with ordinary names and values. In the order
+// in which each report has them:
 //   records             time interface queue length peakBound duration latency drops
 //   start records       time interface queue, then words
 //   drops report        time interface queue duration drops
 //   latency report      time interface queue length latency
 //   global buffer       time length peakBound duration drops
+//   statistics          interface queue bursts
 namespace columns {
 using enum Column::Align;
 inline constexpr Column time = {"Time", 26, left};
-inline constexpr Column interface = {"Interface", 15, left};
-inline constexpr Column queue = {"Queue", 9, left};
-inline constexpr Column length = {"Queue length", 12, right};
-inline constexpr Column peakBound = {"Peak at most", 12, right};
-inline constexpr Column duration = {"Duration", 14, right};
-inline constexpr Column latency = {"Latency", 12, right};
-inline constexpr Column drops = {"Drops", 10, right};
+inline constexpr Column interface = {"Interface", 12, left};
+inline constexpr Column queue = {"Queue", 6, left};
+inline constexpr Column length = {"Length", 10, right};
+inline constexpr Column peakBound = {"Peak up to", 10, right};
+inline constexpr Column duration = {"Duration", 12, right};
+inline constexpr Column latency = {"Latency", 11, right};
+inline constexpr Column drops = {"Drops", 6, right};
+inline constexpr Column bursts = {"Bursts", 10, right};
 }  // namespace columns
 
 // The fields of every comma-separated line, whose first one tells a record from a start record and a record

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "agent/base/Printable.h"
+#include "agent/record/LocalZone.h"
 
 namespace Agent {
 
@@ -16,7 +17,7 @@ namespace {
 using Kes::U32;
 using Kes::U64;
 
-constexpr std::string_view columnGap = "  ";
+constexpr std::string_view columnGap = " ";
 
 class Decimal {
  public:
@@ -31,21 +32,6 @@ class Decimal {
 // The last `width` digits of a number, with leading zeros.
 void putDigits(char* to, std::size_t width, U64 number) {
   for (std::size_t i = width; i-- > 0; number /= 10) to[i] = static_cast<char>('0' + number % 10);
-}
-
-// "2025-03-01 14:07:09" of a second. Neighbouring lines mostly share their second, and asking for the local
-// time costs more than all the rest of a line, so the last answer is kept.
-std::string_view localSecond(std::time_t second) {
-  static std::time_t lastSecond = -1;
-  static std::array<char, 32> text;
-  static std::size_t length = 0;
-  if (second != lastSecond || length == 0) {
-    std::tm local{};
-    localtime_r(&second, &local);
-    length = std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
-    lastSecond = second;
-  }
-  return {text.data(), length};
 }
 
 // Of UTF-8, whose characters have any number of bytes like 10xxxxxx behind the first one.
@@ -81,10 +67,12 @@ void ReportLine::separate(std::string_view separator) {
 
 void ReportLine::addText(Column const& column, std::string_view text) {
   separate(columnGap);
-  std::size_t const padding = column.width - std::min(column.width, charactersIn(text));
-  if (column.align == Column::Align::right) pad(padding);
+  auto const begin = text_.begin() + static_cast<std::ptrdiff_t>(length_);
   appendName(text);
-  if (column.align == Column::Align::left) pad(padding);
+  auto const end = text_.begin() + static_cast<std::ptrdiff_t>(length_);
+  pad(column.width - std::min(column.width, charactersIn({begin, end})));
+  if (column.align == Column::Align::right)
+    std::rotate(begin, end, text_.begin() + static_cast<std::ptrdiff_t>(length_));
 }
 
 void ReportLine::addNumber(Column const& column, U64 number, std::string_view unit) {
@@ -100,7 +88,8 @@ void ReportLine::addTime(Column const& column, Vorn::Microseconds time) {
   constexpr U64 second = Vorn::Microseconds::microsecondsInSecond();
   std::array<char, 7> fraction = {'.'};
   putDigits(fraction.data() + 1, 6, time.value() % second);
-  std::string_view const whole = localSecond(static_cast<std::time_t>(time.value() / second));
+  std::string_view const whole =
+      LocalZone::ofReports().second(static_cast<std::time_t>(time.value() / second));
   std::array<char, 48> text;
   char* const end =
       std::copy(fraction.begin(), fraction.end(), std::copy(whole.begin(), whole.end(), text.data()));
@@ -133,24 +122,6 @@ void ReportLine::addEmptyFields(int count) {
 Kes::S32 ReportLine::write(Kes::VoidPtr stream) {
   text_[length_] = '\n';
   return std::fwrite(text_.data(), length_ + 1, 1, static_cast<std::FILE*>(stream)) == 1 ? 0 : -1;
-}
-
-QueueName QueueName::ofKey(QueueKey key) {
-  if (key == 0) return QueueName("root");
-  if (key == noQueue) return QueueName("-");
-  QueueName name = ofHandle(key);
-  char* const end = name.text_.data() + name.length_;
-  name.endIs(std::to_chars(end, name.text_.end(), key & 0xFFFF, 16).ptr);
-  return name;
-}
-
-QueueName QueueName::ofHandle(U32 handle) {
-  QueueName name("");
-  char* end = name.text_.data();
-  if (handle >> 16 != 0) end = std::to_chars(end, name.text_.end(), handle >> 16, 16).ptr;
-  *end++ = ':';
-  name.endIs(end);
-  return name;
 }
 
 }  // namespace Agent

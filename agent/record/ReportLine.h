@@ -10,13 +10,6 @@
 
 namespace Agent {
 
-// A queue's number inside its interface: the class or slot that it hangs in, as the kernel numbers it, or 0
-// for the interface's root. It is the entry key of its records and the identifier of its metadata.
-using QueueKey = Kes::U32;
-
-// The key of records that are of no one queue: those of the global buffer.
-inline constexpr QueueKey noQueue = 0xFFFFFFFF;
-
 // A column of the text reports: values are padded to `width` and never cut.
 struct Column {
   std::string_view title;
@@ -32,7 +25,7 @@ class ReportLine {
   // Text columns. Names are made printable, here and in fields (Printable.h).
   void addText(Column const& column, std::string_view text);
   void addNumber(Column const& column, Kes::U64 number, std::string_view unit);
-  // Local time with microseconds.
+  // Local time (LocalZone.h) with microseconds.
   void addTime(Column const& column, Vorn::Microseconds time);
   // Milliseconds with microseconds behind the point.
   void addMilliseconds(Column const& column, Vorn::Microseconds time);
@@ -55,22 +48,6 @@ class ReportLine {
 
   std::array<char, 512> text_;
   std::size_t length_ = 0;
-};
-
-// A queue's key and a discipline's handle as people know them from tc: "root", "1:10", ":1", "-" for none;
-// "8001:".
-class QueueName {
- public:
-  static QueueName ofKey(QueueKey key);
-  static QueueName ofHandle(Kes::U32 handle);
-  std::string_view text() const { return {text_.data(), length_}; }
-
- private:
-  explicit QueueName(std::string_view text) : length_(text.copy(text_.data(), text_.size())) {}
-  void endIs(char const* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
-
-  std::array<char, 16> text_{};
-  std::size_t length_;
 };
 
 }  // namespace Agent

@@ -1,10 +1,12 @@
 #include "agent/show/ReportFilter.h"
 
-#include "Vorn/InterfacePattern.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+
+#include "Vorn/InterfacePattern.h"
+#include "agent/record/QueueName.h"
+#include "agent/record/ReportLine.h"
 
 namespace Agent {
 
@@ -13,9 +15,10 @@ namespace {
 using Kind = ReportForm::Kind;
 
 constexpr std::string_view globalCount = "Global Hit Count = ";
-constexpr std::string_view statisticsColumns = "interface,queue_id,bursts\n";
+constexpr std::string_view statisticsColumns = "interface,queue,queue_id,bursts\n";
 
 constexpr std::string_view globalType = "global,";
+constexpr std::string_view globalName = "N/A";
 constexpr std::string_view reportDate = "Report generated at ";
 
 // What stands so many seconds before a date in seconds, in microseconds.
@@ -34,22 +37,46 @@ bool isNumber(std::string_view text) {
   return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// "NAME, IDENTIFIER, COUNTER". A name may hold commas, but no blank.
+// What stands between the blanks of a line.
+std::vector<std::string_view> wordsOf(std::string_view line) {
+  std::vector<std::string_view> words;
+  for (std::size_t end;
+       (line.remove_prefix(std::min(line.find_first_not_of(' '), line.size())), !line.empty());
+       line.remove_prefix(end)) {
+    end = std::min(line.find(' '), line.size());
+    words.push_back(line.substr(0, end));
+  }
+  return words;
+}
+
+// A line of the global buffer among records in text: date, time, its name in the place of an interface's.
+bool isGlobalLine(std::string_view line) {
+  std::vector<std::string_view> const words = wordsOf(line);
+  return words.size() > 2 && words[2] == globalName;
+}
+
+// "NAME QUEUE COUNTER", in columns.
 struct StatisticsLine {
   std::string_view interface;
-  std::string_view identifier;
+  std::string_view queue;
   std::string_view counter;
 
   explicit StatisticsLine(std::string_view line) {
-    std::size_t const second = line.rfind(", ");
-    if (second == std::string_view::npos || second == 0) return;
-    std::size_t const first = line.rfind(", ", second - 1);
-    if (first == std::string_view::npos) return;
-    interface = line.substr(0, first);
-    identifier = line.substr(first + 2, second - first - 2);
-    counter = line.substr(second + 2);
+    std::vector<std::string_view> const words = wordsOf(line);
+    if (words.size() != 3 || !isNumber(words[2])) return;
+    interface = words[0];
+    queue = words[1];
+    counter = words[2];
   }
-  bool valid() const { return isNumber(identifier) && isNumber(counter); }
+  bool valid() const { return !counter.empty(); }
+  std::string csv() const {
+    ReportLine fields;
+    fields.addField(interface);
+    fields.addField(queue);
+    fields.addField(QueueName::keyOf(queue));
+    fields.addField(counter);
+    return std::string(fields.text()) + '\n';
+  }
 };
 
 }  // namespace
@@ -74,13 +101,29 @@ void ReportFilter::finish() {
 void ReportFilter::takeLines(std::string_view bytes) {
   for (std::size_t end; (end = bytes.find('\n')) != std::string_view::npos; bytes.remove_prefix(end + 1)) {
     line_.append(bytes.substr(0, end));
-    if (form_.kind == Kind::csv)
-      handleCsvLine(line_);
-    else
-      handleStatisticsLine(line_);
+    handleLine(line_);
     line_.clear();
   }
   line_.append(bytes);
+}
+
+void ReportFilter::handleLine(std::string_view line) {
+  if (form_.kind == Kind::csv)
+    handleCsvLine(line);
+  else if (form_.kind == Kind::counted)
+    handleCountedLine(line);
+  else
+    handleStatisticsLine(line);
+}
+
+// A blank line, the report's date, the titles, then records, newest first.
+void ReportFilter::handleCountedLine(std::string_view line) {
+  constexpr unsigned titles = 3;
+  bool const isRecord = lines_ >= titles && !isGlobalLine(line);
+  if (lines_ < titles) ++lines_;
+  if (counted_ >= form_.count) return;
+  counted_ += isRecord;
+  output_(std::string(line) + '\n');
 }
 
 // A blank line, the report's date, the column names, then records, oldest first.
@@ -109,17 +152,11 @@ void ReportFilter::handleStatisticsLine(std::string_view line) {
   if (csv && lines_++ == 0) output_(statisticsColumns);
   if (statistics.valid()) {
     if (!selected(statistics.interface)) return;
-    std::string_view const separator = csv ? "," : ", ";
-    output_(std::string(statistics.interface)
-                .append(separator)
-                .append(statistics.identifier)
-                .append(separator)
-                .append(statistics.counter) +
-            '\n');
+    output_(csv ? statistics.csv() : std::string(line) + '\n');
   } else if (!csv) {
     output_(std::string(line) + '\n');
   } else if (line.starts_with(globalCount)) {
-    output_("N/A,," + std::string(line.substr(globalCount.size())) + '\n');
+    output_("N/A,,," + std::string(line.substr(globalCount.size())) + '\n');
   }
 }
 

@@ -15,14 +15,16 @@ namespace Agent {
 struct ReportForm {
   enum class Kind : std::uint8_t {
     whole,           // as it comes
+    counted,         // a text report up to the newest so many records, the global buffer's lines between them
     csv,             // without the two lines that stand before the column names, and within the limits
     statisticsText,  // a statistics report, interfaces that match no pattern left out
-    statisticsCsv,   // the same as "interface,queue_id,bursts"; the global buffer is named N/A
+    statisticsCsv,   // the same as "interface,queue,queue_id,bursts"; the global buffer is named N/A
   };
 
   Kind kind = Kind::whole;
   std::vector<std::string> interfacePatterns{};  // of statistics: for the whole short name; none means all
-  // Of csv, which the agent sends whole: lines of the last seconds before the report, and the newest so many.
+  // Of csv, which the agent sends whole: lines of the last seconds before the report. And the newest so many,
+  // of counted too.
   std::optional<std::uint32_t> lastSeconds{};
   std::optional<std::uint32_t> count{};
 };
@@ -42,6 +44,8 @@ class ReportFilter {
 
  private:
   void takeLines(std::string_view bytes);
+  void handleLine(std::string_view line);
+  void handleCountedLine(std::string_view line);
   void handleCsvLine(std::string_view line);
   void hold(std::string line);
   void handleStatisticsLine(std::string_view line);
@@ -53,7 +57,7 @@ class ReportFilter {
   unsigned lines_ = 0;            // taken so far, up to the column names
   std::uint64_t since_ = 0;       // microseconds: what is older is left out
   std::deque<std::string> held_;  // the newest lines, while there is a limit to their number
-  std::uint32_t counted_ = 0;     // of them, for the limit
+  std::uint32_t counted_ = 0;     // of them, or of those that went out, for the limit
   std::string line_;              // begun, not ended
 };
 

@@ -8,10 +8,13 @@
 #include <future>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "agent/base/FileDescriptor.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
+#include "agent/show/PrintableOutput.h"
 
 namespace Agent {
 
@@ -30,13 +33,13 @@ void sendRequest(int socket, std::string const& request) {
   }
 }
 
-// 0 at the end of the answer, however the connection ended.
-std::size_t receive(int socket, std::vector<char>& block, bool begun) {
+// 0 at the end of the answer, however the connection ended. Silence throws EAGAIN.
+std::size_t receive(int socket, std::vector<char>& block) {
   for (;;) {
     ssize_t const got = ::recv(socket, block.data(), block.size(), 0);
     if (got >= 0) return static_cast<std::size_t>(got);
     if (errno == EINTR) continue;
-    if (begun || errno == ECONNRESET) return 0;
+    if (errno == ECONNRESET) return 0;
     throwErrno("waiting for the report");
   }
 }
@@ -51,7 +54,7 @@ class Answer {
   Answer& operator=(Answer const&) = delete;
   ~Answer() { ::shutdown(socket_, SHUT_RDWR); }
 
-  // The next piece; empty at the end. Throws std::system_error when there is no answer at all.
+  // The next piece; empty at the end. Throws std::system_error when reading fails, EAGAIN for silence.
   std::string next() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return ended_ || !pieces_.empty(); });
@@ -75,7 +78,7 @@ class Answer {
   void read() {
     std::vector<char> block(blockBytes);
     try {
-      for (bool begun = false; std::size_t const got = receive(socket_, block, begun); begun = true)
+      while (std::size_t const got = receive(socket_, block))
         put(std::string(block.data(), got), /*ended=*/false);
     } catch (...) {
       put("", /*ended=*/true);
@@ -94,26 +97,42 @@ class Answer {
 
 }  // namespace
 
-std::optional<std::string> fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
+AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
+  using Kind = AnswerEnd::Kind;
   ReportFilter filter(command.form, std::move(output));
+  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
   sendRequest(socket, command.request);
   Answer answer(socket);
+  bool begun = false;
+  bool silent = false;
   bool inVerdict = false;
   std::string verdict;
-  for (std::string piece; !(piece = answer.next()).empty();) {
-    std::string_view news = piece;
-    if (!inVerdict) {
-      std::size_t const mark = news.find(Protocol::verdictMark);
-      filter.take(news.substr(0, mark));
-      inVerdict = mark != std::string_view::npos;
-      news.remove_prefix(inVerdict ? mark + 1 : news.size());
+  try {
+    for (std::string piece; !(piece = answer.next()).empty(); begun = true) {
+      std::string_view news = piece;
+      if (!inVerdict) {
+        std::size_t const mark = news.find(Protocol::verdictMark);
+        report.take(news.substr(0, mark));
+        inVerdict = mark != std::string_view::npos;
+        news.remove_prefix(inVerdict ? mark + 1 : news.size());
+      }
+      verdict.append(news);
     }
-    verdict.append(news);
+  } catch (std::system_error const& error) {
+    if (error.code() != std::errc::resource_unavailable_try_again) throw;
+    silent = true;
   }
+  report.finish();
   filter.finish();
-  if (!verdict.ends_with('\n')) return std::nullopt;
-  verdict.pop_back();
-  return verdict == Protocol::wholeVerdict ? std::string() : verdict;
+  if (verdict.ends_with('\n')) {
+    verdict.pop_back();
+    if (verdict == Protocol::wholeVerdict) return {Kind::whole};
+    return {Kind::refused, "the agent says: " + printable(verdict)};
+  }
+  if (!begun && silent) return {Kind::noAnswer, "the agent took the request and does not answer"};
+  if (!begun) return {Kind::broken, "the agent closed the connection without an answer"};
+  return {Kind::broken, silent ? "the agent fell silent: the report is not complete"
+                               : "the connection broke: the report is not complete"};
 }
 
 }  // namespace Agent

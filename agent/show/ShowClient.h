@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <cstdint>
 #include <string>
 
 #include "agent/show/ReportFilter.h"
@@ -8,10 +8,20 @@
 
 namespace Agent {
 
-// Asks the agent behind `socket` (blocking, connected) and hands the report to `output` as it arrives, in the
-// command's form. The result is the agent's verdict, empty for a whole report; nothing when the connection
-// ended without one, so that what came is only a part. Throws std::system_error when the agent does not
-// answer at all.
-std::optional<std::string> fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output);
+// How an answer ended: whole, or in words for the operator why not.
+struct AnswerEnd {
+  enum class Kind : std::uint8_t {
+    whole,
+    refused,   // the agent says why
+    broken,    // what came is only a part, if anything came at all
+    noAnswer,  // for as long as the socket's timeout
+  };
+  Kind kind;
+  std::string text{};
+};
+
+// Asks the agent behind `socket` (blocking, connected, with a timeout) and hands the report to `output` as it
+// arrives, printable and in the command's form. Throws std::system_error when the connection cannot be read.
+AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output);
 
 }  // namespace Agent

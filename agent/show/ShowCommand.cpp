@@ -7,6 +7,8 @@
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
 #include "Vorn/InterfacePattern.h"
+#include "agent/base/PatternFault.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 
 namespace Agent {
@@ -18,8 +20,6 @@ using Report = ShowOptions::Report;
 void refuse(bool given, std::string const& text) {
   if (given) throw UsageError(text);
 }
-
-bool isControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
 
 void refuseSeparators(std::string const& text, std::string const& what) {
   refuse(text.empty(), what + " is empty");
@@ -47,15 +47,22 @@ std::string quotedName(std::string const& name) {
 }
 
 // The operator's pattern with its meaning unchanged: in [a-c] the end of the range is spelt by its code,
-// because "-c" asks for statistics wherever it stands. std::regex_error for a bad one, whether or not the
-// agent would come to try it.
+// because "-c" asks for statistics wherever it stands. A bad one is refused, whether or not the agent would
+// come to try it.
 std::string safePattern(std::string pattern) {
   refuseSeparators(pattern, "a pattern");
   refuse(pattern.find(',') != std::string::npos,
          "a pattern holds a comma: give --match once for each pattern, and write x{1,2} as xx?");
+  refuse(std::string_view("*+?").find(pattern.front()) != std::string_view::npos,
+         "the pattern \"" + pattern +
+             "\" has nothing to repeat: it is a regular expression, where .* is any text");
   for (std::size_t at = 0; (at = pattern.find("-c", at)) != std::string::npos;)
     pattern.replace(at, 2, "-\\x63");
-  Vorn::compilePattern(pattern);
+  try {
+    Vorn::compilePattern(pattern);
+  } catch (std::regex_error const& error) {
+    throw UsageError("bad pattern \"" + pattern + "\": " + patternFault(error.code()));
+  }
   return pattern;
 }
 
@@ -106,6 +113,9 @@ ShowCommand history(ShowOptions const& options) {
   append(command.request, interfaceToken(options));
   // The agent's comma-separated report knows no limits; they are kept when it arrives.
   if (options.csv) command.form = {ReportForm::Kind::csv, {}, options.lastSeconds, options.count};
+  // Behind the last record, its text report still has all older lines of the global buffer.
+  if (!options.csv && options.all && options.count)
+    command.form = {ReportForm::Kind::counted, {}, {}, options.count};
   if (options.lastSeconds && !options.csv)
     append(command.request, "-t" + std::to_string(*options.lastSeconds));
   if (options.count && !options.csv) append(command.request, "-s" + std::to_string(*options.count));
@@ -114,12 +124,14 @@ ShowCommand history(ShowOptions const& options) {
   return command;
 }
 
-// The statistics report knows no filter and no comma-separated form: both are made of its lines.
+// The statistics report knows no comma-separated form and leaves nothing out: both are made of its lines. The
+// agent is told the interfaces all the same: it knows whether there are such.
 ShowCommand statistics(ShowOptions const& options) {
   refuseHistoryOptions(options, "stats");
   ShowCommand command;
-  command.request = "-c";
-  command.form.interfacePatterns = Vorn::parseCommand(interfaceToken(options)).interfacePatterns;
+  append(command.request, interfaceToken(options));
+  command.form.interfacePatterns = Vorn::parseCommand(command.request).interfacePatterns;
+  append(command.request, "-c");
   if (options.csv) {
     command.form.kind = ReportForm::Kind::statisticsCsv;
   } else if (!command.form.interfacePatterns.empty()) {
@@ -181,9 +193,10 @@ ShowCommand showCommandFor(ShowOptions const& options) {
   bool const looksUp = options.report >= Report::types && options.report <= Report::get;
   refuse(options.json && !looksUp, "--json applies to types, type and get");
   refuse(options.depth && options.report != Report::get, "--depth applies to get");
+  refuse(options.depth == 0U, "--depth takes 1 or more levels; --all shows everything below the path");
   ShowCommand command = translate(options);
-  refuse(std::any_of(command.request.begin(), command.request.end(), isControl),
-         "the request holds a control character");
+  refuse(printable(command.request) != command.request,
+         "the request holds a control character, or is not written in UTF-8");
   refuse(Protocol::checkedWord.size() + 1 + command.request.size() > Protocol::maxRequestBytes,
          "the request is longer than the 4096 bytes that the agent takes");
   return command;

@@ -42,7 +42,7 @@ struct ShowOptions {
   bool all = false;
   std::vector<std::string> words{};      // of raw: the vocabulary itself; of type to call: what is asked for
   bool json = false;                     // of types, type and get
-  std::optional<std::uint32_t> depth{};  // of get; 0: all
+  std::optional<std::uint32_t> depth{};  // of get
 };
 
 // The line to send to the agent, and what is left to do with the report that comes back.

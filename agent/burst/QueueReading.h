@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Kes/Types.h"
+
+namespace Agent {
+
+// A queue's counters at one moment.
+struct QueueReading {
+  Kes::U64 stamp = 0;    // microseconds of the monotonic clock
+  Kes::U64 bytes = 0;    // sent since the queue was made
+  Kes::U32 backlog = 0;  // bytes waiting
+  Kes::U32 drops = 0;    // packets dropped since the queue was made, modulo 2^32
+};
+
+}  // namespace Agent

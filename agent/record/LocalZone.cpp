@@ -1,0 +1,40 @@
+#include "agent/record/LocalZone.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+namespace Agent {
+
+LocalZone::LocalZone(std::time_t moment) {
+  std::tm local{};
+  localtime_r(&moment, &local);
+  letters_ = local.tm_zone;
+  offset_ = local.tm_gmtoff;
+  length_ = std::strftime(text_.data(), text_.size(), "%z", &local);
+  offsetText_.assign(text_.data(), std::exchange(length_, 0)).insert(3, ":");
+}
+
+LocalZone& LocalZone::ofReports() {
+  static LocalZone zone(std::time(nullptr));
+  return zone;
+}
+
+std::string LocalZone::name() const {
+  auto const isLetter = [](unsigned char c) { return std::isalpha(c) != 0; };
+  return std::any_of(letters_.begin(), letters_.end(), isLetter) ? letters_ + ", " + offsetText_
+                                                                 : offsetText_;
+}
+
+std::string_view LocalZone::second(std::time_t second) {
+  if (second != lastSecond_ || length_ == 0) {
+    std::tm local{};
+    std::time_t const shifted = second + offset_;
+    gmtime_r(&shifted, &local);
+    length_ = std::strftime(text_.data(), text_.size(), "%Y-%m-%d %H:%M:%S", &local);
+    lastSecond_ = second;
+  }
+  return {text_.data(), length_};
+}
+
+}  // namespace Agent

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "Kes/Types.h"
+#include "Pylo/IntfId.h"
+
+namespace Agent {
+
+// A queue's number inside its interface: the class or slot that it hangs in, as the kernel numbers it, or 0
+// for the interface's root. It is the entry key of its records and the identifier of its metadata.
+using QueueKey = Kes::U32;
+
+// The key of records that are of no one queue: those of the global buffer.
+inline constexpr QueueKey noQueue = 0xFFFFFFFF;
+
+// A queue of this machine. `handle` names the queueing discipline, 0 if it has no name.
+struct QueueAddress {
+  Pylo::IntfId intfId;
+  QueueKey key;
+  Kes::U32 handle;
+};
+
+// A queue's key and a discipline's handle as people know them from tc: "root", "1:10", ":1", "-" for none;
+// "8001:".
+class QueueName {
+ public:
+  static QueueName ofKey(QueueKey key);
+  static QueueName ofHandle(Kes::U32 handle);
+  // The key of such a name; noQueue for what names none.
+  static QueueKey keyOf(std::string_view name);
+  std::string_view text() const { return {text_.data(), length_}; }
+
+ private:
+  explicit QueueName(std::string_view text) : length_(text.copy(text_.data(), text_.size())) {}
+  void endIs(char const* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
+
+  std::array<char, 16> text_{};
+  std::size_t length_;
+};
+
+}  // namespace Agent
