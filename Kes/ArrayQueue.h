@@ -69,7 +69,7 @@ class ArrayQueue {
   // while all slots are taken.
   T takeNext() { return full() ? T() : std::exchange(slots_[tailNext()], T()); }
 
-  // Removes and returns the oldest element, and every hole behind it; null when empty.
+  // Removes and returns the oldest element, and every hole after it; null when empty.
   T deq() {
     if (empty()) return T();
     T oldest = takeHead();

@@ -166,7 +166,7 @@ class HashMap {
 
   std::vector<Entry> entries_;
   std::unique_ptr<Slot[]> slots_;
-  U32 mask_ = 0;  // there are as many slots as a power of two, less one
+  U32 mask_ = 0;  // the number of slots, a power of two, less one
 };
 
 }  // namespace Kes

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <string_view>
 #include <utility>
 

@@ -70,7 +70,7 @@ class RingQueue {
     ++modificationCount_;
   }
 
-  // Removes and returns the oldest element, and every hole behind it; null, changing nothing, when empty.
+  // Removes and returns the oldest element, and every hole after it; null, changing nothing, when empty.
   T deq() {
     if (empty()) return T();
     T oldest = std::exchange(slot(head_++), T());

@@ -32,7 +32,7 @@ constexpr bool bypass = false;
 constexpr bool bypass = false;
 #endif
 
-// A slab is as large as the multiples that it stands at, so an object's address tells its slab.
+// Slabs stand at multiples of their size, so an object's address tells its slab.
 constexpr U32 slabSize = 65536;
 // Empty slabs that are kept, of whatever size: where interfaces fill their chunks in step, slabs come and go.
 constexpr U32 maxSpare = 8;
@@ -42,9 +42,8 @@ constexpr std::size_t sizeStep = 8;
 constexpr std::size_t sizeIndex(std::size_t size) { return (size + sizeStep - 1) / sizeStep; }
 constexpr std::size_t sizeCount = sizeIndex(maxSlabSize) + 1;
 
-// A stack of free objects of one size. They are not touched: who takes one finds its memory on the way
-// already, since those that come next are fetched ahead. It takes none before the first allocation of the
-// size.
+// A stack of free objects of one size. It does not read or write them; the memory of those that will be taken
+// next is fetched ahead. Its limit is 0, so that it takes none, until the first allocation of the size.
 struct FreeList {
   static constexpr U32 ahead = 4;
 
@@ -74,7 +73,7 @@ struct SizeClass {
   Slab* full = nullptr;
 };
 
-// The begin of a slab, in front of its objects. Behind it stands a bit for each of them, set while it is
+// The begin of a slab, in front of its objects. It is followed by a bit for each of them, set while it is
 // free: an object that was freed long ago is far away, and is not read before it is used again.
 struct alignas(64) Slab {
   SizeClass* owner;
@@ -91,17 +90,17 @@ struct alignas(64) Slab {
 constexpr U32 bitsPerWord = 64;
 constexpr U32 wordsFor(U32 objects) { return (objects + bitsPerWord - 1) / bitsPerWord; }
 
-constexpr U32 firstObjectBehind(U32 objects) {
+constexpr U32 firstObjectAfter(U32 objects) {
   auto const end = static_cast<U32>(sizeof(Slab) + wordsFor(objects) * sizeof(U64));
   return (end + alignof(Slab) - 1) / alignof(Slab) * alignof(Slab);
 }
 
 void layOut(SizeClass& sizeClass, U32 size) {
   U32 objects = slabSize / size;
-  while (firstObjectBehind(objects) + objects * size > slabSize) --objects;
+  while (firstObjectAfter(objects) + objects * size > slabSize) --objects;
   sizeClass.size = size;
   sizeClass.perSlab = objects;
-  sizeClass.firstObject = firstObjectBehind(objects);
+  sizeClass.firstObject = firstObjectAfter(objects);
 }
 
 // One mapping, cut into slabs and never unmapped: address space is plenty, mappings are few. Each is twice as
@@ -128,7 +127,7 @@ struct Arena {
     if (returned != none) return slab(std::exchange(returned, nextReturned(returned)));
     return used < slabs ? slab(used++) : nullptr;
   }
-  void giveBack(void* memory) {
+  void returnSlab(void* memory) {
     ::madvise(memory, slabSize, MADV_DONTNEED);
     auto const number = static_cast<U32>((static_cast<std::byte*>(memory) - begin) / slabSize);
     nextReturned(number) = std::exchange(returned, number);
@@ -136,8 +135,9 @@ struct Arena {
 };
 static_assert(Arena::largest / slabSize * sizeof(U32) <= slabSize, "the numbers of all slabs fit into one");
 
-// Zero-initialised and never destroyed: objects may outlive every static of this library. All of it is used
-// by one thread, or under the guard; but the arenas, which do not change while there are threads.
+// Zero-initialised and never destroyed: objects may outlive every static of this library. One thread uses all
+// of it, or several under the guard. Only the arenas are read without it: they do not change while there are
+// threads.
 constinit std::array<FreeList, sizeCount> freeLists{};
 constinit std::array<SizeClass, sizeCount> classes{};
 constinit std::array<Arena, 64> arenas{};
@@ -145,7 +145,7 @@ constinit U32 arenaCount = 0;
 // Empty slabs, linked by `next`.
 constinit Slab* spare = nullptr;
 constinit U32 spares = 0;
-// Whether objects of the pool's sizes may have come from the general allocator.
+// Whether objects that are small enough for slabs may have come from the general allocator.
 constinit std::atomic<bool> mixed = false;
 
 void link(Slab* slab, Slab*& list) {
@@ -166,7 +166,7 @@ Arena* arenaOf(void const* memory) {
   return nullptr;
 }
 
-// Null when the system gives none.
+// Null when there are as many as can be, or the system gives no memory.
 Arena* newArena() {
   if (arenaCount == arenas.size()) return nullptr;
   std::size_t size = std::min(Arena::smallest << std::min(arenaCount, 32U), Arena::largest);
@@ -193,7 +193,7 @@ void* takeSlab() {
 }
 
 void dispose(Slab* slab) {
-  if (spares == maxSpare) return arenaOf(slab)->giveBack(slab);
+  if (spares == maxSpare) return arenaOf(slab)->returnSlab(slab);
   ++spares;
   slab->next = std::exchange(spare, slab);
 }
@@ -254,8 +254,8 @@ void returnToSlab(void* object) {
 }
 
 [[gnu::noinline, gnu::cold]] void* allocateSlow(std::size_t size) {
-  bool const pooled = !bypass && size <= maxSlabSize;
-  if (pooled && !threadSafePtrs()) {
+  bool const small = !bypass && size <= maxSlabSize;
+  if (small && !threadSafePtrs()) {
     std::size_t const index = sizeIndex(std::max<std::size_t>(size, 1));
     FreeList& list = freeLists[index];
     if (classes[index].size == 0) {
@@ -265,7 +265,7 @@ void returnToSlab(void* object) {
     if (list.empty()) refill(list, classes[index]);
     if (!list.empty()) return list.take();
   }
-  if (pooled) mixed.store(true, std::memory_order_relaxed);
+  if (small) mixed.store(true, std::memory_order_relaxed);
   return ::operator new(size);
 }
 

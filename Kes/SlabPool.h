@@ -22,12 +22,12 @@ namespace Kes {
 inline constexpr std::size_t maxSlabSize = 256;
 
 KES_EXPORT void* slabAllocate(std::size_t size);
-// With the size of the allocation.
+// `size` is that of the allocation.
 KES_EXPORT void slabFree(void* memory, std::size_t size) noexcept;
-// For who does not know the size any more.
+// For callers that do not know the size any more.
 KES_EXPORT void slabFreeUnsized(void* memory) noexcept;
 
-// Empties the lists into their slabs, for who has just released many objects for good.
+// Returns the objects in the lists to their slabs: for callers that have just released many for good.
 KES_EXPORT void slabTrim() noexcept;
 
 // Base of classes whose objects come from slabs, theirs and those of all classes derived from them.

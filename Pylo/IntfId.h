@@ -24,7 +24,7 @@ class PYLO_EXPORT IntfId {
   Kes::String const& stringValue() const noexcept;
   // The name for reports and messages: Ethernet, Fabric, Port-Channel, Management, Loopback, Vlan, Cpu and
   // Copp are cut to Et, Fc, Po, Ma, Lo, Vl, Cp and Co where a digit follows ("Ethernet3/1" is "Et3/1"). Any
-  // other name is its own short name, a one-letter name with an underscore behind it, because reports order
+  // other name is its own short name, a one-letter name with an underscore appended, because reports order
   // interfaces by what follows the second character. Empty for the empty identifier.
   Kes::String const& shortName() const noexcept;
   Kes::U64 hash() const noexcept { return names_ ? names_->hash : 0; }
@@ -40,7 +40,7 @@ class PYLO_EXPORT IntfId {
   bool sameText(IntfId const& other) const noexcept;
 
   struct Names final : Kes::PtrInterface {
-    explicit Names(Kes::String const& name);
+    PYLO_LOCAL explicit Names(Kes::String const& name);
     Kes::U64 const hash;
     Kes::String const full;
     Kes::String const brief;

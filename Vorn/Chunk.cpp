@@ -16,8 +16,9 @@ Chunk::~Chunk() {
   dropLinks(std::move(nextChunk_), std::move(prevChunk_));
 }
 
-// Drops two links, and all that nobody else holds behind them, without recursion: chunks that are to go stand
-// in a list through their nextChunk, which was followed when they were put there. What somebody else holds
+// Drops two links, and destroys the chunks that only these links keep alive, and those that only they keep
+// alive in turn: without recursion, since a chain may be long. Chunks that are to be destroyed are listed
+// through their nextChunk; the chunk that stood there was followed first. A chunk that somebody else holds
 // stays as it is.
 void Chunk::dropLinks(Ptr next, Ptr prev) noexcept {
   Ptr list;

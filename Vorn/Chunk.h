@@ -43,7 +43,7 @@ class VORN_EXPORT Chunk final : public Kes::PtrInterface, public EntryQueue {
   ~Chunk() override;
 
  private:
-  static void dropLinks(Ptr next, Ptr prev) noexcept;
+  VORN_LOCAL static void dropLinks(Ptr next, Ptr prev) noexcept;
 
   Ptr prevChunk_;
   Ptr nextChunk_;

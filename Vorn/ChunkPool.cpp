@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "Kes/Exception.h"
 #include "Vorn/Trace.h"
 #include "Vorn/internal/Assert.h"
 
@@ -26,6 +27,18 @@ void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
 }
 
 }  // namespace
+
+void ChunkPool::enq(Chunk::Ptr const& chunk) {
+  if (!chunk) throw Kes::RangeException("null ValidPtr");
+  queue_.enq(chunk);
+}
+
+void ChunkPool::put(Kes::U32 position, Chunk::Ptr const& chunk) {
+  if (chunk)
+    queue_.put(position, chunk);
+  else
+    queue_.del(position);
+}
 
 Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
   Pylo::IntfId const& intfId = port.intfId();
@@ -65,7 +78,7 @@ Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
 }
 
 // Takes a chunk out of its owner's log, wherever it stands there; in the ordinary course it is the first
-// chunk or the one behind the private first, so this is constant time. From here on the owner does not see it
+// chunk or the one after the private first, so this is constant time. From here on the owner does not see it
 // any more.
 void ChunkPool::releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
                                  PortData const& requester) {

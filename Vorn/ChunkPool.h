@@ -11,7 +11,7 @@ namespace Vorn {
 // Where chunks come from: the pool of a recorder's shared chunks, which bounds its memory. An interface's
 // first chunk is its own for life and never in the pool. Further ones are new while the pool holds fewer than
 // its limit; from then on the one that was handed out longest ago is taken from whichever interface holds it,
-// with the oldest part of that interface's history (drawn in docs/pool.md).
+// with the oldest part of that interface's history.
 //
 // Part of the recorder (CongestionData), whose collection `chunkArray` is the queue.
 class VORN_EXPORT ChunkPool {
@@ -24,7 +24,12 @@ class VORN_EXPORT ChunkPool {
   Queue const& queue() const { return queue_; }
   Queue& queue() { return queue_; }
 
-  // How many chunks the queue may hold. Takes effect at the next request; a larger queue never shrinks.
+  // Appends a chunk to the queue; RangeException "null ValidPtr" for null.
+  void enq(Chunk::Ptr const& chunk);
+  // Stores a chunk at a position of the queue; null deletes.
+  void put(Kes::U32 position, Chunk::Ptr const& chunk);
+
+  // How many chunks the queue may hold.
   Kes::U32 limit() const { return limit_; }
   void limitIs(Kes::U32 limit) { limit_ = limit; }
 
@@ -36,7 +41,8 @@ class VORN_EXPORT ChunkPool {
   Chunk::Ptr allocate(PortDataMap const& ports, PortData& port);
 
  private:
-  static void releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk, PortData const& requester);
+  VORN_LOCAL static void releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
+                                          PortData const& requester);
 
   Queue queue_;
   Kes::U32 limit_ = defaultLimit;

@@ -16,7 +16,7 @@ std::ptrdiff_t shown(std::size_t position) {
 
 bool has(std::string const& token, char const* text) { return token.find(text) != std::string::npos; }
 
-// What is glued behind an option: the token from its third character.
+// What is glued to an option: the token from its third character.
 std::string valueOf(std::string const& token) { return token.substr(2); }
 
 Kes::U32 numberOf(std::string const& token) {

@@ -96,6 +96,7 @@ void CongestionData::doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String comm
                                            Kes::String footer) {
   ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};
   if (!frame.hasStream("doMergeAndDumpEntries")) return;
+  // Read before anything else, as it is what ages count from. Reports other than text date themselves.
   Kes::Seconds const reportTime = clock_->getUTCTime();
   CommandOptions const options = parseCommand(command.str());
   using Report = CommandOptions::Report;
@@ -112,7 +113,7 @@ void CongestionData::doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String comm
     writeTextReport(*this, frame, selection, options, reportTime);
 }
 
-// What a command would have selected is told by the flags and the list that it leaves.
+// The selection is what the latest command, or the host, has left in mergeEntries and startEntry.
 Kes::S32 CongestionData::doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader,
                                                   Kes::String footer, bool showAll) {
   ReportFrame const frame{static_cast<std::FILE*>(stream), reportHeader, footer};

@@ -39,7 +39,8 @@ class VORN_EXPORT Config : public Kes::PtrInterface {
   Enabled enabled() const { return enabled_; }
   void enabledIs(Enabled enabled) { enabled_ = enabled; }
 
-  // Seconds between two threshold messages of one interface; 0 switches them off.
+  // Seconds between two threshold messages of one interface; 0 switches them off, also for records that say
+  // alwaysLog.
   Kes::Seconds logInterval() const { return logInterval_; }
   void logIntervalIs(Kes::Seconds logInterval) { logInterval_ = logInterval; }
   // The same for the global buffer.

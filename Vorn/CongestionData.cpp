@@ -4,7 +4,6 @@
 #include <optional>
 #include <unordered_set>
 
-#include "Kes/Exception.h"
 #include "Vorn/StartEntry.h"
 #include "Vorn/Trace.h"
 #include "Vorn/internal/Assert.h"
@@ -99,18 +98,6 @@ Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {
   PortData::Ptr const port = portData(intfId);
   assertThat(port != nullptr, "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChunk(Pylo::IntfId)", "pd");
   return pool_.allocate(portData_, *port);
-}
-
-void CongestionData::chunkArrayEnq(Chunk::Ptr const& chunk) {
-  if (!chunk) throw Kes::RangeException("null ValidPtr");
-  pool_.queue().enq(chunk);
-}
-
-void CongestionData::chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk) {
-  if (chunk)
-    pool_.queue().put(position, chunk);
-  else
-    pool_.queue().del(position);
 }
 
 void CongestionData::allocateGlobalChunk() {

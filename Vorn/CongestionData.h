@@ -53,7 +53,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
     bool operator==(ChunkArrayMetadata const&) const = default;
   };
 
-  // Keeps its four inputs for life, and ends by calling handleInitialized.
+  // Keeps its four inputs for life, and ends by calling handleInitialized. None of them may be null: intake
+  // and reports use them without a test.
   CongestionData(Hardware::Status::PtrConst const& vornHwStatus, Clock::Ptr const& clock,
                  Config::PtrConst const& vornConfig, PortMetaDataDumper::PtrConst const& portMetaDataDumper);
 
@@ -65,7 +66,7 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   PortMetaDataDumper::PtrConst const& portMetaDataDumper() const { return portMetaDataDumper_; }
 
   // Reads the environment variable SIM_NUM_SHARED_CHUNKS (once a process; strtol's rules, cut to 32 bits)
-  // into numSharedChunks where it is set. An assertion when called a second time.
+  // into numSharedChunks where it is set. An assertion while initialized() is true.
   void handleInitialized();
   bool initialized() const { return initialized_; }
   void initializedIs(bool initialized) { initialized_ = initialized; }
@@ -89,15 +90,16 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Kes::U32 chunkArrayCount() const { return pool_.queue().count(); }
   ChunkArray::Iterator chunkArrayIterator() const { return pool_.queue().iterator(); }
   Kes::U32 chunkArrayModificationCount() const { return pool_.queue().modificationCount(); }
-  void chunkArrayEnq(Chunk::Ptr const& chunk);
+  void chunkArrayEnq(Chunk::Ptr const& chunk) { pool_.enq(chunk); }
   Chunk::Ptr chunkArrayDeq() { return pool_.queue().deq(); }
   // Stores at an explicit position, for restoring; null deletes. RangeException beyond 2^24 slots.
-  void chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk);
+  void chunkArrayIs(Kes::U32 position, Chunk::Ptr const& chunk) { pool_.put(position, chunk); }
   Chunk::Ptr chunkArrayDel(Kes::U32 position) { return pool_.queue().del(position); }
   void chunkArrayDelAll() { pool_.queue().delAll(); }
   ChunkArrayMetadata chunkArrayMetadata() const {
     return {pool_.queue().headPosition(), pool_.queue().capacity()};
   }
+  // RangeException, changing nothing, for a capacity above 2^24.
   void chunkArrayMetadataIs(ChunkArrayMetadata const& metadata) {
     pool_.queue().stateIs(metadata.head, metadata.capacity);
   }
@@ -117,11 +119,12 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Chunk::Ptr allocateChunk(Pylo::IntfId intfId);
   // Merges the record into the latest one under the same key if it starts at most `coalesceTime` after that
   // one's end: the duration then reaches up to its timestamp, the queue length keeps the larger. Appends it
-  // otherwise. Only records in the interface's newest chunk are merged into.
+  // otherwise, and judges it like any other record. Only records in the interface's newest chunk are merged
+  // into.
   Microseconds updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry, Microseconds const& coalesceTime,
                            Kes::U32 entryKey);
-  // Appends. The record is judged against the thresholds when the log interval (if not 0) has passed since
-  // the interface's last judgement, or when it says alwaysLog.
+  // Appends. The record is judged against the thresholds when the log interval has passed since the
+  // interface's last judgement, or when it says alwaysLog; with an interval of 0 none is, whatever it says.
   Microseconds doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry);
   // Makes the log of the global buffer if there is none.
   void allocateGlobalChunk();
@@ -144,17 +147,21 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   void doMergeAndDumpEntries(Kes::VoidPtr stream, Kes::String command, Kes::String reportHeader,
                              Kes::String footer);
   // Writes every record of the interfaces whose mergeEntries is set, oldest first, between the start records
-  // of startEntry (oldest first). Returns how many characters the footer has, negative on an output error,
-  // or the non-zero result of the writer that failed.
+  // of startEntry (oldest first). Returns how many characters the footer has, negative on an output error, -1
+  // for a null stream, or the non-zero result of the writer that failed.
   Kes::S32 doDumpEntriesInCSVFormat(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer,
                                     bool showAll);
-  // One line per metadata object whose counter is not 0, by interface number, and the global hit count.
+  // One line per metadata object whose counter is not 0, by interface number, and the global hit count. Where
+  // there are several objects, of which one has the empty interface, std::out_of_range passes through,
+  // with no more than date and header written.
   void doDumpStatistics(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer);
-  // The log of the global buffer, latest first. Without records: no footer either.
+  // The log of the global buffer, latest first. Without records: no footer either. A hole in it, which only
+  // the host can make, is an assertion.
   void doDumpGlobalBufferChunk(Kes::VoidPtr stream, Kes::String reportHeader, Kes::String footer);
-  // Writes the global records that come before `entry` in a report (all that are left when it is null),
-  // oldest first when `ascending`; its cursor stays in the GlobalBufferChunk between calls. Records of the
-  // same time as `entry` come after it.
+  // Writes the global records that come before `entry` in a report (all that are left when it is null). When
+  // `ascending` the report is comma-separated and its oldest records come first: those from before `entry`;
+  // else it is text, the latest first: those from after it. The cursor stays in the GlobalBufferChunk between
+  // calls. Records of the same time as `entry` come after it.
   void doMergeAndDumpGlobalChunk(Kes::VoidPtr stream, Entry const* entry, bool ascending);
 
   // For tests: the first thing that is wrong with logs and pool as the recorder keeps them, or nothing.
@@ -166,11 +173,11 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
  private:
   // Intake.
   PortData& portFor(Pylo::IntfId const& intfId, char const* operation);
-  PortData& newPort(Pylo::IntfId const& intfId, char const* operation);
+  VORN_LOCAL PortData& newPort(Pylo::IntfId const& intfId, char const* operation);
   Microseconds append(Pylo::IntfId const& intfId, PortData& port, Entry::Ptr const& entry,
                       Kes::U32 const* entryKey);
-  Microseconds appendSlow(Pylo::IntfId const& intfId, PortData& judged, Entry::Ptr const& given,
-                          Kes::U32 const* entryKey, bool due, Kes::Seconds now);
+  VORN_LOCAL Microseconds appendSlow(Pylo::IntfId const& intfId, PortData& judged, Entry::Ptr const& given,
+                                     Kes::U32 const* entryKey, bool due, Kes::Seconds now);
   static void noteAppended(Pylo::IntfId const& intfId, PortData& port, Chunk const& tailChunk,
                            Entry const& record, Kes::U32 const* entryKey);
   bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;

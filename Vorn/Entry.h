@@ -30,9 +30,13 @@ class VORN_EXPORT Entry : public Kes::PtrInterface, public Kes::SlabAllocated {
   std::string_view fwkType() const override { return "Vorn::Entry"; }
 
   // Writers. `filePtr` is the report's FILE*, `elapsedTime` the timestamp in decimal microseconds, `intfName`
-  // the interface's short name ("N/A" for records of the global buffer). Result: 0 when written; -1 ends a
-  // text report and any other value than 0 a comma-separated one, without its footer. Plain records cannot be
-  // written: each of these is an assertion here.
+  // the interface's short name ("N/A" for records of the global buffer), `cvsFormat` whether the line is one
+  // of the comma-separated report. Plain records cannot be written: each of these is an assertion here.
+  //
+  // Result: 0 when written. In a text report (dumpEntry, dumpDrops, dumpTxLatency) -1 ends the report without
+  // its footer, and after any other value it goes on without counting the line for -s. In a comma-separated
+  // report (dumpEntry) any value but 0 ends it so. Results for records of the global buffer
+  // (dumpGlobalBuffer, and dumpEntry where -a merges them in) are not looked at.
   virtual Kes::S32 dumpEntry(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime, Kes::CharPtrConst intfName,
                              bool cvsFormat) const;
   virtual Kes::S32 dumpDrops(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime,

@@ -84,7 +84,8 @@ class VORN_EXPORT EntryQueue {
 
   // Appends a record; RangeException "ArrayQueueStack full", changing nothing, when there are 500.
   void entryEnq(Entry::Ptr const& entry) { slots_.enq(entry); }
-  // The same without a failure, and without releasing anything: false, changing nothing, when there are 500,
+  // For the recorder's intake, as are entryTakeNext and entryTakeAll: the same without a failure, and without
+  // releasing anything: false, changing nothing, when there are 500,
   // or when a refused entryMetadataIs has left a record in the slot, which entryTakeNext takes out.
   bool entryTryEnq(Entry::Ptr const& entry) { return slots_.tryEnq(entry); }
   Entry::Ptr entryTakeNext() { return slots_.takeNext(); }

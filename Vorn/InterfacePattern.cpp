@@ -1,7 +1,6 @@
 #include "Vorn/InterfacePattern.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string_view>
 #include <vector>
 
@@ -22,8 +21,10 @@ constexpr std::size_t lookaheadFactor = 64;
 bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// Reads a pattern once, without recursion, and counts the states of its automaton: never fewer than the
-// compiler makes, also of a pattern that it will find wrong behind its last character.
+// Reads a pattern once, without recursion, and counts what its automaton costs, also of a pattern that the
+// compiler will find wrong only at its end. The compiler makes up to three states for one that is
+// counted: the limit leaves room for that. Names that stand in a row of alternatives are tried once each, so
+// only the longest of them counts.
 class StateCounter {
  public:
   explicit StateCounter(std::string_view pattern) : rest_(pattern) {}
@@ -55,8 +56,8 @@ class StateCounter {
       case '(': return openGroup();
       case ')': return closeGroup();
       case '{': return takeCounts();
-      case '|': return add(1, /*atom=*/0);
-      default: return isOneOf(c, "*+?") ? add(1, atom_ + 1) : add(1, 1);
+      case '|': return endAlternative();
+      default: return isOneOf(c, "*+?") ? add(1, atom_ + 1) : addCharacter(!isOneOf(c, ".^$"));
     }
   }
 
@@ -66,10 +67,25 @@ class StateCounter {
     atom_ = atom;
   }
 
+  void addCharacter(bool plain) {
+    if (plain) ++plainStates_;
+    add(1, 1);
+  }
+
+  void endAlternative() {
+    if (groups_.empty()) {
+      if (states_ - begin_ == plainStates_) states_ = begin_;
+      begin_ = states_ + 1;
+      plainStates_ = 0;
+    }
+    add(1, /*atom=*/0);
+  }
+
   void takeEscape() {
     if (isDigit(next()) && next() != '0') throw std::regex_error(regex::error_backref);
-    if (take() == 'c') take();  // a control character, whatever it is spelt with
-    add(1, 1);
+    char const c = take();
+    if (c == 'c') take();  // a control character, whatever it is spelt with
+    addCharacter(std::ispunct(static_cast<unsigned char>(c)) != 0);
   }
 
   // To the bracket that closes it; the names in [: :], [. .] and [= =] hold none.
@@ -102,14 +118,18 @@ class StateCounter {
     add(group.lookahead ? size * (lookaheadFactor - 1) : 0, group.lookahead ? size * lookaheadFactor : size);
   }
 
-  // {n}, {n,} or {n,m} behind an atom: at most as many of it as the larger number, and one more.
+  // {n} or {n,m} after an atom: at most as many of it as the larger number, and one more; {n,}: n + 1, and
+  // one more.
   void takeCounts() {
     std::size_t times = 0;
+    char last = '{';
     for (std::size_t number = 0; !rest_.empty();) {
       char const c = take();
       number = isDigit(c) ? std::min(number * 10 + static_cast<std::size_t>(c - '0'), lengthLimit) : 0;
       times = std::max(times, number);
+      if (c == '}' && last == ',') ++times;
       if (c == '}') break;
+      last = c;
     }
     add(atom_ * times, atom_ * (times + 1));
   }
@@ -117,16 +137,20 @@ class StateCounter {
   std::string_view rest_;
   std::size_t states_ = 0;
   std::size_t atom_ = 0;
+  std::size_t begin_ = 0;        // states before the last alternative outside of groups
+  std::size_t plainStates_ = 0;  // states in it of characters that stand for themselves
   std::vector<Group> groups_;
 };
 
 // With few choices backtracking cannot take long, whatever the name, and it is the faster matcher. A
-// quantifier behind another one nests, as a group would.
+// quantifier after another one nests, as a group would; the edges of words (\b, \B) are slow to try, and a
+// row of them is tried at every choice.
 bool isFitForBacktracking(std::string const& pattern) {
   constexpr std::ptrdiff_t few = 3;
   auto const isQuantifier = [](char c) { return isOneOf(c, "*+?"); };
   auto const areQuantifiers = [&](char a, char b) { return isQuantifier(a) && isQuantifier(b); };
-  return pattern.find_first_of("({") == std::string::npos &&
+  auto const has = [&](char const* text) { return pattern.find(text) != std::string::npos; };
+  return pattern.find_first_of("({") == std::string::npos && !has("\\b") && !has("\\B") &&
          std::count_if(pattern.begin(), pattern.end(), isQuantifier) <= few &&
          std::adjacent_find(pattern.begin(), pattern.end(), areQuantifiers) == pattern.end();
 }

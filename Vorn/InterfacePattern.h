@@ -14,10 +14,11 @@ namespace Vorn {
 //
 // std::regex_error for what is no regular expression, and for what could break that promise:
 //   error_complexity  more than 4,096 characters or 256 opening brackets, or an automaton of more than 1,000
-//                     states. Each character, class and quantifier is a state, a group is four more; a
+//                     states. Each character, class, quantifier and | is a state, a group is four more; a
 //                     repetition in braces multiplies what it repeats, and what stands in a lookahead counts
 //                     64-fold, since it is tried at every character of a name; a lookahead
-//                     within another is too much already.
+//                     within another is too much already. Of a list of names (Et1|Et2|Et3, in no group) only
+//                     the |s and the longest name count: one of 900 names may have all 4,096 characters.
 //   error_backref     a back-reference (\1), which nothing matches in bounded time.
 // Groups select nothing: a match tells yes or no.
 VORN_EXPORT std::regex compilePattern(std::string const& pattern);

@@ -77,7 +77,8 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
 
   // Appends under a new key.
   void chunkEnq(Chunk::Ptr const& chunk);
-  // The same in two steps, of which only the first can fail. Chunks may be taken out between them.
+  // The same in two steps, of which only the first can fail, for the recorder's allocator. Chunks may be
+  // taken out between them.
   ChunkQueue::Place chunkPlaceFor(Chunk::Ptr const& chunk) const { return chunk_.placeFor(chunk); }
   void chunkEnqAt(ChunkQueue::Place place) noexcept { chunk_.enq(std::move(place)); }
   // Inserts under a key of the caller's: at the tail for the next key, else in ascending order. Returns
@@ -94,7 +95,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   void chunkNotify(Kes::U32) {}
 
   // The slot in the newest chunk that the next append is likely to take: a hint for fetching it ahead, on
-  // which nothing depends.
+  // which nothing depends. For the recorder's intake.
   Kes::U16 nextSlot() const { return nextSlot_; }
   void nextSlotIs(Kes::U16 slot) { nextSlot_ = slot; }
 
@@ -121,7 +122,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     entryIndex_.put(key, index);
     return index;
   }
-  // Makes room for one more key, so that storing it cannot fail.
+  // Makes room for one more key, so that storing it cannot fail: for the recorder's intake.
   void entryIndexReserve() { entryIndex_.reserveOne(); }
   void entryIndexIs(Kes::U32 key, EntryIndexOrNull index) { newEntryIndex(key, index); }
   EntryIndexMap::Iterator entryIndexIterator() const { return entryIndex_.iterator(); }
@@ -139,7 +140,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // Inserts an object; RangeException "null ValidPtr" for null.
   PortMetaData::Ptr newPortMetaData(PortMetaData::Ptr const& portMetaData);
   // Inserts an object or replaces the one of its identifier. Null raises "null _portMetaData parameter to
-  // mutator for Vorn::PortData::portMetaData not allowed" with one double quote behind it, which log scanners
+  // mutator for Vorn::PortData::portMetaData not allowed", followed by one double quote, which log scanners
   // match.
   void portMetaDataIs(PortMetaData::Ptr const& portMetaData);
   void portMetaDataDel(Kes::U32 identifier) { portMetaData_.del(identifier); }

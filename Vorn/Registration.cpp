@@ -23,13 +23,6 @@ std::span<Kes::Type const* const> types() {
   return inOrder;
 }
 
-void bindTypes() {
-  for (Kes::Type const* const type : types()) {
-    Kes::TypeNode& node = Kes::TypeRegistry::instance().typeNode(type->name());
-    for (Kes::Attribute const& attribute : type->attributes()) node.attributeHandle(attribute.name);
-  }
-}
-
 void registerTypes() {
   if (registered) return;
   Kes::IntrospectionReactor::Ptr const reactor = Kes::IntrospectionReactor::global();

@@ -12,9 +12,6 @@ namespace Vorn {
 // The twelve types, in order of registration.
 VORN_EXPORT std::span<Kes::Type const* const> types();
 
-// Makes each type, and a handle for each of its attributes, known by name.
-void bindTypes();
-
 // Registers the types under the namespace "Vorn", once. Does nothing while the introspection reactor has no
 // active handler: a later call can still register.
 VORN_EXPORT void registerTypes();

@@ -1,5 +1,6 @@
 // What happens when the library is loaded, in this order: the types are bound and registered, a flag tells
 // that this is done, the messages are defined. One file, since only that orders the objects of a library.
+#include "Kes/ByName/TypeRegistry.h"
 #include "Vorn/Messages.h"
 #include "Vorn/Registration.h"
 
@@ -8,6 +9,14 @@ namespace Vorn {
 namespace {
 
 constinit bool done = false;
+
+// Makes each type, and a handle for each of its attributes, known by name, be somebody listening or not.
+void bindTypes() {
+  for (Kes::Type const* const type : types()) {
+    Kes::TypeNode& node = Kes::TypeRegistry::instance().typeNode(type->name());
+    for (Kes::Attribute const& attribute : type->attributes()) node.attributeHandle(attribute.name);
+  }
+}
 
 struct Types {
   Types() {

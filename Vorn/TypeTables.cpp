@@ -26,7 +26,7 @@ CongestionData::Ptr newCongestionData(Hardware::Status::PtrConst vornHwStatus, C
   return Kes::makePtr<CongestionData>(vornHwStatus, clock, vornConfig, portMetaDataDumper);
 }
 
-// By name a new node is told by what it holds.
+// Access by name has no nodes: it answers the chunk that the new one holds.
 Chunk::Ptr insertChunk(PortData& port, Kes::U32 key, Chunk::Ptr const& chunk) {
   return port.newChunk(key, chunk).value;
 }

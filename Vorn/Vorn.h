@@ -9,6 +9,7 @@
 #include "Vorn/CongestionData.h"
 #include "Vorn/Entry.h"
 #include "Vorn/EntryIndex.h"
+#include "Vorn/EntryQueue.h"
 #include "Vorn/GenericIf.h"
 #include "Vorn/GlobalBufferChunk.h"
 #include "Vorn/HardwareStatus.h"

@@ -2,17 +2,17 @@
 
 #include <net/if.h>
 #include <sched.h>
-#include <sys/epoll.h>
-#include <sys/signalfd.h>
+#include <sys/resource.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,9 +22,13 @@
 #include "agent/AgentOptions.h"
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
+#include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/base/Signals.h"
+#include "agent/base/StandardStreams.h"
 #include "agent/kernel/QdiscSource.h"
+#include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/serve/CommandServer.h"
 #include "agent/serve/OwnRequests.h"
@@ -48,17 +52,13 @@ void makeRealTime(int priority) {
                                "): running at ordinary priority");
 }
 
-// Ends the loop at SIGTERM and SIGINT, which are blocked from now on.
-Agent::FileDescriptor watchSignals(Agent::EventLoop& loop) {
-  sigset_t signals;
-  ::sigemptyset(&signals);
-  ::sigaddset(&signals, SIGTERM);
-  ::sigaddset(&signals, SIGINT);
-  if (::sigprocmask(SIG_BLOCK, &signals, nullptr) != 0) Agent::throwErrno("sigprocmask");
-  Agent::FileDescriptor fd(::signalfd(-1, &signals, SFD_CLOEXEC));
-  if (!fd) Agent::throwErrno("signalfd");
-  loop.add(fd.get(), EPOLLIN, [&loop](std::uint32_t) { loop.stop(); });
-  return fd;
+// Each client takes a descriptor, each report another one.
+void allowManyClients() {
+  constexpr rlim_t enough = 4096;
+  rlimit files{};
+  if (::getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur >= enough) return;
+  files.rlim_cur = std::min(files.rlim_max, enough);
+  ::setrlimit(RLIMIT_NOFILE, &files);  // with fewer, newcomers wait earlier
 }
 
 std::vector<std::string> presentInterfaces() {
@@ -86,16 +86,25 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
 }
 
 void serve(Agent::AgentOptions const& options) {
+  Agent::registerLinuxEntry();
   Agent::EventLoop loop;
-  Agent::FileDescriptor const signals = watchSignals(loop);
+  Agent::Signals const signals(loop);
+  Agent::JournalRetries const retries(loop);
   auto const config = Agent::configOf(options);
   auto const status = Agent::hardwareStatusOf(options);
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
   Agent::QdiscSource source(recorder, config, status, clock,
                             {options.interval, options.startThresholdBytes, options.interfaces});
-  Agent::OwnRequests const ownRequests(recorder, [&source] { return source.status(); });
-  Agent::CommandServer const server(loop, options.socketPath, recorder, ownRequests, {});
+  std::optional<Agent::CommandServer> server;
+  // What the agent is doing, a line each: asked for by the server's clients only.
+  auto const agentStatus = [&source, &clock, &server] {
+    std::string const steps = clock->status();
+    return source.status() + '\n' + (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' +
+           server->status() + '\n' + Agent::failureStatus();
+  };
+  server.emplace(loop, options.socketPath, recorder, Agent::OwnRequests(recorder, agentStatus),
+                 presentInterfaces, Agent::CommandServer::Limits{});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
   for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
@@ -108,7 +117,8 @@ void serve(Agent::AgentOptions const& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
+  Agent::openClosedStandardStreams();
+  allowManyClients();
   ::tzset();  // once here, not in every report's process
   int exitStatus = 0;
   auto const options = Agent::parseAgentOptions(argc, argv, exitStatus);

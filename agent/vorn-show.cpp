@@ -1,7 +1,5 @@
 // vorn-show: the command line client of vorn-agent.
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +8,7 @@
 #include "Vorn/CommandOptions.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
+#include "agent/base/StandardStreams.h"
 #include "agent/base/UnixSocket.h"
 #include "agent/show/ShowClient.h"
 
@@ -57,7 +56,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
   app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
   app.add_option("--socket", line.socketPath,
-                 "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if it exists, else " +
+                 "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if an agent is there, else " +
                      std::string(Agent::Protocol::systemSocketPath) + ")")
       ->type_name("PATH");
 }
@@ -104,11 +103,17 @@ void addReports(CLI::App& app, CommandLine& line) {
   addByName(app, line);
 }
 
-// A user's own agent goes before the system's.
-std::string socketPathOf(CommandLine const& line) {
-  if (!line.socketPath.empty()) return line.socketPath;
+// A user's own agent goes before the system's; a socket that it has left behind does not.
+Agent::FileDescriptor connectToAgent(CommandLine const& line) {
+  if (!line.socketPath.empty()) return Agent::connectTo(line.socketPath, patienceSeconds);
   std::string const own = Agent::Protocol::userSocketPath();
-  return !own.empty() && ::access(own.c_str(), F_OK) == 0 ? own : Agent::Protocol::systemSocketPath;
+  try {
+    if (!own.empty()) return Agent::connectTo(own, patienceSeconds);
+  } catch (std::system_error const& error) {
+    if (error.code() != std::errc::connection_refused && error.code() != std::errc::no_such_file_or_directory)
+      throw;
+  }
+  return Agent::connectTo(Agent::Protocol::systemSocketPath, patienceSeconds);
 }
 
 void print(std::string_view bytes) {
@@ -128,7 +133,7 @@ int show(CommandLine& line) {
   Agent::ShowCommand const command = Agent::showCommandFor(line.options);
   Agent::FileDescriptor socket;
   try {
-    socket = Agent::connectTo(socketPathOf(line), patienceSeconds);
+    socket = connectToAgent(line);
   } catch (std::system_error const& error) {
     return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
   }
@@ -141,6 +146,7 @@ int show(CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  Agent::openClosedStandardStreams();
   std::signal(SIGPIPE, SIG_IGN);
   CommandLine line;
   CLI::App app("Shows the congestion records of the queues of this machine, as vorn-agent keeps them.",

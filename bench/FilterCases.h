@@ -19,12 +19,11 @@ inline constexpr Patterns bracketPatterns{"three patterns with brackets",
 inline constexpr Patterns literalNames{"literal names", "-iEt3/1,Et17/2,Et100/4"};
 inline constexpr Patterns prefixPatterns{"prefix patterns", "-iEt3.*,Et17.*,Et9/.*"};
 
-// Which of 512 interfaces a report shows: as the recorder finds out, and compiling a pattern whenever one is
+// Which of some interfaces a report shows: as the recorder finds out, and compiling a pattern whenever one is
 // tried.
 class FilterCase {
  public:
-  explicit FilterCase(Patterns const& patterns, U32 ports = 512)
-      : options_(Vorn::parseCommand(patterns.command)) {
+  FilterCase(Patterns const& patterns, U32 ports) : options_(Vorn::parseCommand(patterns.command)) {
     for (Pylo::IntfId const& id : interfaceIds(Workload(ports))) shortNames_.push_back(id.shortName().str());
   }
 

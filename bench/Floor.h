@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
-#include <memory>
 #include <regex>
 #include <string>
 #include <utility>

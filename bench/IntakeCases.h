@@ -1,7 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <utility>
 #include <vector>
 
 #include "bench/RecorderLog.h"

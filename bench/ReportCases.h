@@ -57,7 +57,7 @@ class ReportCase {
       Agent::CongestionUpdate const update{.timestamp = Workload::timestamp(n),
                                            .qLen = Workload::qLen(n),
                                            .peakBound = Workload::qLen(n) + 12'000,
-                                           .drainRate = 12'500'000};
+                                           .latency = 4'000};
       Pylo::IntfId const& id = ids[workload.port(n)];
       Vorn::Entry::Ptr const entry =
           Kes::makePtr<Agent::LinuxEntry>(Agent::QueueKey{0}, /*handle=*/U32{0}, update);

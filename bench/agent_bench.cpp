@@ -1,7 +1,6 @@
 // The parts of scripts/measure-agent that a script cannot do, a subcommand each; --smoke runs once, small and
 // short, through those that end by themselves.
 
-#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -13,7 +12,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -24,7 +22,6 @@
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/UnixSocket.h"
-#include "agent/kernel/QdiscDump.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -54,18 +51,13 @@ Spread spreadOf(std::vector<double> values) {
   return {values[values.size() / 2], values.back()};
 }
 
-Agent::FileDescriptor millisecondTimer() {
-  Agent::FileDescriptor timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+// A timer of one millisecond and nothing else: what any program pays that wakes up so often.
+void runTimer() {
+  Agent::FileDescriptor const timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC));
   if (!timer) Agent::throwErrno("timerfd_create");
   constexpr timespec interval{0, 1'000'000};
   constexpr itimerspec setting{interval, interval};
   if (::timerfd_settime(timer.get(), 0, &setting, nullptr) != 0) Agent::throwErrno("timerfd_settime");
-  return timer;
-}
-
-// A timer of one millisecond and nothing else: what any program pays that wakes up so often.
-void runTimer() {
-  Agent::FileDescriptor const timer = millisecondTimer();
   Agent::FileDescriptor const epoll(::epoll_create1(EPOLL_CLOEXEC));
   epoll_event event{};
   event.events = EPOLLIN;
@@ -97,7 +89,7 @@ class FullRecorder {
       update.timestamp = clock_->now().value();
       update.qLen = 20'000 + static_cast<Kes::U32>(count_ % 1000) * 100;
       update.peakBound = update.qLen + 3028;
-      update.drainRate = 12'500'000;
+      update.latency = 4'000;
       recorder_->doAddToLog(intfIds_[count_ % intfIds_.size()],
                             Kes::makePtr<Agent::LinuxEntry>(/*queue=*/0U, /*handle=*/0x8001'0000U, update));
     }
@@ -254,166 +246,8 @@ void runAsk(Asking const& asking) {
   std::printf("%zu %.0f %.0f\n", times.size(), spread.median * 1e3, spread.worst * 1e3);
 }
 
-// What an agent has to do beside its looks.
-struct Load {
-  char const* name;
-  unsigned clients;  // that ask for everything, again and again
-  unsigned pauseMs;  // of each of them behind every 64 KiB
-};
-
-constexpr Load loads[] = {{"no reports", 0, 0},
-                          {"four slow clients, 13 MB/s each at most", 4, 5},
-                          {"four clients as fast as they can", 4, 0}};
-
-// An agent that notes when it comes to look at the queues: the server of requests, a timer of one
-// millisecond, and at every tick a look at the queues and one more record.
-class WatchedAgent {
- public:
-  struct Round {
-    double longestGap = 0;  // milliseconds
-    unsigned ticks = 0;
-    unsigned lateTicks = 0;  // that came more than a millisecond late
-    unsigned reports = 0;
-  };
-
-  WatchedAgent(Kes::U32 poolChunks, std::string socket)
-      : full_(poolChunks, recordsOf(poolChunks)),
-        lines_(recordsOf(poolChunks)),
-        socket_(std::move(socket)),
-        server_(loop_, socket_, full_.recorder(), [](auto const&, uid_t) { return std::nullopt; }, {}),
-        timer_(millisecondTimer()) {
-    loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTick(); });
-  }
-
-  Round round(Load const& load, double seconds) {
-    round_ = {};
-    for (unsigned i = 0; i < load.clients; ++i) startClient(load.pauseMs, seconds);
-    end_ = steady_clock::now() +
-           std::chrono::duration_cast<steady_clock::duration>(std::chrono::duration<double>(seconds));
-    lastTick_ = {};
-    loop_.run();
-    return round_;
-  }
-
- private:
-  // A process of its own: this program, asking.
-  void startClient(unsigned pauseMs, double seconds) {
-    std::string const command = "exec '" + std::filesystem::read_symlink("/proc/self/exe").string() +
-                                "' ask --seconds " + std::to_string(seconds) + " --pause-ms " +
-                                std::to_string(pauseMs) + " --lines " + std::to_string(lines_) + " '" +
-                                socket_ + "'";
-    std::FILE* const client = ::popen(command.c_str(), "re");
-    if (client == nullptr) Agent::throwErrno("popen");
-    ++clients_;
-    loop_.add(::fileno(client), EPOLLIN, [this, client](std::uint32_t) { handleClientEnd(client); });
-  }
-
-  void handleClientEnd(std::FILE* client) {
-    loop_.remove(::fileno(client));
-    unsigned reports = 0;
-    bool const told = std::fscanf(client, "%u", &reports) == 1;
-    if (::pclose(client) != 0 || !told) throw std::runtime_error("a client got no whole report");
-    round_.reports += reports;
-    --clients_;
-  }
-
-  void handleTick() {
-    std::uint64_t expirations = 0;
-    if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;
-    auto const now = steady_clock::now();
-    if (now < end_) noteTick(now);
-    if (now >= end_ && clients_ == 0) loop_.stop();
-    if (dump_.poll(samples_) == Agent::QdiscDump::Outcome::failed)
-      throw std::runtime_error("the queues of this machine cannot be read");
-    full_.add(1);
-  }
-
-  void noteTick(steady_clock::time_point now) {
-    if (lastTick_ != steady_clock::time_point{}) {
-      double const gap = std::chrono::duration<double, std::milli>(now - lastTick_).count();
-      round_.longestGap = std::max(round_.longestGap, gap);
-      if (gap > 2) ++round_.lateTicks;
-    }
-    lastTick_ = now;
-    ++round_.ticks;
-  }
-
-  FullRecorder full_;
-  std::size_t const lines_;
-  std::string const socket_;
-  Agent::EventLoop loop_;
-  Agent::CommandServer server_;
-  Agent::FileDescriptor timer_;
-  Agent::QdiscDump dump_;
-  std::vector<Agent::QdiscSample> samples_;
-
-  Round round_;
-  steady_clock::time_point end_;
-  steady_clock::time_point lastTick_;
-  unsigned clients_ = 0;  // that have not ended
-};
-
-enum class Priority : bool { ordinary, realTime };
-
-// As vorn-agent does for --fifo: of this process, not of its children.
-void priorityIs(Priority priority) {
-  bool const realTime = priority == Priority::realTime;
-  sched_param parameters{};
-  parameters.sched_priority = realTime ? 10 : 0;
-  if (::sched_setscheduler(0, realTime ? SCHED_FIFO | SCHED_RESET_ON_FORK : SCHED_OTHER, &parameters) != 0)
-    Agent::throwErrno("sched_setscheduler");
-}
-
-// All rounds under one load and one priority.
-class GapRow {
- public:
-  GapRow(Load const& load, Priority priority) : load_(load), priority_(priority) {}
-
-  void run(WatchedAgent& agent, double seconds) {
-    priorityIs(priority_);
-    WatchedAgent::Round const round = agent.round(load_, seconds);
-    priorityIs(Priority::ordinary);
-    if (round.ticks < 2) throw std::runtime_error("hardly a look at the queues");
-    if ((round.reports == 0) != (load_.clients == 0)) throw std::runtime_error("reports are missing");
-    gaps_.push_back(round.longestGap);
-    ticks_ += round.ticks;
-    lateTicks_ += round.lateTicks;
-    reports_ += round.reports;
-  }
-
-  void print() const {
-    Spread const spread = spreadOf(gaps_);
-    std::printf("| %s, %s | %u | %.2f ms | %.2f ms | %u of %u |\n", load_.name,
-                priority_ == Priority::realTime ? "`--fifo 10`" : "ordinary priority", reports_,
-                spread.median, spread.worst, lateTicks_, ticks_);
-  }
-
- private:
-  Load const& load_;
-  Priority priority_;
-  std::vector<double> gaps_;
-  unsigned ticks_ = 0;
-  unsigned lateTicks_ = 0;
-  unsigned reports_ = 0;
-};
-
-// The rounds of all loads take turns, so that other work on the machine disturbs all alike.
-void runGaps(std::string const& socket, std::vector<Priority> const& priorities, Kes::U32 poolChunks,
-             int rounds, double seconds) {
-  WatchedAgent agent(poolChunks, socket);
-  std::vector<GapRow> rows;
-  for (Priority const priority : priorities)
-    for (Load const& load : loads) rows.emplace_back(load, priority);
-  for (int round = 0; round < rounds; ++round)
-    for (GapRow& row : rows) row.run(agent, seconds);
-  for (GapRow const& row : rows) row.print();
-}
-
 void runSmoke() {
   std::printf("smoke test: the figures below mean nothing\n");
-  std::string const name = "agent_bench." + std::to_string(::getpid());
-  runGaps((std::filesystem::temp_directory_path() / name).string(), {Priority::ordinary}, /*poolChunks=*/8,
-          /*rounds=*/1, /*seconds=*/0.1);
   runForks({10}, /*reports=*/3);
 }
 
@@ -423,7 +257,6 @@ struct Arguments {
   bool smoke = false;
   std::string socket;
   std::vector<double> megabytes;
-  int rounds = 7;
   Asking asking;
 };
 
@@ -435,14 +268,6 @@ void addMeasurements(CLI::App& app, Arguments& arguments) {
   auto* const forks = app.add_subcommand("forks", "How long the start of a report takes");
   forks->add_option("MB", arguments.megabytes, "Resident memory of the process")->required();
   forks->callback([&] { runForks(arguments.megabytes, /*reports=*/21); });
-  auto* const gaps = app.add_subcommand("gaps", "The longest gaps between looks, beside reports and without");
-  gaps->add_option("--rounds", arguments.rounds, "Of each load")->check(CLI::Range(1, 1000));
-  gaps->add_option("--seconds", arguments.asking.seconds, "Of each round");
-  gaps->add_option("SOCKET", arguments.socket)->required();
-  gaps->callback([&] {
-    runGaps(arguments.socket, {Priority::ordinary, Priority::realTime}, fullPool, arguments.rounds,
-            arguments.asking.seconds);
-  });
 }
 
 void addAsk(CLI::App& app, Asking& asking) {

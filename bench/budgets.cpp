@@ -42,11 +42,7 @@ struct AppendBudget {
   double deque;  // times faster
   bool spdlog;
 };
-struct MergeBudget {
-  U32 ports;
-  double floor;
-};
-struct ReportBudget {
+struct FloorBudget {
   U32 ports;
   double floor;
 };
@@ -56,8 +52,8 @@ struct FilterBudget {
 };
 
 constexpr AppendBudget appendBudgets[] = {{64, 1.6, 4, true}, {512, 1.2, 4, false}, {4096, 1.4, 3.5, false}};
-constexpr MergeBudget mergeBudgets[] = {{1, 1.6}, {64, 2.0}, {512, 2.0}};
-constexpr ReportBudget reportBudgets[] = {{128, 1.4}, {1024, 1.6}, {4096, 2.1}};
+constexpr FloorBudget mergeBudgets[] = {{1, 1.6}, {64, 2.0}, {512, 2.0}};
+constexpr FloorBudget reportBudgets[] = {{128, 1.4}, {1024, 1.6}, {4096, 2.1}};
 constexpr FilterBudget filterBudgets[] = {{bracketPatterns, 150}, {literalNames, 50}, {prefixPatterns, 50}};
 
 class Budgets {
@@ -70,9 +66,9 @@ class Budgets {
     addMemory();
     for (AppendBudget const& budget : sizes(appendBudgets)) addAppend(budget);
     addGrowth();
-    for (MergeBudget const& budget : sizes(mergeBudgets)) addMerge(budget);
+    for (FloorBudget const& budget : sizes(mergeBudgets)) addMerge(budget);
     addSteal();
-    for (ReportBudget const& budget : sizes(reportBudgets)) addReports(budget);
+    for (FloorBudget const& budget : sizes(reportBudgets)) addReports(budget);
     for (FilterBudget const& budget : filterBudgets) addFilter(budget);
     if (notMeasured_ > 0) std::printf("not measured: %u\n", notMeasured_);
     std::printf("budgets: %u ok, %u over\n", ok_, over_);
@@ -84,9 +80,9 @@ class Budgets {
   void addMemory();
   void addAppend(AppendBudget const& budget);
   void addGrowth();
-  void addMerge(MergeBudget const& budget);
+  void addMerge(FloorBudget const& budget);
   void addSteal();
-  void addReports(ReportBudget const& budget);
+  void addReports(FloorBudget const& budget);
   void addFilter(FilterBudget const& budget);
 
   // What stands in them.
@@ -233,7 +229,7 @@ Measured Budgets::measureGrowth(U32 few, U32 many) const {
             contest.compare(floorAtMany.number(), floorAtFew.number()).ratio}}};
 }
 
-void Budgets::addMerge(MergeBudget const& budget) {
+void Budgets::addMerge(FloorBudget const& budget) {
   atMost(nameOf("merge, 8 keys", budget.ports, "array and flat key table"),
          medians([&] { return measureMerge(budget.ports); })[0], budget.floor);
 }
@@ -289,7 +285,7 @@ auto times(U64 parts, Operation operation) {
   };
 }
 
-void Budgets::addReports(ReportBudget const& budget) {
+void Budgets::addReports(FloorBudget const& budget) {
   Measured const figures = medians([&] { return measureReports(budget.ports); });
   atMost(nameOf("CSV report", budget.ports, "presorted records"), figures[0], budget.floor);
   atMost(nameOf("text report", budget.ports, "presorted records"), figures[1], budget.floor);

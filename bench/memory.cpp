@@ -1,7 +1,7 @@
-// What a recorder takes of memory, beside the formula of docs/performance.md that predicts it. Each row is
-// measured in a process of its own.
+// What a recorder takes of memory, beside a formula that predicts it: so much a chunk, a retained record and
+// an interface (below). Each row is measured in a process of its own.
 //
-//   memory             prints the tables; takes some seconds
+//   memory             prints a line a row; takes some seconds
 //   memory --smoke     small sizes: shows that all can be measured
 
 #include <cstdio>

@@ -14,7 +14,11 @@
 #include <vector>
 
 #include "Vorn/Vorn.h"
+#if __has_include("agent/record/LinuxEntry.h")
 #include "agent/record/LinuxEntry.h"
+#else
+#include "agent/LinuxEntry.h"
+#endif
 
 namespace {
 
@@ -39,7 +43,7 @@ class Operations {
     constexpr U32 records = 20'000;
     for (U32 n = 0; n < records; ++n) {
       Agent::CongestionUpdate const update{
-          .timestamp = 1000 + n, .qLen = n, .peakBound = n + 12'000, .drainRate = 12'500'000};
+          .timestamp = 1000 + n, .qLen = n, .peakBound = n + 12'000, .latency = 4'000};
       recorder_->doAddToLog(id(n), Kes::makePtr<Agent::LinuxEntry>(Agent::QueueKey{0}, U32{0}, update));
     }
     std::FILE* const out = std::fopen("/dev/null", "w");

@@ -1,16 +1,18 @@
-// From counters to records: the detector against a queue whose truth is known, the hand-over to the recorder,
-// the clock, and the lines of the records.
+// From counters to records: queues whose truth is known, the hand-over to the recorder, the clock, and the
+// lines of the records.
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "agent/base/AgentClock.h"
-#include "agent/burst/CongestionDetector.h"
 #include "agent/burst/CongestionFeed.h"
+#include "agent/burst/QueueSum.h"
 #include "agent/burst/SampledQueue.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -21,12 +23,22 @@
 namespace {
 
 using namespace Agent;
+using Kes::S64;
 using Kes::U32;
 using Kes::U64;
 
 constexpr U32 frame = 1514;
-constexpr CongestionDetector::Limits limits = {2 * frame, 1000};
+constexpr U64 interval = 1000;
 constexpr double rate = 12.5;  // bytes a microsecond: 100 Mbit/s
+constexpr QueueTraits fifo = {.startThreshold = 2 * frame, .packetBytes = frame, .dropsFromInside = false};
+
+struct Updates final : CongestionSink {
+  std::vector<CongestionUpdate> all;
+  void handlePresent(QueueAddress const&) override {}
+  void handleUpdate(QueueAddress const&, CongestionUpdate const& update) override { all.push_back(update); }
+  void handleGone(QueueAddress const&) override {}
+  void handleTotal(CongestionUpdate const&) override {}
+};
 
 // The counters of a queue, at `time`, into which `bytes` come at once at `burst`, with three packets too
 // many.
@@ -38,54 +50,36 @@ QueueReading modelReading(double time, double burst, double bytes, U64 sentBefor
 }
 
 // Readings come at random phases, in the second round a tenth of them 4 ms late; the drops wrap.
-TEST(Detector, BurstsOfKnownTruthAtRandomPhases) {
+TEST(Queue, BurstsOfKnownTruthAtRandomPhases) {
   std::mt19937 random(1);
   for (double const late : {0.0, 4000.0}) {
-    CongestionDetector detector({1000, 0, 0, 0xFFFFFFF0});
+    SampledQueue queue({Pylo::IntfId("eth0"), 0, 0}, fifo, {1000, 0, 0, 0xFFFFFFF0});
     std::bernoulli_distribution isLate(0.1);
     U64 sent = 0;
     for (U32 burst = 1; burst <= 400; ++burst) {
       double const bytes = std::uniform_real_distribution(25000.0, 250000.0)(random) + late * rate;
       double const at = burst * 100000.0 + std::uniform_real_distribution(2000.0, 9000.0)(random);
-      U64 start = 0, end = 0, drops = 0;
-      U32 begun = 0, ended = 0, qLen = 0, peakBound = 0;
-      for (double time = burst * 100000.0; time < at + bytes / rate + 6000;
-           time += isLate(random) ? 1000 + late : 1000) {
-        auto const update =
-            detector.handleReading(modelReading(time, at, bytes, sent, 3 * burst - 0x13U), limits);
-        if (!update) continue;
-        if (update->begins) start = update->timestamp;
-        begun += update->begins;
-        ended += update->ends;
-        EXPECT_GE(update->timestamp, end);
-        end = update->timestamp;
-        drops += update->drops;
-        qLen = update->qLen;
-        peakBound = update->peakBound;
-      }
+      Updates updates;
+      for (double time = burst * 100000.0; time < at + bytes / rate + 9000;
+           time += isLate(random) ? 1000 + late : 1000)
+        queue.handleReading(modelReading(time, at, bytes, sent, 3 * burst - 0x13U), interval, updates);
       sent += static_cast<U64>(bytes);
-      ASSERT_EQ(begun, 1U) << burst;
-      EXPECT_EQ(ended, 1U);
+      U64 drops = 0;
+      for (auto const& update : updates.all) {
+        EXPECT_EQ(update.begins, &update == &updates.all.front());
+        drops += update.drops;
+      }
+      ASSERT_FALSE(updates.all.empty());
+      auto const& last = updates.all.back();
+      EXPECT_TRUE(last.ends || last.late);
       EXPECT_EQ(drops, 3U);
-      EXPECT_LE(qLen, bytes);
-      EXPECT_NEAR(peakBound, bytes, 2);
-      EXPECT_NEAR(static_cast<double>(end - start), bytes / rate, burst > 1 ? 750 : 750 + late / 2);
+      EXPECT_LE(last.qLen, bytes);
+      EXPECT_NEAR(last.peakBound, bytes, 2);
+      EXPECT_NEAR(last.latency, last.qLen / rate, 100 + late / 2);
+      EXPECT_NEAR(static_cast<double>(last.timestamp - updates.all.front().timestamp), bytes / rate,
+                  burst > 1 ? 750 : 750 + late / 2);
     }
   }
-}
-
-TEST(Detector, QuietQueuesAndCountersThatStartAgainAreNoBursts) {
-  CongestionDetector detector({1000, 5'000'000'000, 3000, 7});
-  EXPECT_FALSE(detector.handleReading({2000, 5'000'500'000, 2 * frame, 7}, limits));
-  // Made anew under its old name: nothing dropped, then two packets.
-  EXPECT_FALSE(detector.handleReading({3000, 200, 0, 0}, limits));
-  auto const update = detector.handleReading({4000, 9200, 100, 2}, limits);
-  ASSERT_TRUE(update && update->begins && update->ends) << "drops alone are a burst";
-  EXPECT_EQ(update->timestamp, 3500U);
-  EXPECT_EQ(update->drops, 2U);
-  EXPECT_EQ(update->qLen, 100U);
-  EXPECT_EQ(update->peakBound, 9100U);
-  EXPECT_EQ(update->drainRate, 0U);
 }
 
 class Feed : public testing::Test {
@@ -93,99 +87,319 @@ class Feed : public testing::Test {
   Feed() {
     hardware->defLowThresholdIs(50000);
     hardware->defHighThresholdIs(80000);
+    hardware->defGlobalBufLowThresholdIs(50000);
+    hardware->defGlobalBufHighThresholdIs(80000);
+    messages.clear();
+    Kes::logSinkIs([](Kes::LogHandle const&, Kes::String const& text) { messages.push_back(text.str()); });
   }
-  void reading(U64 stamp, U64 bytes, U32 backlog, U32 drops) {
-    sampled.handleReading({stamp, bytes, backlog, drops}, limits.interval, feed);
+  ~Feed() override { Kes::logSinkIs(nullptr); }
+
+  // The clock at the monotonic clock's zero.
+  static constexpr S64 epoch = 1'700'000'000'000'000'000;
+  static AgentClock::Ptr makeClock() {
+    now = 0;
+    wallOffset = epoch;
+    return Kes::makePtr<AgentClock>([] {
+      return AgentClock::Readings{.wallNanoseconds = now + wallOffset, .monotonicNanoseconds = now};
+    });
   }
-  std::vector<LinuxEntry const*> records() const {
+  static U64 since(Vorn::Microseconds time) { return time.value() - static_cast<U64>(epoch / 1000); }
+
+  // A look at one queue, in milliseconds.
+  void look(SampledQueue& queue, double time, U64 bytes, U32 backlog, U32 drops = 0) {
+    now = static_cast<S64>(time * 1e6);
+    sum.add(queue,
+            queue.handleReading({static_cast<U64>(time * 1e3), bytes, backlog, drops}, interval, feed));
+  }
+  void look(double time, U64 bytes, U32 backlog, U32 drops = 0) {
+    look(sampled, time, bytes, backlog, drops);
+    sum.finishLook(interval, feed);
+  }
+  // A short burst of `backlog` bytes that have come by `time` and are gone a millisecond later.
+  void burst(double time, U32 backlog) {
+    look(time - 1, sent, 0);
+    look(time, sent, backlog);
+    look(time + 1, sent += backlog, 0);
+  }
+  std::vector<LinuxEntry const*> records(Pylo::IntfId const& intfId = Pylo::IntfId("eth0")) const {
     std::vector<LinuxEntry const*> result;
-    if (auto const port = recorder->portData(queue.intfId))
-      for (auto i = port->chunkTail()->entryIterator(); i; ++i)
-        result.push_back(dynamic_cast<LinuxEntry const*>((*i).get()));
+    if (auto const port = recorder->portData(intfId))
+      for (auto const& chunk : port->chunkIterator())
+        for (auto i = chunk->entryIterator(); i; ++i)
+          result.push_back(dynamic_cast<LinuxEntry const*>((*i).get()));
     return result;
   }
+  LinuxEntry const& total() const {
+    auto const chunk = recorder->globalBufferChunk();
+    return dynamic_cast<LinuxEntry const&>(*chunk->entry(chunk->entryTailIndex()));
+  }
 
+  static inline S64 now, wallOffset;  // nanoseconds
+  static inline std::vector<std::string> messages;
+  AgentClock::Ptr clock = makeClock();
   Vorn::Config::Ptr config = Kes::makePtr<Vorn::Config>();
   Vorn::Hardware::Status::Ptr hardware = Kes::makePtr<Vorn::Hardware::Status>();
-  Vorn::CongestionData::Ptr recorder = Kes::makePtr<Vorn::CongestionData>(
-      hardware, Kes::makePtr<Vorn::TestClock>(), config, Kes::makePtr<LinuxPortMetaDataDumper>());
-  CongestionFeed feed{recorder, config, hardware, Kes::makePtr<AgentClock>([] {
-                        return AgentClock::Readings{1, 1};
-                      })};
-  QueueAddress queue{Pylo::IntfId("eth0"), 0x10010, 0};
-  SampledQueue sampled{
-      queue, {.startThreshold = limits.startThreshold, .packetBytes = frame}, {1000000, 0, 0, 0}};
+  Vorn::CongestionData::Ptr recorder =
+      Kes::makePtr<Vorn::CongestionData>(hardware, clock, config, Kes::makePtr<LinuxPortMetaDataDumper>());
+  CongestionFeed feed{recorder, config, hardware, clock};
+  QueueAddress address{Pylo::IntfId("eth0"), 0x10010, 0};
+  SampledQueue sampled{address, fifo, {1000000, 0, 0, 0}};
+  QueueSum sum;
+  U64 sent = 0;
 };
 
-TEST_F(Feed, OneRecordABurstAndOneForEachThresholdThatItCrosses) {
-  reading(1001000, 0, 40000, 1);
+TEST_F(Feed, OneBurstIsOneRecordWhateverItCrosses) {
+  look(1001, 0, 40000, 1);
   ASSERT_EQ(records().size(), 1U) << "stands in the log as soon as it begins";
   EXPECT_EQ(records()[0]->duration().value(), 0U);
-  reading(1002000, 12500, 45000, 2);
-  reading(1009000, 100000, 49000, 2);  // late: still the same
-  ASSERT_EQ(records().size(), 1U);
-  EXPECT_EQ(records()[0]->timestamp().value(), 1000500U);
-  EXPECT_EQ(records()[0]->duration().value(), 8500U);
-  EXPECT_EQ(records()[0]->qLen(), 49000U);
-  EXPECT_EQ(records()[0]->drops(), 2U);
-  EXPECT_EQ(records()[0]->peakBound(), 136500U);
-  EXPECT_EQ(records()[0]->latency(), 3920U);
-  reading(1010000, 112500, 60000, 2);
-  reading(1011000, 125000, 90000, 5);
-  reading(1012000, 137500, 99000, 5);
-  ASSERT_EQ(records().size(), 3U);
-  EXPECT_EQ(records()[1]->timestamp().value(), 1010000U);
-  EXPECT_FALSE(records()[1]->alwaysLog());
-  EXPECT_TRUE(records()[2]->alwaysLog());
-  EXPECT_EQ(records()[2]->drops(), 3U);
-  auto const metaData = recorder->portData(queue.intfId)->portMetaData(queue.key);
-  EXPECT_EQ(metaData->timeOfCongestionStart().value(), 1000500U);
-  reading(1013000, 236500, 0, 5);
+  look(1002, 12500, 60000, 2);
+  look(1009, 100000, 90000, 2);  // late: still the same
+  look(1010, 112500, 99000, 5);
+  auto const metaData = recorder->portData(address.intfId)->portMetaData(address.key);
+  EXPECT_EQ(since(metaData->timeOfCongestionStart()), 1000500U);
+  look(1018, 211500, 0, 5);
   EXPECT_EQ(metaData->timeOfCongestionStart().value(), 0U);
-  // The next burst follows closely, and as long: the same record, judged already.
-  reading(1014000, 240000, 85000, 5);
-  ASSERT_EQ(records().size(), 3U);
-  reading(1022000, 325000, 0, 5);
-  reading(1060000, 325000, 0, 5);
-  reading(1061000, 325000, 90000, 5);
-  ASSERT_EQ(records().size(), 4U);
-  EXPECT_TRUE(records()[3]->alwaysLog()) << "another burst is judged anew";
-  EXPECT_EQ(metaData->counter(), 3U);
+  look(1019, 215000, 85000, 5);  // follows closely
+  look(1027, 300000, 0, 5);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(since(records()[0]->timestamp()), 1000500U);
+  EXPECT_EQ(records()[0]->duration().value(), 25300U);
+  EXPECT_EQ(records()[0]->qLen(), 99000U);
+  EXPECT_EQ(records()[0]->drops(), 5U);
+  EXPECT_EQ(records()[0]->peakBound(), 177500U);
+  EXPECT_EQ(records()[0]->latency(), 7920U) << "of the longest backlog";
+  look(1060, 300000, 0, 5);
+  look(1061, 300000, 90000, 5);
+  EXPECT_EQ(records().size(), 2U);
+  EXPECT_EQ(metaData->counter(), 2U);
   EXPECT_EQ(metaData->maxQLen(), 99000U);
-  EXPECT_EQ(metaData->timeOfMaxQLen().value(), 1012000U);
+  EXPECT_EQ(since(metaData->timeOfMaxQLen()), 1010000U);
+  EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 2U);
 }
 
-TEST_F(Feed, SmallBeginningsSilenceNoMessage) {
-  dynamic_cast<Vorn::TestClock&>(*recorder->clock()).utcTimeIs(100);
+TEST_F(Feed, SteadyLossWithoutAQueueIsOneBurst) {
+  for (U32 n = 1; n <= 100; ++n) look(1000 + n, n * 10000, 0, n % 3 == 0 ? n : n - n % 3);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(records()[0]->drops(), 99U);
+  EXPECT_EQ(records()[0]->duration().value(), 96000U);
+  EXPECT_EQ(recorder->portData(address.intfId)->portMetaData(address.key)->counter(), 1U);
+  EXPECT_EQ(feed.bursts(), 1U);
+}
+
+TEST_F(Feed, MessagesOfTheMergedRecordByTheLogInterval) {
   config->logIntervalIs(60);
-  static int messages;
-  messages = 0;
-  Kes::logSinkIs([](Kes::LogHandle const&, Kes::String const&) { ++messages; });
-  reading(1001000, 0, 40000, 0);
-  reading(1002000, 12500, 60000, 0);
-  EXPECT_EQ(messages, 1) << "the record over the low threshold, 1 ms after the first";
-  reading(1009000, 100000, 0, 0);
-  reading(1060000, 100000, 60000, 0);
-  EXPECT_EQ(messages, 1) << "a message does silence the next";
-  Kes::logSinkIs(nullptr);
+  auto const level = [](std::size_t n) {
+    return n >= messages.size() ? "none" : messages[n].find("high") == std::string::npos ? "low" : "high";
+  };
+  look(1001, 0, 40000);  // nothing to say, which silences nothing
+  look(1002, 0, 60000);
+  EXPECT_STREQ(level(0), "low");
+  look(1003, 0, 90000);
+  EXPECT_STREQ(level(1), "high") << "even though a low one was";
+  look(1010, sent = 90000, 0);
+  for (int n = 0; n < 100; ++n) burst(2000 + 30 * n, n % 2 == 0 ? 90000 : 60000);
+  EXPECT_EQ(messages.size(), 2U) << "at most one an interval of each";
+  burst(62010, 60000);
+  EXPECT_EQ(messages.size(), 3U);
+  burst(62050, 90000);  // the first look is high already
+  EXPECT_STREQ(level(3), "high");
+  burst(62090, 90000);
+  EXPECT_EQ(messages.size(), 4U);
+  hardware->defLowThresholdIs(10000);
+  look(130000, sent, 8000);
+  hardware->defLowThresholdIs(7000);
+  look(130001, sent, 8000);
+  EXPECT_EQ(messages.size(), 5U) << "thresholds of the moment";
+  look(130010, sent += 8000, 0);
+  config->logIntervalIs(0);
+  burst(200000, 90000);
+  EXPECT_EQ(messages.size(), 5U);
+  config->globalLogIntervalIs(60);
+  look(200101, sent, 40000);
+  look(200102, sent, 60000);
+  look(200103, sent, 90000);
+  ASSERT_EQ(messages.size(), 7U) << "of the sum likewise";
+  EXPECT_EQ(messages[6].find("Interface  queue length is over high"), 0U) << messages[6];
 }
 
-TEST(Clock, FollowsStepsForwardsAtOnceAndBackwardsSlowly) {
+TEST_F(Feed, ABurstOutlastsItsChunk) {
+  recorder->numSharedChunksIs(2);
+  SampledQueue other({address.intfId, 7, 0}, fifo, {1000000, 0, 0, 0});
+  double time = 1001;
+  U64 otherSent = 0;
+  auto const others = [&](int count) {
+    for (; count > 0; --count, time += 20) {
+      look(other, time, otherSent, 9000);
+      look(other, time + 10, otherSent += 9000, 0);
+    }
+  };
+  others(500);
+  look(time, 0, 40000);
+  others(600);
+  ASSERT_EQ(records().size(), 1101U) << "its chunk is not the newest any more";
+  look(time, 0, 45000);
+  ASSERT_EQ(records().size(), 1101U);
+  EXPECT_EQ(records()[500]->queue(), address.key);
+  EXPECT_EQ(records()[500]->qLen(), 45000U);
+  EXPECT_GT(records()[500]->duration().value(), 12'000'000U);
+  others(1000);
+  ASSERT_NE(records()[500]->queue(), address.key) << "taken away";
+  look(time, 0, 44000);
+  EXPECT_EQ(records().back()->queue(), address.key);
+  EXPECT_EQ(since(records().back()->timestamp()), static_cast<U64>(time * 1000));
+  look(time + 1, 0, 43000);
+  EXPECT_EQ(records().back()->duration().value(), 1000U);
+  EXPECT_EQ(recorder->portData(address.intfId)->portMetaData(address.key)->counter(), 1U);
+}
+
+TEST_F(Feed, StepsOfTheWallClockMoveNothingInABurst) {
+  config->logIntervalIs(60);
+  for (S64 const step : {S64{3600}, S64{-7200}}) {
+    double const start = static_cast<double>(now) / 1e6 + 1000;
+    look(start, sent, 0);
+    look(start + 1, sent, 60000);
+    wallOffset += step * 1'000'000'000;
+    look(start + 2, sent + 12500, 90000);
+    look(start + 10, sent += 102500, 0);
+    EXPECT_EQ(records().back()->duration().value(), step > 0 ? 8700U : 8200U);  // the rate is known then
+    EXPECT_EQ(records().back()->latency(), 7200U);
+  }
+  EXPECT_EQ(messages.size(), 2U);
+  burst(static_cast<double>(now) / 1e6 + 60000, 60000);
+  EXPECT_EQ(messages.size(), 3U) << "a message an hour ahead silences nothing";
+  EXPECT_EQ(records()[2]->timestamp().value(), static_cast<U64>((now + wallOffset) / 1000) - 1000);
+  EXPECT_LT(records()[2]->timestamp(), records()[0]->timestamp());
+  std::string const report =
+      ::Test::Bench::written([&](auto* f) { recorder->doMergeAndDumpEntries(f, "csv", "", ""); });
+  EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 5) << report;
+  EXPECT_NE(clock->status().find("set 2 times, the last time by -7200.000 s, 60 s ago"), std::string::npos);
+}
+
+TEST_F(Feed, AQueueMadeAnewStartsAnew) {
+  look(1001, 5'000'000'000, 60000, 81);
+  look(1002, 5'000'012'500, 50000, 81);
+  look(1003, 5'000'100'000, 0, 0);  // only the drops tell
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(records()[0]->drops(), 81U + 34U) << "50,000 bytes are 34 packets of 1,514 bytes";
+  EXPECT_EQ(records()[0]->duration().value(), 1500U);
+  look(1004, 100, 0, 4);  // the bytes as well
+  look(1010, 900, 0, 6);
+  ASSERT_EQ(records().size(), 2U);
+  EXPECT_EQ(records()[1]->drops(), 2U);
+  EXPECT_EQ(total().drops(), 2U);
+}
+
+TEST_F(Feed, LatencyIsTheTimeThatThePeakTookToLeave) {
+  SampledQueue fast({Pylo::IntfId("fast"), 0, 0}, fifo, {1000000, 0, 0, 0});
+  U64 fastSent = 0;
+  auto const both = [&](double time, U64 bytes, U32 backlog) {
+    look(fast, time, fastSent += 1'000'000, 40000);
+    look(time, bytes, backlog);
+  };
+  both(1001, 0, 0);
+  both(1002, 0, 50000);
+  for (int n = 3; n < 5000; ++n) both(1000 + n, 0, 50000);  // a link that stands still
+  EXPECT_EQ(records()[0]->latency(), 0U) << "not known yet";
+  for (U32 n = 1; n <= 19; ++n) both(5999 + n, 2500 * n, 50000 - 2500 * n);
+  EXPECT_EQ(records()[0]->latency(), 0U) << "the burst is over, the last byte of the peak still there";
+  both(6020, 50000, 0);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_NEAR(records()[0]->latency(), 5'017'000, 1000);
+  EXPECT_NEAR(static_cast<double>(records()[0]->duration().value()), 5'017'000, 2000);
+  EXPECT_NEAR(total().latency(), 5'017'000, 1000) << "whatever another queue sends";
+}
+
+TEST_F(Feed, WhatVanishesIsLost) {
+  look(1001, 0, 300'000);
+  look(1002, 12500, 287'500, 3);
+  look(1003, 15000, 0, 3);  // the link has gone down
+  look(1004, 15000, 0, 3);
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(records()[0]->duration().value(), 2000U);
+  EXPECT_EQ(records()[0]->drops(), 3U + 189U);
+  EXPECT_EQ(records()[0]->latency(), 0U);
+  EXPECT_EQ(total().drops(), 192U);
+  // A packet on its way, counted as sent only by the next look.
+  look(1100, 15000, 65000, 3);
+  look(1101, 20000, 0, 3);
+  look(1102, 80000, 0, 3);
+  EXPECT_EQ(records()[1]->drops(), 0U);
+  // The queue itself goes.
+  look(1200, 80000, 30000, 3);
+  sampled.handleGone(feed);
+  EXPECT_EQ(records()[2]->drops(), 20U);
+  EXPECT_EQ(recorder->portData(address.intfId)->portMetaData(address.key)->timeOfCongestionStart().value(),
+            0U);
+  // A fair queue counts what it drops from inside. That never leaves.
+  sampled = SampledQueue(address, {.startThreshold = 2 * frame, .packetBytes = frame}, {1299000, 0, 0, 0});
+  look(1300, 0, 100'000);
+  look(1301, 12500, 40000, 40);
+  look(1305, 52500, 0, 40);
+  EXPECT_EQ(records()[3]->drops(), 40U);
+  EXPECT_GE(records()[3]->peakBound(), 40000U + 12500U + 40 * frame);
+  EXPECT_NEAR(records()[3]->latency(), 4200, 100);
+}
+
+TEST_F(Feed, StatisticsOutlastRenamesAndQueuesThatGo) {
+  QueueAddress const renamed = {Pylo::IntfId("lan0"), address.key, 0};
+  burst(1010, 60000);
+  look(1999, sent, 60000);
+  sampled.addressIs(renamed, feed);
+  look(2000, sent + 1000, 59000);
+  ASSERT_EQ(records(renamed.intfId).size(), 1U) << "the burst goes on under the new name";
+  EXPECT_EQ(recorder->portData(renamed.intfId)->portMetaData(address.key)->counter(), 1U);
+  sampled.addressIs(address, feed);
+  auto const counter = [&] {
+    auto const metaData = recorder->portData(address.intfId)->portMetaData(address.key);
+    return metaData ? metaData->counter() : 0;
+  };
+  U32 const before = counter();
+  for (U32 n = 1; n <= 300; ++n) {
+    SampledQueue other({Pylo::IntfId("eth1"), n, 0}, fifo, {2000000 + n * 2000, 0, 0, 0});
+    look(other, 2001 + n * 2, 0, 9000);
+    other.handleGone(feed);
+  }
+  EXPECT_EQ(counter(), before);
+  EXPECT_EQ(before, 2U);
+  EXPECT_FALSE(recorder->portData(Pylo::IntfId("eth1"))->portMetaData(1)) << "gone longest ago";
+}
+
+TEST_F(Feed, TheDropsReportListsRecordsWithDrops) {
+  burst(1010, 60000);
+  look(2000, sent, 9000, 1);
+  look(2010, sent += 9000, 0, 1);
+  burst(3010, 60000);
+  auto const report = [&](char const* command) {
+    std::string const text =
+        ::Test::Bench::written([&](auto* f) { recorder->doMergeAndDumpEntries(f, command, "", "end\n"); });
+    return std::pair(std::count(text.begin(), text.end(), '\n'), text.ends_with("end\n"));
+  };
+  EXPECT_EQ(report("-d"), std::pair(std::ptrdiff_t{4}, true));
+  EXPECT_EQ(report("-d -s1"), std::pair(std::ptrdiff_t{4}, true)) << "what is left out does not count";
+}
+
+TEST(Clock, FollowsStepsAtOnceAndSmallOnesBackwardsSlowly) {
   static AgentClock::Readings readings;
   readings = {5'000'000'000, 1'000'000'000};
   auto const clock = Kes::makePtr<AgentClock>([] { return readings; });
-  auto const after = [&clock](Kes::S64 milliseconds, Kes::S64 stepMilliseconds) {
+  auto const after = [&clock](S64 milliseconds, S64 stepMilliseconds) {
     readings.monotonicNanoseconds += milliseconds * 1'000'000;
     readings.wallNanoseconds += (milliseconds + stepMilliseconds) * 1'000'000;
     return clock->now().value();
   };
   EXPECT_EQ(after(0, 0), 5'000'000U);
-  EXPECT_EQ(after(10, 1000), 6'010'000U);
-  EXPECT_EQ(after(100, -2), 6'108'000U);
-  EXPECT_EQ(after(0, -50), 6'108'000U);
-  EXPECT_EQ(after(1000, 0), 7'088'000U) << "two per cent slow";
-  EXPECT_EQ(after(5000, 0), 12'058'000U) << "caught up";
-  EXPECT_DOUBLE_EQ(clock->getUTCTime(), 12.058);
+  EXPECT_EQ(after(10, 99), 5'109'000U);
+  EXPECT_EQ(clock->status(), "");
+  EXPECT_EQ(after(100, -2), 5'207'000U);
+  EXPECT_EQ(after(0, -50), 5'207'000U);
+  EXPECT_EQ(after(1000, 0), 6'187'000U) << "two per cent slow";
+  EXPECT_EQ(after(5000, 0), 11'157'000U) << "caught up";
+  EXPECT_DOUBLE_EQ(clock->getUTCTime(), 11.157);
+  EXPECT_EQ(after(10, 1000), 12'167'000U);
+  EXPECT_EQ(after(0, -1001), 11'166'000U) << "at once";
+  EXPECT_EQ(clock->offset(), 11'166'000 - 7'120'000);
+  EXPECT_EQ(after(20000, 0), 31'166'000U);
+  EXPECT_EQ(clock->status(), "the wall clock was set 2 times, the last time by -1.001 s, 20 s ago");
   readings = {};
   EXPECT_EQ(Kes::makePtr<AgentClock>([] { return readings; })->now().value(), 1U) << "never 0";
 }
@@ -212,7 +426,7 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   update.qLen = 25000;
   update.peakBound = 31000;
   update.drops = 7;
-  update.drainRate = 12500000;
+  update.latency = 2000;
   auto const record = Kes::makePtr<LinuxEntry>(0x10010U, 0U, update);
   auto const global = Kes::makePtr<LinuxEntry>(noQueue, 0U, CongestionUpdate{});
   auto const start = Vorn::portMetaDataFactory(0, Pylo::IntfId("a,\"b"));

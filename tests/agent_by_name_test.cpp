@@ -11,6 +11,7 @@
 #include "Kes/ByName/TypeRegistry.h"
 #include "agent/AgentOptions.h"
 #include "agent/base/Printable.h"
+#include "agent/record/LinuxEntryType.h"
 #include "agent/serve/OwnRequests.h"
 #include "tests/support.h"
 
@@ -71,6 +72,20 @@ TEST_F(ByName, Get_followsPathsAndCompletesNames) {
              "doAddToLog                 function          Vorn::Microseconds              intfId: "
              "Pylo::IntfId, entry");
   expectPart("type Vorn::PortData", "owned collection  U32 -> Vorn::PortMetaData");
+}
+
+TEST_F(ByName, Get_readsTheAgentsRecords) {
+  registerLinuxEntry();
+  registerLinuxEntry();  // once is enough
+  CongestionUpdate const update{.timestamp = 5, .qLen = 40, .peakBound = 60, .drops = 7, .latency = 3};
+  bench_.recorder->doAddToLog(Pylo::IntfId("q"), Kes::makePtr<LinuxEntry>(0x10020U, 0x80010000U, update));
+  std::map<std::string, std::string> const values = {
+      {"drops", "7\n"},       {"latency", "3\n"},    {"peakBound", "60\n"}, {"queue", "1:20\n"},
+      {"queueId", "65568\n"}, {"handle", "8001:\n"}, {"qLen", "40\n"}};
+  for (auto const& [name, value] : values) EXPECT_EQ(ask("get portData[q].chunk[0].entry[0]." + name), value);
+  expectPart("types", "Agent::LinuxEntry         object  Vorn::Entry        6\n");
+  expectPart("set portData[q].chunk[0].entry[0].drops 0", "! ");
+  expectPart("set portData[q].chunk[0].entry[0].alwaysLog true", "alwaysLog = true");
 }
 
 TEST_F(ByName, Get_explainsWhatIsWrong) {

@@ -139,7 +139,7 @@ expect "a queue length alone on its line" grep -qxE '[1-9][0-9]*' "$scratch/out"
 show 0 get portData --all --json
 expect "the records of both links" grep -qE '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' "$scratch/out"
 show 1 get 'portData[up.1].chunk[0].entry[0].qlen'
-expect "the right name is offered" grep -q "no attribute 'qlen' in Vorn::Entry; did you mean qLen?" "$scratch/err"
+expect "the right name is offered" grep -q "no attribute 'qlen' in Agent::LinuxEntry; did you mean qLen?" "$scratch/err"
 show 0 set numSharedChunks 7
 show 0 get numSharedChunks
 expect "the pool is set" grep -qx 7 "$scratch/out"
@@ -196,14 +196,25 @@ expect "lines fit" sh -c "! grep -v , '$scratch/reports' | grep -E '.{101}'"
 grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$here"/../docs/*.md | sort -u | while read -r title; do
   expect "a title of the documents is printed: $title" grep -Fxq -- "$title" "$scratch/reports"
 done
+status=0
+"$show_program" --socket "$socket" >&- 2>"$scratch/err" || status=$?
+[ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
+show 1 --interface no-such0
+expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
 
 # How the agent starts and ends.
+for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
+show 0 status
+expect "the agent goes on" grep -qx 'failures: none' "$scratch/out"
+[ "$(grep -c 'SIGHUP is ignored' "$scratch/messages")" = 1 ] || fail "SIGHUP is not noted once"
 refused() { ! "$agent_program" --socket "$@" 2>>"$scratch/messages"; }
 expect "a second agent is refused" refused "$socket"
 expect "a pool of 0 is refused" refused "$scratch/other.sock" --pool 0
 SIM_NUM_SHARED_CHUNKS=0 expect "a pool of 0 from the environment is refused" refused "$scratch/other.sock"
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
+start_agent
+end_agent QUIT 0
 start_agent
 end_agent TERM 0
 [ ! -e "$socket" ] || fail "the socket was left behind"

@@ -181,6 +181,27 @@ TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
   EXPECT_EQ(chunks("A1"), "1:500 ");
 }
 
+TEST_F(Recorder, HostsMayReplaceTheGlobalLogWhileARecordIsJudged) {
+  config->globalLogIntervalIs(1);
+  Vorn::Entry::Ptr given;
+  auto const judged = [&](std::function<void()> const& host) {
+    TestEntry::Ptr entry = record(9, ++time);
+    entry->onSyslog = host;
+    given = entry;
+    entry = nullptr;
+    clock->utcTimeIs(clock->utcTime() + 50);
+    return raised([&] { EXPECT_EQ(recorder->doAddToGlobalLog(given).value(), time); });
+  };
+  recorder->allocateGlobalChunk();
+  auto const first = recorder->globalBufferChunk();
+  auto const second = Kes::makePtr<Vorn::GlobalBufferChunk>();
+  EXPECT_EQ(judged([&] { recorder->globalBufferChunkIs(second); }), "");
+  EXPECT_EQ(judged([&] { given = nullptr; }), "");
+  EXPECT_EQ(judged([&] { recorder->globalBufferChunkIs(nullptr); }), "null ValidPtr");
+  EXPECT_EQ(first->entrys(), 0U);
+  EXPECT_EQ(second->entrys(), 2U);
+}
+
 // Records must not stay in slots that the queue does not know of: nobody would release them.
 TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
   auto const chunk = Vorn::Chunk::ChunkIs();
@@ -297,9 +318,15 @@ TEST_F(Recorder, StartRecordsStayWithTheRecorder) {
   EXPECT_EQ(Vorn::startEntry, std::vector{data});
   // A host that ends without destroying its recorder has no objects destroyed behind its own statics.
   static Vorn::CongestionData* kept = nullptr;
-  EXPECT_EXIT((port("A1")->portMetaDataIs(Kes::makePtr<Mourned>()), report(""), kept = recorder.release(),
-               std::exit(kept == nullptr)),
-              testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      {
+        port("A1")->portMetaDataIs(Kes::makePtr<Mourned>());
+        report("");
+        port("A1")->portMetaDataDel(1);  // the list alone holds it
+        kept = recorder.release();
+        std::exit(kept == nullptr);
+      },
+      testing::ExitedWithCode(0), "");
   recorder = nullptr;
   EXPECT_EQ(data->ptrCount(), 1U);
 }

@@ -439,6 +439,8 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
        "ReadOnly: the Vorn::PortData is a constant one [Vorn::PortData]"},
       {port, "entryIndex", OpCode::enq, "",
        "UnknownOperation: attribute entryIndex of Vorn::PortData has no operation enq [entryIndex]"},
+      {index, "value", static_cast<OpCode>(16), "",
+       "UnknownOperation: attribute value of Vorn::EntryIndex has no operation unknown [value]"},
       {port, "chunk", OpCode::member, "key=5", "KeyNotFound: no member 5 in chunk [5]"},
       {get(port, "chunkTobeMerged"), "intfId", OpCode::read, "", "Range: null ValidPtr"},
       {port, "mergeEntries", OpCode::set, "value=yes",

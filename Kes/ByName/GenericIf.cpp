@@ -106,14 +106,25 @@ String GenericIf::strRep() const { throw TypeException(type().shortName(), "strR
 void GenericIf::valIs(GenericIf const&) { throw TypeException(type().shortName(), "value"); }
 
 GenericPtrIf::GenericPtrIf(PtrInterface const* object, bool constant, Type const& type)
-    : object_(object), type_(type), constant_(constant) {}
+    : object_(object), type_(&type), constant_(constant) {}
 
-GenericIf::Ptr GenericPtrIf::clone() const { return type_.wrap(object(), constant_); }
+GenericIf::Ptr GenericPtrIf::clone() const { return type_->wrap(object(), constant_); }
+
+namespace {
+Type const& bestType(PtrInterface const* object, Type const& declared) {
+  TypeRegistry const& registry = TypeRegistry::instance();  // made now, also for null: later nothing may fail
+  Type const* const own = object != nullptr ? registry.type(object->fwkType()) : nullptr;
+  return own != nullptr && own->derivesFrom(declared) ? *own : declared;
+}
+}  // namespace
+
+void GenericPtrIf::objectIs(PtrInterface const* object) noexcept {
+  type_ = &bestType(object, *type_);
+  object_ = Kes::Ptr<PtrInterface const>(object);
+}
 
 GenericIf::Ptr genericIfFor(PtrInterface const* object, bool constant, Type const& declared) {
-  Type const* const own = object != nullptr ? TypeRegistry::instance().type(object->fwkType()) : nullptr;
-  Type const& best = own != nullptr && own->derivesFrom(declared) ? *own : declared;
-  return best.wrap(object, constant);
+  return bestType(object, declared).wrap(object, constant);
 }
 
 }  // namespace Kes

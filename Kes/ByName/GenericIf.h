@@ -119,15 +119,17 @@ class KES_EXPORT GenericPtrIf : public GenericIf {
   // Through `constant` nothing can be run that changes the object.
   GenericPtrIf(PtrInterface const* object, bool constant, Type const& type);
 
-  Type const& type() const final { return type_; }
+  Type const& type() const final { return *type_; }
   Ptr clone() const final;
 
   PtrInterface const* object() const { return object_.get(); }
+  // Another object: by its own, most derived registered type where that is one of the type so far.
+  void objectIs(PtrInterface const* object) noexcept;
   bool constant() const { return constant_; }
 
  private:
-  Kes::Ptr<PtrInterface const> const object_;
-  Type const& type_;
+  Kes::Ptr<PtrInterface const> object_;
+  Type const* type_;
   bool const constant_;
 };
 

@@ -103,7 +103,7 @@ class KES_EXPORT Type {
   }
 
  private:
-  AttributeId firstId() const;
+  KES_LOCAL AttributeId firstId() const;
 
   Definition definition_;
 };

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -38,7 +37,7 @@ class KES_EXPORT TypeNode {
 
  private:
   friend class TypeRegistry;
-  void typeIs(Type const& type) noexcept;  // each of its attributes has a handle
+  KES_LOCAL void typeIs(Type const& type) noexcept;  // each of its attributes has a handle
 
   Type const* type_ = nullptr;
   std::map<std::string, AttributeHandle, std::less<>> handles_;
@@ -59,8 +58,8 @@ class KES_EXPORT TypeRegistry {
 
  private:
   friend class IntrospectionReactor;
-  TypeRegistry();
-  void typesAre(std::span<Type const* const> types);
+  KES_LOCAL TypeRegistry();
+  KES_LOCAL void typesAre(std::span<Type const* const> types);
 
   std::map<std::string, TypeNode, std::less<>> nodes_;
   std::vector<Type const*> types_;

@@ -124,9 +124,11 @@ GenericIf::Ptr run(Call const& call) {
       invokeWithSelf();
       return nullptr;
     } else if constexpr (isObject<Result>) {
-      return toGeneric(Result(invokeWithSelf()));
+      // The result's place is made first, so that nothing can fail once the operation has done its work.
+      GenericIf::Ptr const result = toGeneric(Result());
+      static_cast<GenericPtrIf&>(*result).objectIs(Result(invokeWithSelf()).get());
+      return result;
     } else {
-      // The value's place is made first, so that nothing can fail once the operation has done its work.
       auto* const place = new typename GenericOf<Result>::If(Result());
       GenericIf::Ptr const result(place);
       place->value() = invokeWithSelf();

@@ -40,7 +40,7 @@ bool InterfaceFilter::matches(std::string const& shortName) {
                              [&](Pattern& pattern) { return pattern.matches(shortName); });
 }
 
-// A name, or the beginning of names with ".*" behind it, needs no matcher; most patterns are one of these.
+// A name, or a prefix of names followed by ".*", needs no matcher; most patterns are one of these.
 void InterfaceFilter::Pattern::prepare() {
   if (text.size() > longestLiteral) return compile();
   std::string spelt;
@@ -52,7 +52,7 @@ void InterfaceFilter::Pattern::prepare() {
     rest.remove_prefix(size);
   }
   literal = std::move(spelt);
-  form = rest.empty() ? Form::name : Form::beginning;
+  form = rest.empty() ? Form::name : Form::prefix;
 }
 
 void InterfaceFilter::Pattern::compile() {
@@ -69,8 +69,8 @@ bool InterfaceFilter::Pattern::matches(std::string const& name) {
   if (form == Form::unknown) prepare();
   switch (form) {
     case Form::name: return name == literal;
-    // A dot stands for no line's end.
-    case Form::beginning:
+    // ".*" matches no line break.
+    case Form::prefix:
       return name.starts_with(literal) && name.find_first_of("\n\r", literal.size()) == std::string::npos;
     case Form::expression: return std::regex_match(name, *compiled);
     default: std::rethrow_exception(error);

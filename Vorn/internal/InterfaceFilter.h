@@ -7,15 +7,14 @@
 #include <vector>
 
 #include "Vorn/CommandOptions.h"
-#include "Vorn/Export.h"
 
 namespace Vorn {
 
 // Whether a report shows an interface: always without a filter, else when some pattern of the list matches
 // its whole short name (InterfacePattern.h). Patterns are tried in list order and compiled when first tried,
-// once a report, so a bad pattern behind one that matches does no harm. A bad one that is tried raises its
+// once a report, so a bad pattern after one that matches does no harm. A bad one that is tried raises its
 // error each time.
-class VORN_EXPORT InterfaceFilter {
+class InterfaceFilter {
  public:
   explicit InterfaceFilter(CommandOptions const& options);
 
@@ -23,7 +22,7 @@ class VORN_EXPORT InterfaceFilter {
 
  private:
   struct Pattern {
-    enum class Form { unknown, name, beginning, expression, bad };
+    enum class Form { unknown, name, prefix, expression, bad };
 
     bool matches(std::string const& name);
     void prepare();
@@ -31,7 +30,7 @@ class VORN_EXPORT InterfaceFilter {
 
     std::string text;
     Form form = Form::unknown;             // found out on first use
-    std::string literal{};                 // of names and beginnings
+    std::string literal{};                 // of names and prefixes
     std::optional<std::regex> compiled{};  // of expressions
     std::exception_ptr error{};            // of bad ones
   };

@@ -9,6 +9,7 @@
 namespace Vorn {
 
 MergeCursor::MergeCursor(std::span<PortData::Ptr const> ports, Direction direction) : direction_(direction) {
+  rows_.reserve(ports.size());
   for (PortData::Ptr const& port : ports) {
     Row row{port, port->intfId().shortName().charPtr()};
     if (direction_ == Direction::oldestFirst) {
@@ -37,14 +38,14 @@ void MergeCursor::advance() {
   skipHoles(chosen);
   for (std::size_t match = (leaves_ + chosen) / 2; match > 0; match /= 2) replay(match);
   // While the chosen record is written, what the next line needs is fetched: its port's cursor, all of a
-  // platform's record, which is larger than ours, and what moves the row on behind it.
+  // platform's record, which is larger than ours, and what moves the row on afterwards.
   Row const& next = rows_[matches_[1].row];
   __builtin_prefetch(next.port.get(), /*rw=*/1);
   if (next.entry == nullptr) return;
   __builtin_prefetch(next.entry);
   __builtin_prefetch(next.entry + 1);
   __builtin_prefetch(next.following);
-  next.chunk->entrySlots().prefetch(slotBehind(slotBehind(next.slot)));
+  next.chunk->entrySlots().prefetch(slotAfter(slotAfter(next.slot)));
 }
 
 // Puts a row's cursor at the first position of a chunk.
@@ -74,7 +75,7 @@ void MergeCursor::skipHoles(std::size_t index) {
   row.entry = row.chunk->entrySlots().slot(row.slot).get();
   row.port->entryTobeMergedIs(static_cast<Kes::U16>(row.slot));
   matches_[leaves_ + index] = {keyOf(*row.entry), static_cast<Kes::U32>(index)};
-  row.following = row.chunk->entrySlots().slot(slotBehind(row.slot)).get();
+  row.following = row.chunk->entrySlots().slot(slotAfter(row.slot)).get();
 }
 
 bool MergeCursor::nextChunk(Row& row) {
@@ -93,13 +94,13 @@ bool MergeCursor::nextChunk(Row& row) {
   return true;
 }
 
-Kes::U32 MergeCursor::slotBehind(Kes::U32 slot) const {
+Kes::U32 MergeCursor::slotAfter(Kes::U32 slot) const {
   return direction_ == Direction::oldestFirst ? EntryQueue::Slots::after(slot)
                                               : EntryQueue::Slots::before(slot);
 }
 
 void MergeCursor::step(Row& row) const {
-  row.slot = slotBehind(row.slot);
+  row.slot = slotAfter(row.slot);
   --row.left;
 }
 

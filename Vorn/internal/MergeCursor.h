@@ -21,11 +21,11 @@ namespace Vorn {
 // a thousand interfaces. While a line is written, what the next one needs is fetched.
 //
 // Gathering all records and sorting them would be simpler, but takes up to 24 bytes a record while the report
-// is written: megabytes where this takes 80 bytes an interface, in a process that may have been forked from a
-// small one just for that.
+// is written: megabytes where this takes 80 to 112 bytes an interface, in a process that may have been forked
+// from a small one just for that.
 //
 // The cursor attributes of the ports follow line by line. remaining() counts the positions loaded into
-// cursors and not yet counted down: those of a port's current chunk, never of the chunks behind it. Holes
+// cursors and not yet counted down: those of a port's current chunk, never of the chunks after it. Holes
 // count down when they are passed.
 class MergeCursor {
  public:
@@ -73,7 +73,7 @@ class MergeCursor {
   void load(Row& row, Chunk::Ptr const& chunk);
   void skipHoles(std::size_t index);
   bool nextChunk(Row& row);
-  Kes::U32 slotBehind(Kes::U32 slot) const;
+  Kes::U32 slotAfter(Kes::U32 slot) const;
   void step(Row& row) const;
   void replay(std::size_t match);
   Kes::U64 keyOf(Entry const& entry) const;

@@ -32,8 +32,7 @@ void addStartRecords(PortData const& port, std::vector<PortMetaData::Ptr>& start
 ReportSelection selectionOf(CongestionData const& recorder, CommandOptions const& options) {
   InterfaceFilter filter(options);
   ReportSelection selection;
-  for (auto const& member : recorder.portDataMap()) {
-    PortData::Ptr const& port = member.value;
+  for (PortData::Ptr const& port : recorder.portDataIterator()) {
     if (!filter.matches(port->intfId().shortName().str()) || port->chunks() == 0) continue;
     VORN_TRACE(6, "tail index " << port->chunkQueue().tail()->key << " num of entries "
                                 << port->chunkTail()->entrys());

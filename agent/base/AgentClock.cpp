@@ -1,49 +1,92 @@
 #include "agent/base/AgentClock.h"
 
+#include <syslog.h>
+
 #include <algorithm>
 #include <ctime>
+
+#include "Kes/Format.h"
+#include "agent/base/Journal.h"
 
 namespace Agent {
 
 namespace {
 
-// A step backwards is worked off at one part in fifty of the time that passes.
-constexpr Kes::S64 backwardShare = 50;
+using Kes::S64;
 
-Kes::S64 nanoseconds(clockid_t clock) {
+constexpr S64 second = 1'000'000'000;
+
+// A small step backwards is worked off at one part in fifty of the time that passes.
+constexpr S64 backwardShare = 50;
+
+constexpr S64 largestSlow = second;
+
+// From here on a step forwards is worth a word.
+constexpr S64 smallestNoted = second / 10;
+
+S64 nanoseconds(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
-  return Kes::S64{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+  return S64{time.tv_sec} * second + time.tv_nsec;
+}
+
+double inSeconds(S64 nanoseconds) { return static_cast<double>(nanoseconds) / second; }
+
+S64 offsetOf(AgentClock::Readings const& readings) {
+  return readings.wallNanoseconds - readings.monotonicNanoseconds;
 }
 
 }  // namespace
 
 AgentClock::Readings AgentClock::systemClocks() {
-  Kes::S64 const wall = nanoseconds(CLOCK_REALTIME);
+  S64 const wall = nanoseconds(CLOCK_REALTIME);
   return {wall, nanoseconds(CLOCK_MONOTONIC)};
 }
 
 AgentClock::AgentClock(Readings (*clocks)()) : clocks_(clocks) {
   Readings const first = clocks_();
-  offset_ = first.wallNanoseconds - first.monotonicNanoseconds;
+  offset_ = offsetOf(first);
   lastMonotonic_ = first.monotonicNanoseconds;
 }
 
-Vorn::Microseconds AgentClock::now() const {
-  Readings const readings = clocks_();
-  Kes::S64 const slowest = offset_ - (readings.monotonicNanoseconds - lastMonotonic_) / backwardShare;
-  offset_ = std::max(slowest, readings.wallNanoseconds - readings.monotonicNanoseconds);
+void AgentClock::follow(Readings const& readings) const {
+  S64 const step = offsetOf(readings) - offset_;
+  S64 const slowest = (lastMonotonic_ - readings.monotonicNanoseconds) / backwardShare;
+  bool const atOnce = step > 0 || step < -largestSlow;
+  offset_ += atOnce ? step : std::max(step, slowest);
   lastMonotonic_ = readings.monotonicNanoseconds;
-  Kes::S64 const microseconds = (readings.monotonicNanoseconds + offset_) / 1000;
-  return Vorn::Microseconds(static_cast<Kes::U64>(std::max(microseconds, Kes::S64{1})));
+  if (!atOnce || (step > 0 && step < smallestNoted)) return;
+  ++steps_;
+  lastStep_ = step;
+  lastStepAt_ = readings.monotonicNanoseconds;
+  note(LOG_NOTICE,
+       Kes::format("the wall clock was set by %+.3f s: records follow it from here on", inSeconds(step))
+           .str());
 }
 
-Vorn::Microseconds AgentClock::wallTime(Kes::U64 monotonic) const {
-  now();
-  Kes::S64 const microseconds = static_cast<Kes::S64>(monotonic) + offset_ / 1000;
-  return Vorn::Microseconds(static_cast<Kes::U64>(std::max(microseconds, Kes::S64{1})));
+Vorn::Microseconds AgentClock::now() const {
+  Readings readings = clocks_();
+  // Held up between the two readings for so long? Then hardly twice.
+  if (offsetOf(readings) - offset_ < -largestSlow) readings = clocks_();
+  follow(readings);
+  S64 const microseconds = (readings.monotonicNanoseconds + offset_) / 1000;
+  return Vorn::Microseconds(static_cast<Kes::U64>(std::max(microseconds, S64{1})));
 }
 
 Kes::Seconds AgentClock::getUTCTime() const { return Vorn::Microseconds::toSeconds(now()); }
+
+S64 AgentClock::offset() const {
+  now();
+  return offset_ / 1000;
+}
+
+std::string AgentClock::status() const {
+  now();
+  if (steps_ == 0) return {};
+  return Kes::format("the wall clock was set %u %s, the last time by %+.3f s, %.0f s ago", steps_,
+                     steps_ == 1 ? "time" : "times", inSeconds(lastStep_),
+                     inSeconds(lastMonotonic_ - lastStepAt_))
+      .str();
+}
 
 }  // namespace Agent

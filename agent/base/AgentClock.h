@@ -1,17 +1,23 @@
 #pragma once
 
+#include <string>
+
 #include "Kes/Types.h"
 #include "Vorn/Clock.h"
 #include "Vorn/Microseconds.h"
 
 namespace Agent {
 
-// The agent's one time: wall-clock microseconds that never run backwards. Records are stamped with it and the
-// recorder reads the same, so that no record is ever younger than the report that shows it.
+// Wall time as the agent uses it: the monotonic clock plus an offset. What happens is measured by the
+// monotonic clock; a burst gets wall time by the offset at its beginning. The recorder reads the same clock,
+// so a record is not younger than the report that shows it, unless the wall clock has been set back in
+// between.
 //
-// It is the monotonic clock plus an offset. When the wall clock is stepped forwards, the offset follows at
-// once. When it is stepped backwards, time here runs two per cent slow until the wall clock has been met
-// again, so that stamps keep their order and durations stay right within those two per cent.
+// When the wall clock is set, the offset follows: forwards at once, backwards by more than a second at once,
+// too. After that, newer records can have earlier times than older ones. A smaller step backwards is worked
+// off at two per cent of the time that passes, so that time goes on and stamps keep their order.
+//
+// Steps that are followed at once are noted in the journal, those forwards from a tenth of a second on.
 class AgentClock final : public Vorn::Clock {
  public:
   using Ptr = Kes::Ptr<AgentClock>;
@@ -28,19 +34,25 @@ class AgentClock final : public Vorn::Clock {
 
   explicit AgentClock(Readings (*clocks)() = &systemClocks);
 
-  // Never 0, and never less than an earlier result.
+  // Never 0.
   Vorn::Microseconds now() const;
-
-  // What now() was when the monotonic clock showed `monotonic` microseconds, by the present offset.
-  Vorn::Microseconds wallTime(Kes::U64 monotonic) const;
-
   // now() in seconds.
   Kes::Seconds getUTCTime() const override;
+  // Wall time less monotonic time, in microseconds, as now() uses it.
+  Kes::S64 offset() const;
+
+  // For people: how often the wall clock was set, and the last time. Empty when it never was.
+  std::string status() const;
 
  private:
+  void follow(Readings const& readings) const;
+
   Readings (*const clocks_)();
-  mutable Kes::S64 offset_;
+  mutable Kes::S64 offset_;  // nanoseconds
   mutable Kes::S64 lastMonotonic_;
+  mutable Kes::U64 steps_ = 0;
+  mutable Kes::S64 lastStep_ = 0;  // nanoseconds
+  mutable Kes::S64 lastStepAt_ = 0;
 };
 
 }  // namespace Agent

@@ -3,6 +3,9 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <exception>
+
+#include "agent/base/Failures.h"
 
 namespace Agent {
 
@@ -20,24 +23,28 @@ EventLoop::EventLoop() : epoll_(::epoll_create1(EPOLL_CLOEXEC)) {
   if (!epoll_) throwErrno("epoll_create1");
 }
 
-void EventLoop::control(int operation, int fd, std::uint32_t events, std::uint32_t generation) {
+int EventLoop::control(int operation, int fd, std::uint32_t events, std::uint32_t generation) noexcept {
   epoll_event event{};
   event.events = events;
   event.data.u64 = tagOf(fd, generation);
-  if (::epoll_ctl(epoll_.get(), operation, fd, &event) != 0) throwErrno("epoll_ctl");
+  return ::epoll_ctl(epoll_.get(), operation, fd, &event);
 }
 
 void EventLoop::add(int fd, std::uint32_t events, Handler handler) {
   Watch watch{++generations_, std::make_shared<Handler const>(std::move(handler))};
-  control(EPOLL_CTL_ADD, fd, events, watch.generation);
-  watches_.insert_or_assign(fd, std::move(watch));
+  auto const added = watches_.insert_or_assign(fd, std::move(watch)).first;
+  if (control(EPOLL_CTL_ADD, fd, events, generations_) == 0) return;
+  int const reason = errno;
+  watches_.erase(added);
+  errno = reason;
+  throwErrno("epoll_ctl");
 }
 
 void EventLoop::modify(int fd, std::uint32_t events) {
-  control(EPOLL_CTL_MOD, fd, events, watches_.at(fd).generation);
+  if (control(EPOLL_CTL_MOD, fd, events, watches_.at(fd).generation) != 0) throwErrno("epoll_ctl");
 }
 
-void EventLoop::remove(int fd) {
+void EventLoop::remove(int fd) noexcept {
   if (watches_.erase(fd) != 0) control(EPOLL_CTL_DEL, fd, 0, 0);
 }
 
@@ -46,7 +53,11 @@ void EventLoop::dispatch(std::uint64_t tag, std::uint32_t events) {
   auto const found = watches_.find(fd);
   if (found == watches_.end() || tagOf(fd, found->second.generation) != tag) return;
   std::shared_ptr<Handler const> const handler = found->second.handler;  // outlives its own removal
-  (*handler)(events);
+  try {
+    (*handler)(events);
+  } catch (std::exception const& error) {
+    countFailure(error);
+  }
 }
 
 void EventLoop::run() {
@@ -60,6 +71,13 @@ void EventLoop::run() {
     }
   }
   stopped_ = false;
+}
+
+void EventLoop::serveOne() {
+  epoll_event event{};
+  int const ready = ::epoll_wait(epoll_.get(), &event, 1, 0);
+  if (ready < 0 && errno != EINTR) throwErrno("epoll_wait");
+  if (ready == 1) dispatch(event.data.u64, event.events);
 }
 
 }  // namespace Agent

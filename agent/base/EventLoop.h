@@ -17,23 +17,32 @@ namespace Agent {
 // same round, is not disturbed in its own work, and the removed one is not called any more, not even if the
 // number of its descriptor has been given to a new file meanwhile.
 //
-// Failures of the system calls are thrown as std::system_error. What a handler throws leaves run().
+// What a handler throws costs its event and no more: it is counted and noted (Failures.h), and the loop goes
+// on. Failures of the loop's own system calls are thrown as std::system_error.
+//
+// A loop can be watched by another through fd(): whatever many descriptors it holds, all of them together
+// then get one call a round beside the other's own.
 class EventLoop {
  public:
   using Handler = std::function<void(std::uint32_t events)>;
 
   EventLoop();
 
-  // `fd` must not be watched yet.
+  // `fd` must not be watched yet; it is not if this throws.
   void add(int fd, std::uint32_t events, Handler handler);
   // Changes what a watched descriptor is watched for; with 0 only EPOLLHUP and EPOLLERR remain.
   void modify(int fd, std::uint32_t events);
   // A descriptor that is not watched is left alone.
-  void remove(int fd);
+  void remove(int fd) noexcept;
 
   // Serves until stop() is called, from a handler or beforehand.
   void run();
   void stop() { stopped_ = true; }
+
+  // Readable while a watched descriptor is ready.
+  int fd() const { return epoll_.get(); }
+  // Calls the handler of one descriptor that is ready; all that are get their turns. Does not wait.
+  void serveOne();
 
  private:
   struct Watch {
@@ -41,7 +50,7 @@ class EventLoop {
     std::shared_ptr<Handler const> handler;
   };
 
-  void control(int operation, int fd, std::uint32_t events, std::uint32_t generation);
+  int control(int operation, int fd, std::uint32_t events, std::uint32_t generation) noexcept;
   void dispatch(std::uint64_t tag, std::uint32_t events);
 
   FileDescriptor epoll_;

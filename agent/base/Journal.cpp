@@ -1,45 +1,88 @@
 #include "agent/base/Journal.h"
 
-#include <limits.h>
-#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
 #include <syslog.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <optional>
 
+#include "Kes/Format.h"
 #include "Kes/Log.h"
+#include "Kes/Trace.h"
+#include "agent/base/Printable.h"
+#include "agent/base/StandardStreams.h"
+#include "agent/base/SystemLog.h"
 
 namespace Agent {
 
 namespace {
 
 bool copies = false;
+std::optional<SystemLog> systemLog;
+std::uint64_t lostTraces = 0;
 
-void copy(std::string const& text) {
+// A message must not cost what it tells of.
+void deliver(SystemLog::Kind kind, int priority, std::string_view subject, std::string_view text) noexcept {
+  if (systemLog) systemLog->write(kind, LOG_DAEMON | priority, subject, text);
   if (!copies) return;
-  pollfd standardError{STDERR_FILENO, POLLOUT, 0};
-  if (::poll(&standardError, 1, 0) != 1 || (standardError.revents & POLLOUT) == 0) return;
-  std::string const line = "vorn-agent: " + text + '\n';
-  // A pipe that is ready takes this much without waiting.
-  if (::write(STDERR_FILENO, line.data(), std::min<std::size_t>(line.size(), PIPE_BUF)) < 0) return;
+  try {
+    std::string line = "vorn-agent: ";
+    if (!subject.empty()) line.append(subject).append(": ");
+    writeToStandardError(line + printable(text));
+  } catch (std::exception const&) {
+    return;  // no memory for the copy
+  }
 }
 
 void takeMessage(Kes::LogHandle const& handle, Kes::String const& text) {
-  Kes::syslogSink(handle, text);
-  copy(std::string(handle.name()) + ": " + text.str());
+  deliver(SystemLog::threshold, static_cast<int>(handle.severity()), handle.name(), text.view());
+}
+
+void takeTrace(Kes::TraceHandle const& handle, Kes::U32 level, std::string_view line) {
+  std::string const text = printable(line);
+  if (!writeToStandardError(Kes::format("%s %u %s", handle.name(), level, text.c_str()).str())) ++lostTraces;
 }
 
 }  // namespace
 
 void openJournal(bool copyToStandardError) {
-  ::openlog("vorn-agent", LOG_PID, LOG_DAEMON);
+  systemLog.emplace("/dev/log");
   copies = copyToStandardError;
+  standardErrorNeverWaits();
   Kes::logSinkIs(takeMessage);
+  Kes::traceSinkIs(takeTrace);
 }
 
 void note(int priority, std::string const& text) {
-  ::syslog(priority, "%s", text.c_str());
-  copy(text);
+  deliver(SystemLog::other, priority, /*subject=*/"", text);
 }
+
+std::string journalStatus() {
+  if (!systemLog) return "messages: none are sent";
+  SystemLog::Counts const& thresholds = systemLog->counts(SystemLog::threshold);
+  SystemLog::Counts const& notes = systemLog->counts(SystemLog::other);
+  return Kes::format(
+             "messages: %u of thresholds and %u others are in the system log, %u wait for it; %u of "
+             "thresholds "
+             "and %u others were lost, and %u lines of --trace",
+             thresholds.sent, notes.sent, systemLog->kept(), thresholds.lost, notes.lost, lostTraces)
+      .str();
+}
+
+JournalRetries::JournalRetries(EventLoop& loop)
+    : loop_(loop), timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+  if (!timer_) throwErrno("timerfd_create");
+  constexpr timespec pause{0, 100'000'000};
+  constexpr itimerspec setting{pause, pause};
+  if (::timerfd_settime(timer_.get(), 0, &setting, nullptr) != 0) throwErrno("timerfd_settime");
+  loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) {
+    std::uint64_t expirations = 0;
+    if (::read(timer_.get(), &expirations, sizeof expirations) > 0 && systemLog) systemLog->offerKept();
+  });
+}
+
+JournalRetries::~JournalRetries() { loop_.remove(timer_.get()); }
 
 }  // namespace Agent

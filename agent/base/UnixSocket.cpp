@@ -1,9 +1,10 @@
 #include "agent/base/UnixSocket.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <sys/un.h>
 
 #include <cstring>
 #include <filesystem>
@@ -13,24 +14,14 @@ namespace Agent {
 
 namespace {
 
-constexpr int backlog = 128;
-
-sockaddr_un addressOf(std::string const& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof address.sun_path) {
-    throw std::system_error(path.empty() ? EINVAL : ENAMETOOLONG, std::generic_category(),
-                            "socket path \"" + path + "\"");
-  }
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
-}
+// Clients that come all at once wait here; the system may allow fewer.
+constexpr int backlog = 4096;
 
 sockaddr const* generic(sockaddr_un const& address) { return reinterpret_cast<sockaddr const*>(&address); }
 
 // Whether anybody listens there. A full backlog (EAGAIN) is an agent too, if a slow one.
 bool answers(std::string const& path) {
-  sockaddr_un const address = addressOf(path);
+  sockaddr_un const address = socketAddress(path);
   FileDescriptor const probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!probe) throwErrno("socket");
   if (::connect(probe.get(), generic(address), sizeof address) == 0 || errno == EAGAIN) return true;
@@ -49,6 +40,15 @@ void clearTheWay(std::string const& path) {
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) throwErrno(path);
 }
 
+FileDescriptor lockBeside(std::string const& path) {
+  std::string const name = path + ".lock";
+  FileDescriptor lock(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!lock) throwErrno(name);
+  if (::flock(lock.get(), LOCK_EX | LOCK_NB) == 0) return lock;
+  if (errno != EWOULDBLOCK) throwErrno(name);
+  throw std::runtime_error(path + ": another agent runs or starts there, since it holds " + name);
+}
+
 void makeDirectoryOf(std::string const& path) {
   std::string const directory = std::filesystem::path(path).parent_path().string();
   if (directory.empty()) return;
@@ -61,9 +61,21 @@ void makeDirectoryOf(std::string const& path) {
 
 }  // namespace
 
+sockaddr_un socketAddress(std::string const& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof address.sun_path) {
+    throw std::system_error(path.empty() ? EINVAL : ENAMETOOLONG, std::generic_category(),
+                            "socket path \"" + path + "\"");
+  }
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return address;
+}
+
 ServerSocket::ServerSocket(std::string path) : path_(std::move(path)) {
-  sockaddr_un const address = addressOf(path_);
+  sockaddr_un const address = socketAddress(path_);
   makeDirectoryOf(path_);
+  lock_ = lockBeside(path_);
   clearTheWay(path_);
   fd_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd_) throwErrno("socket");
@@ -88,7 +100,7 @@ ServerSocket::~ServerSocket() {
 }
 
 FileDescriptor connectTo(std::string const& path, int patienceSeconds) {
-  sockaddr_un const address = addressOf(path);
+  sockaddr_un const address = socketAddress(path);
   FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) throwErrno("socket");
   timeval const patience{patienceSeconds, 0};

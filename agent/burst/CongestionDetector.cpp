@@ -10,12 +10,10 @@ namespace {
 using Kes::U32;
 using Kes::U64;
 
-constexpr U64 microsecondsInSecond = 1'000'000;
-
-// Bursts less than this many intervals apart are one record.
+// Congestion less than this many intervals apart is one burst.
 constexpr U64 coalescedIntervals = 3;
 
-// Readings that come later than this many intervals leave a gap in which the middle says little.
+// Looks that come later than this many intervals leave a gap in which the middle says little.
 constexpr U64 lateIntervals = 2;
 
 // A queue that uses less than this part of its drain rate counts as idle.
@@ -23,112 +21,127 @@ constexpr U64 idleShare = 8;
 
 U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
 
+bool isLate(QueueProgress const& progress, U64 interval) {
+  return progress.elapsed > lateIntervals * interval;
+}
+
 }  // namespace
 
-void DrainRate::add(U64 bytes, U64 microseconds) {
-  constexpr U64 memory = microsecondsInSecond / 4;
-  bytes_ += bytes;
-  microseconds_ += microseconds;
-  while (microseconds_ > memory) {
-    bytes_ /= 2;
-    microseconds_ /= 2;
-  }
-}
-
-U64 DrainRate::bytesPerSecond() const {
-  return known() ? bytes_ * microsecondsInSecond / std::max<U64>(microseconds_, 1) : 0;
-}
-
-U64 DrainRate::timeFor(U64 bytes) const {
-  return static_cast<U64>(static_cast<double>(bytes) * static_cast<double>(microseconds_) /
-                          static_cast<double>(bytes_));
-}
-
-CongestionDetector::Progress CongestionDetector::progressTo(QueueReading const& reading) const {
-  U64 const elapsed = reading.stamp - last_.stamp;
-  if (reading.bytes < last_.bytes) return {elapsed, reading.bytes, reading.drops};
-  return {elapsed, reading.bytes - last_.bytes, reading.drops - last_.drops};
-}
-
-std::optional<QueueReading> CongestionDetector::missedQuiet(QueueReading const& reading,
-                                                            Limits const& limits) const {
-  if (!open_ || !rate_.known() || reading.backlog <= limits.startThreshold) return std::nullopt;
-  Progress const progress = progressTo(reading);
+// Whether, by the drain rate, the burst that is open must have ended long before this high look: a late one
+// can meet the next burst. Then the result is a quiet look that belongs between the two.
+std::optional<QueueProgress> CongestionDetector::missedQuiet(QueueProgress const& progress,
+                                                             Limits const& limits) const {
+  if (!open_ || !rate_.known() || progress.backlog <= limits.startThreshold) return std::nullopt;
   // A queue that has not even sent what it held was held up, not empty.
-  if (progress.sent <= last_.backlog) return std::nullopt;
+  if (progress.sent <= progress.backlogBefore) return std::nullopt;
   U64 const busy = rate_.timeFor(progress.sent);
   if (busy + coalescedIntervals * limits.interval >= progress.elapsed) return std::nullopt;
-  QueueReading quiet = reading;
-  quiet.stamp = reading.stamp - rate_.timeFor(progress.sent - last_.backlog);
-  quiet.bytes = reading.bytes - (progress.sent - last_.backlog);
-  quiet.backlog = 0;
-  quiet.drops = reading.drops - progress.drops;
+  U64 const sinceQuiet = rate_.timeFor(progress.sent - progress.backlogBefore);
+  QueueProgress quiet;
+  quiet.stamp = progress.stamp - sinceQuiet;
+  quiet.elapsed = progress.elapsed - sinceQuiet;
+  quiet.backlogBefore = progress.backlogBefore;
+  quiet.sent = quiet.left = progress.backlogBefore;
+  quiet.lateDrops = progress.lateDrops;
   return quiet;
 }
 
-std::optional<CongestionUpdate> CongestionDetector::handleReading(QueueReading const& reading,
-                                                                  Limits const& limits) {
-  Progress const progress = progressTo(reading);
-  bool const high = reading.backlog > limits.startThreshold;
-  std::optional<CongestionUpdate> update;
+// What is left of a look when a quiet one has been found before it.
+QueueProgress CongestionDetector::behind(QueueProgress const& quiet, QueueProgress const& progress) {
+  QueueProgress rest = progress;
+  rest.elapsed -= quiet.elapsed;
+  rest.backlogBefore = 0;
+  rest.sent -= quiet.sent;
+  rest.left -= quiet.left;
+  rest.lateDrops = 0;
+  return rest;
+}
+
+std::optional<CongestionUpdate> CongestionDetector::handleLate(QueueProgress const& progress) {
+  bool const measuring = latency_.pending();
+  latency_.handleProgress(progress, rate_);
+  bool const measured = measuring && latency_.latency() != 0;
+  // While the burst is open its next update tells the latency.
+  if (!told_ || ((open_ || !measured) && progress.lateDrops == 0)) return std::nullopt;
+  CongestionUpdate update = present(*told_, progress.lateDrops);
+  update.late = true;
+  return update;
+}
+
+std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress const& progress,
+                                                               Limits const& limits) {
+  bool const high = progress.backlog > limits.startThreshold;
+  bool const wasOpen = open_;
   // A queue has surely been busy all the time if it has something left and sent no more than it held. Between
-  // readings that are not late it will have been, if it is congested at both.
-  bool const late = progress.elapsed > lateIntervals * limits.interval;
-  bool const surelyBusy = reading.backlog != 0 && progress.sent <= last_.backlog;
-  if (open_ && (surelyBusy || (high && !late))) rate_.add(progress.sent, progress.elapsed);
-  if (open_)
-    update = proceed(reading, progress, limits);
-  else if (high || progress.drops != 0)
-    update = begin(reading, progress, limits);
-  if (update) {
+  // looks that are not late it will have been, if it is congested at both.
+  bool const surelyBusy = progress.backlog != 0 && progress.sent <= progress.backlogBefore;
+  if (wasOpen && (surelyBusy || (high && !isLate(progress, limits.interval))))
+    rate_.add(progress.sent, progress.elapsed);
+  std::optional<CongestionUpdate> update;
+  if (wasOpen || high || progress.drops != 0) {
+    U64 const timestamp = !wasOpen ? startOf(progress, limits.interval)
+                          : high   ? progress.stamp
+                                   : endBefore(progress);
+    bool const begins = !wasOpen && (!told_ || timestamp > *told_ + coalescedIntervals * limits.interval);
+    if (begins) {
+      peak_ = peakBound_ = 0;
+      latency_ = {};
+    }
+    // Without a high look both neighbours bound the peak from below.
+    if (!wasOpen && !high) {
+      peakIs(progress.stamp - progress.elapsed, progress.backlogBefore);
+      if (begins) latency_.handleProgress(progress, rate_);
+    }
+    peakIs(progress.stamp, progress.backlog);
+    peakBound_ = std::max({peakBound_, peak_, saturated(progress.backlog + progress.left)});
     open_ = high;
+    // Where a burst goes on, what was told of it stays.
+    update = present(told_ && !begins ? std::max(timestamp, *told_) : timestamp, progress.drops);
+    update->begins = begins;
     update->ends = !high;
-    update->qLen = peak_;
-    update->peakBound = peakBound_;
-    update->drops = progress.drops;
-    update->drainRate = rate_.bytesPerSecond();
-    told_ = update->timestamp;
   }
   if (rate_.known()) idleBefore_ = rate_.timeFor(progress.sent) <= progress.elapsed / idleShare;
-  last_ = reading;
   return update;
 }
 
-CongestionUpdate CongestionDetector::begin(QueueReading const& reading, Progress const& progress,
-                                           Limits const& limits) {
-  // Without a high reading both neighbours bound the peak from below.
-  peak_ = std::max(reading.backlog, last_.backlog);
-  peakBound_ = std::max(peak_, saturated(U64{reading.backlog} + progress.sent));
+std::optional<CongestionUpdate> CongestionDetector::handleVanished(U32 lostPackets) {
+  if (!open_) return std::nullopt;
+  open_ = false;
+  CongestionUpdate update = present(*told_, lostPackets);
+  update.ends = true;
+  return update;
+}
+
+// The burst as it stands.
+CongestionUpdate CongestionDetector::present(U64 timestamp, U32 drops) {
+  told_ = timestamp;
   CongestionUpdate update;
-  update.begins = true;
-  update.timestamp = startOf(reading, progress, limits.interval);
-  update.coalesceTime = coalescedIntervals * limits.interval;
+  update.timestamp = timestamp;
+  update.qLen = peak_;
+  update.peakBound = peakBound_;
+  update.drops = drops;
+  update.latency = latency_.latency();
   return update;
 }
 
-CongestionUpdate CongestionDetector::proceed(QueueReading const& reading, Progress const& progress,
-                                             Limits const& limits) {
-  bool const high = reading.backlog > limits.startThreshold;
-  peak_ = std::max(peak_, reading.backlog);
-  peakBound_ = std::max(peakBound_, saturated(U64{reading.backlog} + progress.sent));
-  CongestionUpdate update;
-  update.timestamp = high ? reading.stamp : endBefore(reading);
-  // An open burst stays one record however late the reading is.
-  update.coalesceTime = std::max(coalescedIntervals * limits.interval, update.timestamp - told_);
-  return update;
+void CongestionDetector::peakIs(U64 stamp, U32 backlog) {
+  if (backlog <= peak_) return;
+  peak_ = backlog;
+  latency_.aim(stamp, backlog);
 }
 
-U64 CongestionDetector::startOf(QueueReading const& reading, Progress const& progress, U64 interval) const {
-  U64 const middle = last_.stamp + progress.elapsed / 2;
+U64 CongestionDetector::startOf(QueueProgress const& progress, U64 interval) const {
+  U64 const before = progress.stamp - progress.elapsed;
+  U64 const middle = before + progress.elapsed / 2;
   if (!rate_.known()) return middle;
-  U64 const earliest = reading.stamp - std::min(rate_.timeFor(progress.sent), progress.elapsed);
-  bool const late = progress.elapsed > lateIntervals * interval;
-  return late && idleBefore_ ? earliest : std::max(middle, earliest);
+  U64 const earliest = progress.stamp - std::min(rate_.timeFor(progress.sent), progress.elapsed);
+  return isLate(progress, interval) && idleBefore_ ? earliest : std::max(middle, earliest);
 }
 
-U64 CongestionDetector::endBefore(QueueReading const& reading) const {
-  if (!rate_.known()) return last_.stamp + (reading.stamp - last_.stamp) / 2;
-  return std::min(reading.stamp, last_.stamp + rate_.timeFor(last_.backlog));
+U64 CongestionDetector::endBefore(QueueProgress const& progress) const {
+  U64 const before = progress.stamp - progress.elapsed;
+  if (!rate_.known() || progress.lost) return before + progress.elapsed / 2;
+  return std::min(progress.stamp, before + rate_.timeFor(progress.backlogBefore));
 }
 
 }  // namespace Agent

@@ -3,83 +3,66 @@
 #include <optional>
 
 #include "Kes/Types.h"
-#include "agent/burst/QueueReading.h"
+#include "agent/burst/DrainRate.h"
+#include "agent/burst/LatencyMeter.h"
+#include "agent/burst/QueueProgress.h"
 #include "agent/record/CongestionUpdate.h"
 
 namespace Agent {
 
-// How fast a queue drains: bytes over time between backlogged readings. Older observations fade once there is
-// a quarter of a second's worth of newer ones, so the rate outlives a burst and still follows a changed
-// shaper.
-class DrainRate {
- public:
-  void add(Kes::U64 bytes, Kes::U64 microseconds);
-  bool known() const { return bytes_ != 0; }
-  // 0 while unknown.
-  Kes::U64 bytesPerSecond() const;
-  // Microseconds that so many bytes take. Only while known.
-  Kes::U64 timeFor(Kes::U64 bytes) const;
-
- private:
-  Kes::U64 bytes_ = 0;
-  Kes::U64 microseconds_ = 0;
-};
-
-// Finds the bursts in the readings of one queue. No I/O, no clock, no memory of its own: readings in, updates
-// out.
+// Finds the bursts in what the looks at one queue make known. No I/O, no clock: looks in, updates out.
 //
-// A burst is open while the backlog exceeds the start threshold. It started in the middle between the last
-// quiet reading and the first high one, or later where the bytes sent between them show that it cannot have
-// been that early; where a late reading left a wide gap behind a quiet queue, the bytes sent are all there is
-// to go by, and give the start. It ended when the last high backlog had drained, at the quiet reading at the
-// latest.
+// A queue is congested while its backlog exceeds the start threshold. Congestion started in the middle
+// between the last quiet look and the first high one, or later where the bytes sent between them show that it
+// cannot have been that early; where a late look left a wide gap behind a quiet queue, the bytes sent are all
+// there is to go by, and give the start. It ended when the last high backlog had drained, at the quiet look
+// at the latest; a backlog that has vanished did so in the middle between two looks.
 //
-// The peak lies somewhere between readings: at no moment can the backlog have exceeded what the next reading
-// finds plus the bytes sent before it. Drops between two quiet readings are a burst that came and went
+// The peak lies somewhere between looks. Drops between two quiet looks are congestion that came and went
 // unseen; its length is a lower bound.
 //
-// Counters that wrap (drops) or start again (a queue made anew under its old name) are told apart by the sent
-// bytes, which never wrap.
+// Congestion that follows after no more than three intervals is the same burst.
 class CongestionDetector {
  public:
   struct Limits {
     Kes::U32 startThreshold;  // bytes
-    Kes::U64 interval;        // intended time between readings
+    Kes::U64 interval;        // intended time between looks
   };
 
-  // What happened since the last reading: microseconds, bytes sent and packets dropped.
-  struct Progress {
-    Kes::U64 elapsed;
-    Kes::U64 sent;
-    Kes::U32 drops;
-  };
+  // Looks come in order of time. Calls tell(CongestionUpdate) for each update that follows from this one:
+  // none while the queue is quiet.
+  template <class Tell>
+  void handleProgress(QueueProgress const& progress, Limits const& limits, Tell tell) {
+    QueueProgress rest = progress;
+    if (auto const quiet = missedQuiet(progress, limits)) {
+      rest = behind(*quiet, progress);
+      handleProgress(*quiet, limits, tell);
+    }
+    if (auto const update = handleLate(rest)) tell(*update);
+    if (auto const update = handleLook(rest, limits)) tell(*update);
+  }
 
-  // Bursts are looked for from this reading on.
-  explicit CongestionDetector(QueueReading const& first) : last_(first) {}
+  DrainRate const& rate() const { return rate_; }
 
-  // Whether, by the drain rate, the burst that is open must have ended long before `reading`, another high
-  // one: a late reading can meet the next burst. Then the result is a quiet reading that belongs between the
-  // two.
-  std::optional<QueueReading> missedQuiet(QueueReading const& reading, Limits const& limits) const;
-
-  // Readings come in order of time. Nothing is to be told while the queue is quiet.
-  std::optional<CongestionUpdate> handleReading(QueueReading const& reading, Limits const& limits);
-
-  Progress progressTo(QueueReading const& reading) const;
-  QueueReading const& lastReading() const { return last_; }
+  // The queue has vanished: a burst that was open is over, and at least `lostPackets` of it are lost.
+  std::optional<CongestionUpdate> handleVanished(Kes::U32 lostPackets);
 
  private:
-  CongestionUpdate begin(QueueReading const& reading, Progress const& progress, Limits const& limits);
-  CongestionUpdate proceed(QueueReading const& reading, Progress const& progress, Limits const& limits);
-  Kes::U64 startOf(QueueReading const& reading, Progress const& progress, Kes::U64 interval) const;
-  Kes::U64 endBefore(QueueReading const& reading) const;
+  std::optional<QueueProgress> missedQuiet(QueueProgress const& progress, Limits const& limits) const;
+  static QueueProgress behind(QueueProgress const& quiet, QueueProgress const& progress);
+  std::optional<CongestionUpdate> handleLate(QueueProgress const& progress);
+  std::optional<CongestionUpdate> handleLook(QueueProgress const& progress, Limits const& limits);
+  CongestionUpdate present(Kes::U64 timestamp, Kes::U32 drops);
+  void peakIs(Kes::U64 stamp, Kes::U32 backlog);
+  Kes::U64 startOf(QueueProgress const& progress, Kes::U64 interval) const;
+  Kes::U64 endBefore(QueueProgress const& progress) const;
 
-  QueueReading last_;
   DrainRate rate_;
+  LatencyMeter latency_;
   bool open_ = false;
-  bool idleBefore_ = false;  // little was sent before the last reading, measured by the drain rate
-  Kes::U64 told_ = 0;        // the last update's timestamp
-  Kes::U32 peak_ = 0;
+  bool idleBefore_ = false;       // little was sent before the last look, measured by the drain rate
+  std::optional<Kes::U64> told_;  // the last update's timestamp
+  Kes::U32 peak_ = 0;             // of the present burst, or of the last one
   Kes::U32 peakBound_ = 0;
 };
 

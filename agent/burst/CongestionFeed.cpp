@@ -1,26 +1,25 @@
 #include "agent/burst/CongestionFeed.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Agent {
 
 namespace {
 
+using Kes::Seconds;
 using Kes::U64;
 using Vorn::Microseconds;
-
-// The record that the log of an interface holds under `key`, which has just been merged into.
-LinuxEntry& loggedRecord(Vorn::PortData const& port, QueueKey key) {
-  Vorn::EntryIndex const position(port.entryIndex(key).value());
-  return static_cast<LinuxEntry&>(*port.chunkTail()->entry(position));
-}
 
 // Statistics of gone queues that are kept.
 constexpr std::size_t maxGoneQueues = 256;
 
-bool isSilent(CongestionUpdate const& update, Vorn::Thresholds const& thresholds) {
-  return update.qLen < thresholds.low && update.qLen < thresholds.high;
+// A record never has timestamp 0.
+Microseconds wallTime(U64 monotonic, Kes::S64 offset) {
+  return Microseconds(static_cast<U64>(std::max(static_cast<Kes::S64>(monotonic) + offset, Kes::S64{1})));
+}
+
+bool isOver(U64 since, U64 moment, Seconds interval) {
+  return static_cast<double>(moment - since) > interval * 1e6;
 }
 
 }  // namespace
@@ -30,53 +29,49 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
     : recorder_(std::move(recorder)),
       config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
-      clock_(std::move(clock)) {
+      clock_(std::move(clock)),
+      interfaces_(recorder_) {
   recorder_->allocateGlobalChunk();
 }
 
-// Merged updates are judged by nobody, so one that lifts its record over a threshold for the first time is
-// made a record of its own. Returns whether its message is always due.
-bool CongestionFeed::judge(Judgement& judgement, CongestionUpdate& update,
-                           Vorn::Thresholds const& thresholds) {
-  if (update.begins && update.timestamp - judgement.told > update.coalesceTime) judgement.level = 0;
-  judgement.told = update.timestamp;
-  int const level = update.qLen >= thresholds.high ? 2 : update.qLen >= thresholds.low ? 1 : 0;
-  if (level <= judgement.level) return false;
-  judgement.level = level;
-  update.coalesceTime = 0;
-  return level == 2;
+void CongestionFeed::handlePresent(QueueAddress const& queue) {
+  interfaces_.handleQueuePresent(queue.intfId);
+  std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
 }
 
-void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& found) {
-  CongestionUpdate update = found;
-  update.timestamp = clock_->wallTime(found.timestamp).value();
-  Vorn::Thresholds const thresholds = Vorn::portThresholds(config_, hwStatus_, queue.intfId);
+void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
   QueueId const id = {queue.intfId, queue.key};
-  if (judged_.find(id) == nullptr) judged_.put(id, {});
-  bool const alwaysLog = judge(*judged_.find(id), update, thresholds);
+  if (latest_.find(id) == nullptr) latest_.put(id, {});
+  Burst& burst = *latest_.find(id);
   if (update.begins) ++bursts_;
+  // A burst that was open when its queue was renamed has its first record under the new name here.
+  bool const counts = !burst.record;
   auto const port = recorder_->portDataIs(queue.intfId);
-  Kes::Seconds const lastMessage = port->lastSyslogTime();
-  log(queue, update, alwaysLog);
-  // A judgement that had nothing to say must not silence the next one for the log interval: most bursts are
-  // small when they begin.
-  if (isSilent(update, thresholds)) port->lastSyslogTimeIs(lastMessage);
-  keepMetaData(queue, update);
+  Rule const rule = {queue.intfId, Vorn::portThresholds(config_, hwStatus_, queue.intfId),
+                     config_->logInterval()};
+  auto const append = [&](LinuxEntry::Ptr const& record) {
+    recorder_->updateEntry(queue.intfId, record, Microseconds(0), queue.key);
+  };
+  record(burst, queue, update, *port, rule, append);
+  keepMetaData(queue, burst, update, update.begins || counts);
 }
 
-void CongestionFeed::handleTotal(CongestionUpdate const& found) {
-  CongestionUpdate update = found;
-  update.timestamp = clock_->wallTime(found.timestamp).value();
-  Vorn::Thresholds const thresholds = Vorn::globalThresholds(config_, hwStatus_);
-  judge(globalJudged_, update, thresholds);
-  auto const chunk = recorder_->globalBufferChunk();
-  Kes::Seconds const lastMessage = chunk->lastSyslogTime();
-  logGlobal(update);
-  if (isSilent(update, thresholds)) chunk->lastSyslogTimeIs(lastMessage);
+void CongestionFeed::handleTotal(CongestionUpdate const& update) {
+  auto const log = recorder_->globalBufferChunk();
+  QueueAddress const sum = {{}, noQueue, 0};
+  Rule const rule = {sum.intfId, Vorn::globalThresholds(config_, hwStatus_), config_->globalLogInterval()};
+  auto const append = [&](LinuxEntry::Ptr const& record) { recorder_->doAddToGlobalLog(record); };
+  record(latestOfAll_, sum, update, *log, rule, append);
+  if (update.begins) log->counterInc(1);
+  log->durationIs(latestOfAll_.record->duration());
+  if (update.qLen <= log->maxBuffer()) return;
+  log->maxBufferIs(update.qLen);
+  log->timeOfMaxBufferIs(wallTime(update.timestamp, latestOfAll_.offset));
 }
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
-  judged_.del({queue.intfId, queue.key});
+  latest_.del({queue.intfId, queue.key});
+  interfaces_.handleQueueGone(queue.intfId);
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;
@@ -88,61 +83,88 @@ void CongestionFeed::handleGone(QueueAddress const& queue) {
   if (auto const log = recorder_->portData(intfId)) log->portMetaDataDel(key);
 }
 
-void CongestionFeed::handlePresent(QueueAddress const& queue) {
-  std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
+// Brings the record of the burst up to the update.
+template <class Log, class Append>
+void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionUpdate const& update, Log& log,
+                            Rule const& rule, Append append) {
+  // A time that lies ahead was noted before the wall clock was set back.
+  if (log.lastSyslogTime() > recorder_->clock()->getUTCTime()) log.lastSyslogTimeIs(0);
+  bool const first = update.begins || !burst.record;
+  bool const logged = burst.record && burst.record->ptrCount() > 1;
+  if (!first && logged) {
+    burst.record->updateIs(update, wallTime(update.timestamp, burst.offset));
+    judge(burst, update.timestamp, log, rule);
+    return;
+  }
+  // What the log has lost is gone on with, unless this is all there is to say.
+  if (!first && (update.late || (update.ends && update.drops == 0))) return;
+  if (first) {
+    burst.offset = clock_->offset();
+    burst.beginning = wallTime(update.timestamp, burst.offset);
+    burst.judged = Level::none;
+  }
+  burst.record = Kes::makePtr<LinuxEntry>(queue.key, queue.handle, update);
+  burst.record->timestampIs(wallTime(update.timestamp, burst.offset));
+  Seconds const lastMessage = log.lastSyslogTime();
+  append(burst.record);
+  if (log.lastSyslogTime() != lastMessage) {
+    // The recorder has judged it. If it had nothing to say, that must not silence the next message: most
+    // bursts are small when they begin.
+    Level const level = rule.levelOf(*burst.record);
+    if (level == Level::none) log.lastSyslogTimeIs(lastMessage);
+    if (level == Level::high) noteHigh(rule, update.timestamp);
+    burst.judged = std::max(burst.judged, level);
+  }
+  judge(burst, update.timestamp, log, rule);
 }
 
-void CongestionFeed::log(QueueAddress const& queue, CongestionUpdate const& update, bool alwaysLog) {
-  if (spare_)
-    spare_->entryIs(queue.key, queue.handle, update);
-  else
-    spare_ = Kes::makePtr<LinuxEntry>(queue.key, queue.handle, update);
-  spare_->alwaysLogIs(alwaysLog);
-  recorder_->updateEntry(queue.intfId, spare_, Microseconds(update.coalesceTime), queue.key);
-  // The recorder keeps a record that it appends, and only the values of one that it merges.
-  bool const appended = spare_->ptrCount() > 1;
-  if (appended)
-    spare_ = nullptr;
-  else
-    loggedRecord(*recorder_->portData(queue.intfId), queue.key).handleMerged(update);
+// Raises the message of a threshold that the burst has now crossed for the first time, if it is due.
+template <class Log>
+void CongestionFeed::judge(Burst& burst, U64 moment, Log& log, Rule const& rule) {
+  Level const level = rule.levelOf(*burst.record);
+  if (level <= burst.judged) return;
+  burst.judged = level;
+  if (rule.interval == 0) return;
+  Seconds const now = recorder_->clock()->getUTCTime();
+  bool due = now > log.lastSyslogTime() + rule.interval;
+  if (level == Level::high) {
+    U64 const* const lastHigh = lastHigh_.find(rule.intfId);
+    due = lastHigh == nullptr || isOver(*lastHigh, moment, rule.interval);
+  }
+  if (!due) return;
+  if (level == Level::high) noteHigh(rule, moment);
+  log.lastSyslogTimeIs(now);
+  burst.record->doSyslog(rule.intfId.shortName().charPtr(), rule.thresholds.low, rule.thresholds.high);
 }
 
-void CongestionFeed::keepMetaData(QueueAddress const& queue, CongestionUpdate const& update) {
+void CongestionFeed::noteHigh(Rule const& rule, U64 moment) {
+  for (auto at = lastHigh_.iterator(); at;) {
+    if (isOver(*at, moment, rule.interval))
+      lastHigh_.del(at);
+    else
+      ++at;
+  }
+  lastHigh_.put(rule.intfId, moment);
+}
+
+CongestionFeed::Level CongestionFeed::Rule::levelOf(LinuxEntry const& record) const {
+  if (record.qLen() >= thresholds.high) return Level::high;
+  return record.qLen() >= thresholds.low ? Level::low : Level::none;
+}
+
+void CongestionFeed::keepMetaData(QueueAddress const& queue, Burst const& burst,
+                                  CongestionUpdate const& update, bool counts) {
   auto const port = recorder_->portDataIs(queue.intfId);
   auto metaData = port->portMetaData(queue.key);
   if (!metaData) {
     metaData = Vorn::portMetaDataFactory(queue.key, queue.intfId);
     port->portMetaDataIs(metaData);
   }
-  if (update.begins) {
-    metaData->counterInc(1);
-    metaData->timeOfCongestionStartIs(Microseconds(update.timestamp));
-  }
-  if (update.ends) metaData->timeOfCongestionStartIs(Microseconds(0));
+  if (counts) metaData->counterInc(1);
+  if (!update.late) metaData->timeOfCongestionStartIs(update.ends ? Microseconds(0) : burst.beginning);
   if (update.qLen > metaData->maxQLen()) {
     metaData->maxQLenIs(update.qLen);
-    metaData->timeOfMaxQLenIs(Microseconds(update.timestamp));
-  }
-}
-
-// The global log merges nothing by itself, so what updateEntry does for an interface is done here, by the
-// same rule.
-void CongestionFeed::logGlobal(CongestionUpdate const& update) {
-  auto const& chunk = recorder_->globalBufferChunk();
-  U64 const span = globalRecord_ ? update.timestamp - globalRecord_->timestamp().value() : 0;
-  if (globalRecord_ && span - globalRecord_->duration().value() <= update.coalesceTime) {
-    globalRecord_->durationIs(Microseconds(span));
-    globalRecord_->qLenIs(std::max(globalRecord_->qLen(), update.qLen));
-    globalRecord_->handleMerged(update);
-  } else {
-    globalRecord_ = Kes::makePtr<LinuxEntry>(noQueue, 0U, update);
-    recorder_->doAddToGlobalLog(globalRecord_);
-  }
-  if (update.begins) chunk->counterInc(1);
-  chunk->durationIs(globalRecord_->duration());
-  if (update.qLen > chunk->maxBuffer()) {
-    chunk->maxBufferIs(update.qLen);
-    chunk->timeOfMaxBufferIs(Microseconds(update.timestamp));
+    metaData->timeOfMaxQLenIs(wallTime(update.timestamp, burst.offset));
   }
 }
 

@@ -10,15 +10,24 @@
 #include "Vorn/VornUtils.h"
 #include "agent/base/AgentClock.h"
 #include "agent/burst/CongestionSink.h"
+#include "agent/burst/InterfaceLogs.h"
 #include "agent/record/LinuxEntry.h"
 
 namespace Agent {
 
-// Hands a source's updates over to the recorder, and keeps up what the recorder leaves to its host: the
-// drops, latency and peak bound of merged records, the metadata of queues, the statistics of the global
-// buffer.
+// Hands a source's updates over to the recorder, and keeps up what the recorder leaves to its host: records
+// of bursts that go on, the metadata of queues, the statistics of the global buffer.
 //
-// A burst stands in its log from its first update on. Merging an update allocates nothing.
+// A burst is one record, which stands in its log from the first update on. Later updates change that record,
+// in whichever chunk it stands by now, and allocate nothing. If the pool has taken its chunk away meanwhile,
+// the burst goes on in a new record.
+//
+// Bursts get wall time by the clock's offset at their beginning, so a step of the wall clock in a burst moves
+// nothing in it.
+//
+// The recorder judges a record against the thresholds when it is appended, and only then. The crossings of
+// bursts that grow are judged here, by the same rule: one message an interface in the log interval. A
+// crossing of the high threshold may also follow a message that was of the low one.
 class CongestionFeed final : public CongestionSink {
  public:
   // Makes the recorder's global log.
@@ -44,25 +53,45 @@ class CongestionFeed final : public CongestionSink {
   struct QueueIdHash {
     Kes::U64 operator()(QueueId const& id) const { return id.intfId.hash() ^ Kes::hashNumber(id.key); }
   };
-  // How far a queue's present record has been judged.
-  struct Judgement {
-    int level = 0;  // highest threshold that it was judged at: 0 none, 1 low, 2 high
-    Kes::U64 told = 0;
+
+  enum class Level { none, low, high };
+
+  // The latest burst of a queue, or of the sum.
+  struct Burst {
+    LinuxEntry::Ptr record;        // the log holds it as well, until its chunk is taken away
+    Kes::S64 offset = 0;           // wall time less monotonic time, microseconds
+    Vorn::Microseconds beginning;  // wall time
+    Level judged = Level::none;    // the highest threshold that it was judged at
   };
 
-  static bool judge(Judgement& judgement, CongestionUpdate& update, Vorn::Thresholds const& thresholds);
-  void log(QueueAddress const& queue, CongestionUpdate const& update, bool alwaysLog);
-  void keepMetaData(QueueAddress const& queue, CongestionUpdate const& update);
-  void logGlobal(CongestionUpdate const& update);
+  // What the messages of a log are judged by. `intfId` is empty for the global log.
+  struct Rule {
+    Pylo::IntfId const& intfId;
+    Vorn::Thresholds thresholds;
+    Kes::Seconds interval;
+
+    Level levelOf(LinuxEntry const& record) const;
+  };
+
+  template <class Log, class Append>
+  void record(Burst& burst, QueueAddress const& queue, CongestionUpdate const& update, Log& log,
+              Rule const& rule, Append append);
+  template <class Log>
+  void judge(Burst& burst, Kes::U64 moment, Log& log, Rule const& rule);
+  void noteHigh(Rule const& rule, Kes::U64 moment);
+  void keepMetaData(QueueAddress const& queue, Burst const& burst, CongestionUpdate const& update,
+                    bool counts);
 
   Vorn::CongestionData::Ptr const recorder_;
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   AgentClock::PtrConst const clock_;
-  LinuxEntry::Ptr spare_;         // carries updates to the recorder until one is kept there
-  LinuxEntry::Ptr globalRecord_;  // the newest of the global log
-  Kes::HashMap<QueueId, Judgement, QueueIdHash> judged_;
-  Judgement globalJudged_;
+  Kes::HashMap<QueueId, Burst, QueueIdHash> latest_;
+  Burst latestOfAll_;
+  // When, by the monotonic clock, a message of the high threshold was raised; at least of the last log
+  // interval.
+  Kes::HashMap<Pylo::IntfId, Kes::U64, Pylo::IntfIdHash> lastHigh_;
+  InterfaceLogs interfaces_;
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
 };

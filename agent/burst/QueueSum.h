@@ -11,18 +11,30 @@ namespace Agent {
 
 // The sum over all queues that are looked at, as one queue more. It is congested above the largest of their
 // start thresholds.
+//
+// No queue's rate stands for another's. Only what congested queues send counts as drained from the sum, since
+// a fast link where nothing waits says nothing about how fast the backlog of a slow one goes. The latency of
+// the sum is the longest time that any queue took to let go of what it held at the peak of the sum.
 class QueueSum {
  public:
   // To be called for every queue that a look has read, with what its reading made known.
-  void add(SampledQueue const& queue, CongestionDetector::Progress const& progress);
+  void add(SampledQueue& queue, QueueProgress const& progress);
   // The look is over: tells the sink what it shows. A look without queues is none.
   void finishLook(Kes::U64 interval, CongestionSink& sink);
 
  private:
-  QueueReading sum_;  // bytes and drops since the sum was made, stamp and backlog of this look
+  void tell(CongestionUpdate update, CongestionSink& sink);
+
+  QueueProgress look_;
   Kes::U32 startThreshold_ = 0;
-  bool looked_ = false;
-  std::optional<CongestionDetector> detector_;
+  std::optional<QueueProgress> last_;
+  CongestionDetector detector_;
+
+  CongestionUpdate told_;     // the last update
+  bool measuring_ = false;    // what was held at the peak of the burst
+  Kes::U32 measurement_ = 0;  // its number
+  bool waiting_ = false;      // a queue still holds some of it
+  Kes::U32 longest_ = 0;      // microseconds, of those that have let go
 };
 
 }  // namespace Agent

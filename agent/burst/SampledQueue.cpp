@@ -1,11 +1,27 @@
 #include "agent/burst/SampledQueue.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace Agent {
 
+using Kes::U32;
+using Kes::U64;
+
+namespace {
+
+// Packets that a reading can miss because it is not taken in one piece.
+constexpr U64 packetsUnderWay = 2;
+
+U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
+
+U64 less(U64 value, U64 subtracted) { return value - std::min(value, subtracted); }
+
+}  // namespace
+
 SampledQueue::SampledQueue(QueueAddress address, QueueTraits const& traits, QueueReading const& first)
-    : address_(std::move(address)), traits_(traits), detector_(first) {}
+    : address_(std::move(address)), traits_(traits), last_(first) {}
 
 void SampledQueue::addressIs(QueueAddress address, CongestionSink& sink) {
   sink.handleGone(address_);
@@ -13,17 +29,90 @@ void SampledQueue::addressIs(QueueAddress address, CongestionSink& sink) {
   sink.handlePresent(address_);
 }
 
-CongestionDetector::Progress SampledQueue::handleReading(QueueReading const& reading, Kes::U64 interval,
-                                                         CongestionSink& sink) {
+QueueProgress SampledQueue::handleReading(QueueReading const& reading, U64 interval, CongestionSink& sink) {
   CongestionDetector::Limits const limits = {traits_.startThreshold, interval};
-  auto const progress = detector_.progressTo(reading);
-  if (auto const quiet = detector_.missedQuiet(reading, limits)) {
-    if (auto const update = detector_.handleReading(*quiet, limits)) sink.handleUpdate(address_, *update);
-  }
-  if (auto const update = detector_.handleReading(reading, limits)) sink.handleUpdate(address_, *update);
+  if (startsAnew(reading)) return restart(reading, limits, sink);
+  QueueProgress const progress = progressTo(reading);
+  last_ = reading;
+  detect(progress, limits, sink);
   return progress;
 }
 
-void SampledQueue::handleGone(CongestionSink& sink) { sink.handleGone(address_); }
+void SampledQueue::detect(QueueProgress const& progress, CongestionDetector::Limits const& limits,
+                          CongestionSink& sink) {
+  detector_.handleProgress(progress, limits,
+                           [&](CongestionUpdate const& update) { sink.handleUpdate(address_, update); });
+}
+
+bool SampledQueue::startsAnew(QueueReading const& reading) const {
+  // No queue drops half of all numbers between two readings.
+  constexpr U32 backwards = 1U << 31;
+  return reading.bytes < last_.bytes || reading.drops - last_.drops >= backwards;
+}
+
+QueueProgress SampledQueue::restart(QueueReading const& reading, CongestionDetector::Limits const& limits,
+                                    CongestionSink& sink) {
+  QueueProgress progress;
+  progress.stamp = reading.stamp;
+  progress.elapsed = reading.stamp - last_.stamp;
+  progress.backlogBefore = last_.backlog;
+  progress.backlog = reading.backlog;
+  progress.lost = true;
+  U32 const lost = packetsOf(last_.backlog);
+  if (finish(lost, sink)) progress.drops = lost;
+  detector_ = {};
+  missing_ = 0;
+  last_ = reading;
+  detect({.stamp = reading.stamp, .backlogBefore = reading.backlog, .backlog = reading.backlog}, limits,
+         sink);
+  return progress;
+}
+
+QueueProgress SampledQueue::progressTo(QueueReading const& reading) {
+  QueueProgress progress;
+  progress.stamp = reading.stamp;
+  progress.elapsed = reading.stamp - last_.stamp;
+  progress.backlogBefore = last_.backlog;
+  progress.backlog = reading.backlog;
+  progress.sent = reading.bytes - last_.bytes;
+  progress.drops = reading.drops - last_.drops;
+  U64 const fromInside = traits_.dropsFromInside ? U64{progress.drops} * traits_.packetBytes : 0;
+  progress.left = progress.sent + fromInside;
+  U64 const slack = packetsUnderWay * traits_.packetBytes;
+  U64 const lost = less(missing_, progress.left);
+  if (lost > slack) progress.lateDrops = packetsOf(lost);
+  missing_ = less(last_.backlog, progress.left + reading.backlog);
+  progress.lost = missing_ > slack;
+  return progress;
+}
+
+U32 SampledQueue::packetsOf(U64 bytes) const {
+  U64 const packet = std::max<U32>(traits_.packetBytes, 1);
+  return saturated((bytes + packet - 1) / packet);
+}
+
+void SampledQueue::handleGone(CongestionSink& sink) {
+  finish(packetsOf(last_.backlog), sink);
+  sink.handleGone(address_);
+}
+
+void SampledQueue::handleUnwatched(CongestionSink& sink) {
+  finish(0, sink);
+  sink.handleGone(address_);
+}
+
+LatencyMeter const& SampledQueue::measured(U32 number, QueueProgress const& progress) {
+  if (number != measurement_) meter_.aim(progress.stamp - progress.elapsed, progress.backlogBefore);
+  measurement_ = number;
+  meter_.handleProgress(progress, detector_.rate());
+  return meter_;
+}
+
+// Whether a burst was open.
+bool SampledQueue::finish(U32 lostPackets, CongestionSink& sink) {
+  auto const update = detector_.handleVanished(lostPackets);
+  if (update) sink.handleUpdate(address_, *update);
+  return update.has_value();
+}
 
 }  // namespace Agent

@@ -3,6 +3,7 @@
 #include "Kes/Types.h"
 #include "agent/burst/CongestionDetector.h"
 #include "agent/burst/CongestionSink.h"
+#include "agent/burst/QueueProgress.h"
 #include "agent/burst/QueueReading.h"
 #include "agent/record/QueueName.h"
 
@@ -19,7 +20,16 @@ struct QueueTraits {
   bool dropsFromInside = true;
 };
 
-// One queue that a source looks at from time to time.
+// One queue that a source looks at from time to time: makes of its counters what the detector works on.
+//
+// The queue's bytes are conserved: what waited and was not sent still waits, or was dropped. What is missing
+// from that has vanished with its link or with the queue. It counts as lost, and as drops of so many full
+// packets where the kernel counted none. A reading is not taken in one piece, so a packet on its way can seem
+// to be missing: drops are told only when the next reading has not found it either.
+//
+// Drops are counted modulo 2^32; a drop counter that goes backwards otherwise, or sent bytes that do, are
+// those of a queue that was made anew. Then the old queue has vanished, and the new one starts with this
+// reading.
 class SampledQueue {
  public:
   // Bursts are looked for from `first` on. The source tells the sink that the queue is present.
@@ -27,25 +37,43 @@ class SampledQueue {
 
   QueueAddress const& address() const { return address_; }
   QueueTraits const& traits() const { return traits_; }
-  QueueReading const& lastReading() const { return detector_.lastReading(); }
+  QueueReading const& lastReading() const { return last_; }
 
   // An interface that is given another MTU.
   void traitsIs(QueueTraits const& traits) { traits_ = traits; }
-  // A queue that is renamed: gone under its old address, present under the new one.
+  // A queue that is renamed: gone under its old address, present under the new one. A burst that is open goes
+  // on under the new one.
   void addressIs(QueueAddress address, CongestionSink& sink);
 
-  // Tells the sink what the reading shows, and the caller what happened since the last one. `interval` is the
-  // intended time between readings, in microseconds.
-  CongestionDetector::Progress handleReading(QueueReading const& reading, Kes::U64 interval,
-                                             CongestionSink& sink);
+  // Tells the sink what the reading shows. Readings come in order of time. `interval` is the intended time
+  // between them, in microseconds.
+  QueueProgress handleReading(QueueReading const& reading, Kes::U64 interval, CongestionSink& sink);
 
-  // The queue has vanished. Nothing is to be read of it any more.
+  // Measures how long that took to leave which waited here at the look before the first call with this
+  // number, by which the caller tells one measurement from the next.
+  LatencyMeter const& measured(Kes::U32 number, QueueProgress const& progress);
+
+  // The queue has vanished, and with it what waited there. Nothing is to be read of it any more.
   void handleGone(CongestionSink& sink);
+  // Nobody looks at the queue any more: what becomes of it is not known.
+  void handleUnwatched(CongestionSink& sink);
 
  private:
+  bool startsAnew(QueueReading const& reading) const;
+  QueueProgress restart(QueueReading const& reading, CongestionDetector::Limits const& limits,
+                        CongestionSink& sink);
+  void detect(QueueProgress const& progress, CongestionDetector::Limits const& limits, CongestionSink& sink);
+  QueueProgress progressTo(QueueReading const& reading);
+  Kes::U32 packetsOf(Kes::U64 bytes) const;
+  bool finish(Kes::U32 lostPackets, CongestionSink& sink);
+
   QueueAddress address_;
   QueueTraits traits_;
+  QueueReading last_;
+  Kes::U64 missing_ = 0;  // bytes that the last reading could not account for
   CongestionDetector detector_;
+  LatencyMeter meter_;
+  Kes::U32 measurement_ = 0;
 };
 
 }  // namespace Agent

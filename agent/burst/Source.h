@@ -7,8 +7,8 @@
 namespace Agent {
 
 // Where congestion records come from: the queues of this machine, a recording, a simulator. A source owns
-// what it needs to look at them, registers its descriptors with the loop, and hands what it finds to the
-// recorder from within the loop's handlers, so that recorder and source share the one thread.
+// what it needs to look at them, registers its descriptors with the loop, and hands what it finds to a
+// CongestionSink from within the loop's handlers, so that recorder and source share the one thread.
 class Source {
  public:
   Source() = default;

@@ -1,35 +1,23 @@
 #include "agent/kernel/InterfaceTable.h"
 
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <array>
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 
 namespace Agent {
 
-namespace {
+Interface interfaceOf(LinkNotice const& notice) {
+  constexpr Kes::U32 ethernetHeaderBytes = 14;
+  bool const ethernet = notice.type == ARPHRD_ETHER || notice.type == ARPHRD_LOOPBACK;
+  return {Pylo::IntfId{Kes::String(std::string_view(notice.name.data()))},
+          notice.mtu + (ethernet ? ethernetHeaderBytes : 0)};
+}
 
-constexpr Kes::U32 ethernetHeaderBytes = 14;
-
-}  // namespace
-
-InterfaceTable::InterfaceTable()
-    : query_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-      changes_(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE)) {
-  sockaddr_nl address{};
-  address.nl_family = AF_NETLINK;
-  address.nl_groups = RTMGRP_LINK;
-  sockaddr generic{};
-  static_assert(sizeof address <= sizeof generic);
-  std::memcpy(&generic, &address, sizeof address);
-  if (!query_ || !changes_ || bind(changes_.get(), &generic, sizeof address) != 0)
-    throwErrno("cannot watch the network interfaces");
+InterfaceTable::InterfaceTable() : query_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  if (!query_) throwErrno("cannot ask for the network interfaces");
 }
 
 std::optional<Interface> InterfaceTable::interface(Kes::U32 ifindex) const {
@@ -37,22 +25,14 @@ std::optional<Interface> InterfaceTable::interface(Kes::U32 ifindex) const {
   request.ifr_ifindex = static_cast<int>(ifindex);
   // The name stays in the request for the two questions behind it.
   if (ioctl(query_.get(), SIOCGIFNAME, &request) != 0) return std::nullopt;
-  std::string_view const name = request.ifr_name;
-  Pylo::IntfId const intfId{Kes::String(name)};
+  LinkNotice notice{};
+  static_assert(sizeof request.ifr_name == sizeof notice.name);
+  std::copy_n(request.ifr_name, notice.name.size() - 1, notice.name.begin());
   if (ioctl(query_.get(), SIOCGIFMTU, &request) != 0) return std::nullopt;
-  auto const mtu = static_cast<Kes::U32>(request.ifr_mtu);
+  notice.mtu = static_cast<Kes::U32>(request.ifr_mtu);
   if (ioctl(query_.get(), SIOCGIFHWADDR, &request) != 0) return std::nullopt;
-  int const type = request.ifr_hwaddr.sa_family;
-  bool const ethernet = type == ARPHRD_ETHER || type == ARPHRD_LOOPBACK;
-  return Interface{intfId, mtu + (ethernet ? ethernetHeaderBytes : 0)};
-}
-
-void InterfaceTable::changesTaken() {
-  // What changed is asked for afresh, so lost messages (ENOBUFS) lose nothing.
-  std::array<char, 4096> discarded;
-  while (recv(changes_.get(), discarded.data(), discarded.size(), 0) >= 0 || errno == ENOBUFS ||
-         errno == EINTR) {
-  }
+  notice.type = request.ifr_hwaddr.sa_family;
+  return interfaceOf(notice);
 }
 
 }  // namespace Agent

@@ -5,6 +5,7 @@
 #include "Kes/Types.h"
 #include "Pylo/IntfId.h"
 #include "agent/base/FileDescriptor.h"
+#include "agent/kernel/NetlinkMessage.h"
 
 namespace Agent {
 
@@ -12,10 +13,14 @@ namespace Agent {
 struct Interface {
   Pylo::IntfId intfId;  // under its present name
   Kes::U32 frameBytes;  // a full frame as it stands in a queue: MTU and link header
+
+  bool operator==(Interface const&) const = default;
 };
 
-// The interfaces of this network namespace by number. Nothing is kept here: ask again when fd() has become
-// readable, which tells that interfaces were made, removed, renamed or given another MTU.
+// As the kernel tells it of an interface that is there.
+Interface interfaceOf(LinkNotice const& notice);
+
+// The interfaces of this network namespace by number, as they are at the moment of asking.
 class InterfaceTable {
  public:
   // Throws std::system_error.
@@ -24,13 +29,8 @@ class InterfaceTable {
   // Empty when there is no such interface (any more).
   std::optional<Interface> interface(Kes::U32 ifindex) const;
 
-  int fd() const { return changes_.get(); }
-  // Makes fd() unreadable until the next change.
-  void changesTaken();
-
  private:
   FileDescriptor query_;
-  FileDescriptor changes_;
 };
 
 }  // namespace Agent

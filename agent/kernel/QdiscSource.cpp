@@ -1,22 +1,19 @@
 #include "agent/kernel/QdiscSource.h"
 
-#include <fnmatch.h>
-#include <linux/pkt_sched.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <ctime>
-#include <functional>
-#include <iterator>
-#include <limits>
+#include <system_error>
 #include <utility>
 
 #include "Kes/Format.h"
 #include "Vorn/VornUtils.h"
-#include "agent/kernel/LeafQueues.h"
+#include "agent/base/Journal.h"
 
 namespace Agent {
 
@@ -37,14 +34,10 @@ constexpr U64 lateIntervals = 2;
 // How often a source that is switched off looks whether it still is.
 constexpr U64 idleInterval = 100'000;
 
-// How long a queue that is missing from the dumps is remembered.
-constexpr U64 missingTime = 1'000'000;
+// How long torn dumps in a row are not learned from.
+constexpr U64 tornTime = 1'000'000;
 
-// Logs of gone interfaces that are kept.
-constexpr std::size_t maxGoneInterfaces = 256;
-
-// Marks a queue that has been carried over.
-constexpr std::size_t taken = std::numeric_limits<std::size_t>::max();
+constexpr char const* cannotRead = "cannot read this machine's queues";
 
 double microsecondsOf(clockid_t clock) {
   timespec time{};
@@ -52,22 +45,17 @@ double microsecondsOf(clockid_t clock) {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-QueueKey keyOf(QdiscId const& id) { return id.parent == TC_H_ROOT ? 0 : id.parent; }
-
-QueueReading readingOf(QdiscSample const& sample) {
-  return {sample.stamp, sample.bytes, sample.backlog, sample.drops};
-}
-
 }  // namespace
 
 QdiscSource::QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
                          Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::Ptr clock,
                          QdiscSourceOptions options)
-    : recorder_(std::move(recorder)),
-      config_(std::move(config)),
+    : config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
       options_(std::move(options)),
-      feed_(recorder_, config_, hwStatus_, std::move(clock)),
+      feed_(std::move(recorder), config_, hwStatus_, std::move(clock)),
+      interfaces_(options_.interfaces, [this](U32 ifindex) { return interfaceTable_.interface(ifindex); }),
+      roster_(options_.startThresholdBytes),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("cannot make a timer");
 }
@@ -75,16 +63,15 @@ QdiscSource::QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrCo
 QdiscSource::~QdiscSource() {
   if (loop_ == nullptr) return;
   loop_->remove(timer_.get());
-  loop_->remove(interfaces_.fd());
+  loop_->remove(changeWatch_.fd());
 }
 
 void QdiscSource::start(EventLoop& loop) {
+  if (dump_.poll(samples_) == QdiscDump::Outcome::failed)
+    throw std::system_error(dump_.error(), std::generic_category(), cannotRead);
   loop_ = &loop;
   loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
-  loop.add(interfaces_.fd(), EPOLLIN, [this](std::uint32_t) {
-    interfaces_.changesTaken();
-    interfacesChanged_ = true;
-  });
+  loop.add(changeWatch_.fd(), EPOLLIN, [this](std::uint32_t) { takeChanges(); });
   timerIs(static_cast<U64>(options_.interval.count()));
 }
 
@@ -94,139 +81,57 @@ void QdiscSource::handleTimer() {
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return forgetAll();
   double const before = microsecondsOf(CLOCK_THREAD_CPUTIME_ID);
-  if (poll()) handleSamples();
+  look();
   handleCost(microsecondsOf(CLOCK_THREAD_CPUTIME_ID) - before);
 }
 
-// Whether `samples_` and `queues_` fit each other now.
-bool QdiscSource::poll() {
+void QdiscSource::look() {
   auto const outcome = dump_.poll(samples_);
-  if (outcome == QdiscDump::Outcome::failed) {
-    ++failedDumps_;
-    return false;
+  bool const changed = takeChanges();
+  if (outcome == QdiscDump::Outcome::failed) return handleFailure();
+  if (std::exchange(failing_, false)) note(LOG_NOTICE, "this machine's queues can be read again");
+  bool const torn = changed || outcome == QdiscDump::Outcome::interrupted;
+  if (torn) ++interruptedDumps_;
+  auto const now = static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC));
+  bool const learnable = !torn || now - learnable_ > tornTime;
+  if (learnable) learnable_ = now;
+  if (interfacesChanged_ || !roster_.fits(samples_)) {
+    if (learnable) {
+      roster_.learn(samples_, interfaces_, feed_);
+      interfacesChanged_ = false;
+    } else {
+      roster_.locate(samples_);
+    }
   }
-  bool const interrupted = outcome == QdiscDump::Outcome::interrupted;
-  if (interrupted) ++interruptedDumps_;
-  if (sameQueues() && !interfacesChanged_) return true;
-  // What an interrupted dump shows of each queue is right, but which queues there are the next one will tell.
-  if (interrupted) return false;
-  learnQueues();
+  roster_.handleSamples(samples_, timerInterval_, sum_, feed_);
+}
+
+// Whether there were any.
+bool QdiscSource::takeChanges() {
+  if (!changeWatch_.take(changes_)) return false;
+  if (changes_.lost) {
+    interfaces_.forgetAll();
+    interfacesChanged_ = true;
+  }
+  for (TrafficNotice const& notice : changes_.traffic)
+    if (notice.gone && interfaces_.isWatched(notice.ifindex)) roster_.handleRemoval(notice);
+  for (LinkNotice const& notice : changes_.links)
+    if (interfaces_.handleNotice(notice)) interfacesChanged_ = true;
+  changes_.clear();
   return true;
 }
 
-void QdiscSource::handleSamples() {
-  for (Queue& queue : queues_) {
-    QueueReading const reading = readingOf(samples_[queue.position]);
-    sum_.add(queue.sampled, queue.sampled.handleReading(reading, timerInterval_, feed_));
-  }
-  sum_.finishLook(timerInterval_, feed_);
-  if (!missing_.empty()) forgetMissing(static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC)));
-}
-
-bool QdiscSource::sameQueues() const {
-  auto const same = [](QdiscSample const& sample, QdiscId const& id) { return sample.id == id; };
-  return std::equal(samples_.begin(), samples_.end(), known_.begin(), known_.end(), same);
-}
-
-void QdiscSource::learnQueues() {
-  std::vector<Queue> before = std::exchange(queues_, {});
-  std::move(missing_.begin(), missing_.end(), std::back_inserter(before));
-  missing_.clear();
-  std::sort(before.begin(), before.end(), [](Queue const& a, Queue const& b) { return a.id < b.id; });
-  U32 ifindex = 0;
-  std::optional<Interface> interface;
-  for (std::size_t const position : leafQueues(samples_)) {
-    U32 const own = samples_[position].id.ifindex;
-    if (own != ifindex) interface = watchedInterface(own);
-    ifindex = own;
-    if (interface) learnQueue(position, *interface, before);
-  }
-  for (Queue& queue : before)
-    if (queue.position != taken) missing_.push_back(std::move(queue));
-  known_.clear();
-  for (QdiscSample const& sample : samples_) known_.push_back(sample.id);
-  interfacesChanged_ = false;
-}
-
-// Takes the queue over from `before`, where it is marked as taken, or makes it.
-void QdiscSource::learnQueue(std::size_t position, Interface const& interface, std::vector<Queue>& before) {
-  QdiscSample const& sample = samples_[position];
-  QueueAddress const address = {interface.intfId, keyOf(sample.id), sample.id.handle};
-  QueueTraits const traits = {
-      .startThreshold = std::max(2 * interface.frameBytes, options_.startThresholdBytes),
-      .packetBytes = interface.frameBytes};
-  auto const known = std::lower_bound(before.begin(), before.end(), sample.id,
-                                      [](Queue const& queue, QdiscId const& id) { return queue.id < id; });
-  if (known == before.end() || known->id != sample.id) {
-    queues_.push_back({sample.id, position, SampledQueue(address, traits, readingOf(sample))});
-    feed_.handlePresent(address);
-    return;
-  }
-  Pylo::IntfId const nameBefore = known->sampled.address().intfId;
-  known->position = taken;
-  queues_.push_back({sample.id, position, std::move(known->sampled)});
-  SampledQueue& sampled = queues_.back().sampled;
-  sampled.traitsIs(traits);
-  if (nameBefore == address.intfId) return;
-  sampled.addressIs(address, feed_);
-  handleInterfaceGone(nameBefore);
-}
-
-std::optional<Interface> QdiscSource::watchedInterface(U32 ifindex) {
-  auto const interface = interfaces_.interface(ifindex);
-  if (!interface) return std::nullopt;
-  char const* const name = interface->intfId.stringValue().charPtr();
-  auto const fits = [name](std::string const& pattern) { return fnmatch(pattern.c_str(), name, 0) == 0; };
-  if (!options_.interfaces.empty() &&
-      std::none_of(options_.interfaces.begin(), options_.interfaces.end(), fits))
-    return std::nullopt;
-  std::erase(goneInterfaces_, interface->intfId);
-  return interface;
-}
-
-void QdiscSource::forgetMissing(U64 now) {
-  auto const old = [now](Queue const& queue) {
-    return now - queue.sampled.lastReading().stamp > missingTime;
-  };
-  auto const end = std::stable_partition(missing_.begin(), missing_.end(), std::not_fn(old));
-  std::vector<Queue> gone(std::make_move_iterator(end), std::make_move_iterator(missing_.end()));
-  missing_.erase(end, missing_.end());
-  for (Queue& queue : gone) {
-    QueueAddress const& address = queue.sampled.address();
-    // A discipline that was replaced has a successor in the same place, which goes on under its key.
-    auto const succeeds = [&address](Queue const& other) {
-      return other.sampled.address().intfId == address.intfId && other.sampled.address().key == address.key;
-    };
-    if (std::none_of(queues_.begin(), queues_.end(), succeeds)) queue.sampled.handleGone(feed_);
-    if (!present(address.intfId)) handleInterfaceGone(address.intfId);
-  }
-}
-
-bool QdiscSource::present(Pylo::IntfId const& intfId) const {
-  auto const same = [&intfId](Queue const& queue) { return queue.sampled.address().intfId == intfId; };
-  return std::any_of(queues_.begin(), queues_.end(), same);
+void QdiscSource::handleFailure() {
+  ++failedDumps_;
+  if (!std::exchange(failing_, true))
+    note(LOG_ERR, std::string(cannotRead) + ": " + std::generic_category().message(dump_.error()));
 }
 
 void QdiscSource::forgetAll() {
-  for (Queue& queue : queues_) queue.sampled.handleGone(feed_);
-  for (Queue& queue : missing_) queue.sampled.handleGone(feed_);
-  queues_.clear();
-  missing_.clear();
-  known_.clear();
+  roster_.forgetAll(feed_);
   sum_ = QueueSum();
   lastTick_ = 0;
   timerIs(idleInterval);
-}
-
-void QdiscSource::handleInterfaceGone(Pylo::IntfId const& intfId) {
-  bool const noted =
-      std::find(goneInterfaces_.begin(), goneInterfaces_.end(), intfId) != goneInterfaces_.end();
-  if (noted || !recorder_->portData(intfId)) return;
-  goneInterfaces_.push_back(intfId);
-  if (goneInterfaces_.size() <= maxGoneInterfaces) return;
-  // A name may have come back to another interface.
-  if (!present(goneInterfaces_.front())) recorder_->portDataDel(goneInterfaces_.front());
-  goneInterfaces_.pop_front();
 }
 
 void QdiscSource::handleCost(double cost) {
@@ -259,15 +164,19 @@ void QdiscSource::timerIs(U64 interval) {
 
 std::string QdiscSource::status() const {
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return "switched off";
-  return Kes::format(
+  std::string const reason = failedDumps_ == 0 ? "" : std::generic_category().message(dump_.error());
+  std::string const failing = failing_ ? std::string(cannotRead) + " (" + reason + "); " : "";
+  std::string const lastFailure = failedDumps_ == 0 || failing_ ? "" : " (last: " + reason + ")";
+  return failing +
+         Kes::format(
              "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late) "
-             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed; %u bursts "
+             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s; %u bursts "
              "seen",
              static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
-             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, queues_.size(),
-             queues_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,
-             feed_.bursts())
-      .str();
+             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, roster_.size(),
+             roster_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,
+             lastFailure, feed_.bursts())
+             .str();
 }
 
 }  // namespace Agent

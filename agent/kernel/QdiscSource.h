@@ -3,8 +3,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,10 +12,12 @@
 #include "agent/base/AgentClock.h"
 #include "agent/burst/CongestionFeed.h"
 #include "agent/burst/QueueSum.h"
-#include "agent/burst/SampledQueue.h"
 #include "agent/burst/Source.h"
+#include "agent/kernel/ChangeWatch.h"
 #include "agent/kernel/InterfaceTable.h"
 #include "agent/kernel/QdiscDump.h"
+#include "agent/kernel/QueueRoster.h"
+#include "agent/kernel/WatchedInterfaces.h"
 
 namespace Agent {
 
@@ -31,12 +31,14 @@ struct QdiscSourceOptions {
   std::vector<std::string> interfaces;
 };
 
-// Every egress queue of this network namespace as a source of records: a timer, one dump a tick, and a
-// detector for each queue and one for the sum of all. It looks only while the recorder is enabled.
+// Every egress queue of this network namespace as a source of records: a timer, one dump a tick, and the
+// roster of queues that reads it. It looks only while the recorder is enabled.
 //
-// Queues come and go. One that is missing is remembered for a second, since a dump may skip a queue while
-// others are being changed. The logs of interfaces that are gone stay readable until 256 others have gone
-// after them.
+// Queues come and go. A dump during which the kernel told of changes is torn: it may lack queues or show them
+// twice. The known ones are read from it, and what is new is learned from the next whole one; where none is
+// whole for a second, from a torn one after all.
+//
+// A dump that fails costs a look. The first of a row is noted in the journal, and so is the end of the row.
 class QdiscSource final : public Source {
  public:
   QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
@@ -47,44 +49,31 @@ class QdiscSource final : public Source {
   std::string status() const override;
 
  private:
-  struct Queue {
-    QdiscId id;
-    std::size_t position;  // in a dump of the present order
-    SampledQueue sampled;
-  };
-
   void handleTimer();
-  bool poll();
-  void handleSamples();
-  bool sameQueues() const;
-  void learnQueues();
-  void learnQueue(std::size_t position, Interface const& interface, std::vector<Queue>& before);
-  std::optional<Interface> watchedInterface(Kes::U32 ifindex);
-  void forgetMissing(Kes::U64 now);
+  void look();
+  bool takeChanges();
+  void handleFailure();
   void forgetAll();
-  bool present(Pylo::IntfId const& intfId) const;
-  void handleInterfaceGone(Pylo::IntfId const& intfId);
   void handleCost(double cost);
   void timerIs(Kes::U64 interval);
 
-  Vorn::CongestionData::Ptr const recorder_;
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   QdiscSourceOptions const options_;
   CongestionFeed feed_;
-  InterfaceTable interfaces_;
+  InterfaceTable interfaceTable_;
+  WatchedInterfaces interfaces_;
+  QueueRoster roster_;
+  QueueSum sum_;
+  ChangeWatch changeWatch_;
   QdiscDump dump_;
   FileDescriptor timer_;
   EventLoop* loop_ = nullptr;
 
   std::vector<QdiscSample> samples_;  // of this tick
-  std::vector<QdiscId> known_;        // what the dump showed when the queues were learned
-  std::vector<Queue> queues_;
-  std::vector<Queue> missing_;
-  std::deque<Pylo::IntfId> goneInterfaces_;  // that have a log, gone longest ago first
-  bool interfacesChanged_ = false;
-
-  QueueSum sum_;
+  KernelChanges changes_;             // that have just been taken
+  bool interfacesChanged_ = false;    // since the queues were learned
+  Kes::U64 learnable_ = 0;            // when a dump was last whole or learned from: microseconds, monotonic
 
   Kes::U64 timerInterval_ = 0;  // microseconds, as the timer is set
   Kes::U64 lastTick_ = 0;       // 0: none since the source was switched on
@@ -94,6 +83,7 @@ class QdiscSource final : public Source {
   double meanCost_ = 0;  // processor time of a tick, microseconds
   Kes::U64 interruptedDumps_ = 0;
   Kes::U64 failedDumps_ = 0;
+  bool failing_ = false;  // the last dump failed
 };
 
 }  // namespace Agent

@@ -4,21 +4,21 @@
 
 namespace Agent {
 
-// What the recorder is to be told after a reading. Times are microseconds of the monotonic clock.
+// What the recorder is to be told after a look at a queue. Times are microseconds of the monotonic clock.
 struct CongestionUpdate {
-  bool begins = false;  // the first update of a burst
-  bool ends = false;    // the last one; both for a burst that was seen by its drops only
+  bool begins = false;  // the first update of a burst, which is to be a record of its own
+  bool ends = false;    // the queue is quiet again; both for a burst that was seen by its drops only
+  // Nothing but what became known behind the end of the burst: its latency, its drops.
+  bool late = false;
   // The start of the burst in its first update, afterwards the moment up to which it is known to have lasted.
   Kes::U64 timestamp = 0;
-  // The gap up to which the update belongs to the record before it.
-  Kes::U64 coalesceTime = 0;
   // The longest backlog sampled in this burst so far, in bytes, and what the true peak cannot have exceeded.
   Kes::U32 qLen = 0;
   Kes::U32 peakBound = 0;
-  // Since the last reading.
+  // Packets, since the last update.
   Kes::U32 drops = 0;
-  // Bytes a second, 0 while unknown.
-  Kes::U64 drainRate = 0;
+  // Microseconds that the last byte of that longest backlog waited until it had left; 0 while unknown.
+  Kes::U32 latency = 0;
 };
 
 }  // namespace Agent

@@ -20,34 +20,27 @@ U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::num
 }  // namespace
 
 LinuxEntry::LinuxEntry(QueueKey queue, U32 handle, CongestionUpdate const& update)
-    : Entry(update.qLen, Vorn::Microseconds(update.timestamp)) {
-  entryIs(queue, handle, update);
-}
+    : Entry(update.qLen, Vorn::Microseconds(update.timestamp)),
+      queue_(queue),
+      handle_(handle),
+      peakBound_(update.peakBound),
+      drops_(update.drops),
+      latency_(update.latency) {}
 
 LinuxEntry::~LinuxEntry() = default;
 
-void LinuxEntry::entryIs(QueueKey queue, U32 handle, CongestionUpdate const& update) {
+void LinuxEntry::updateIs(CongestionUpdate const& update, Vorn::Microseconds until) {
+  durationIs(Vorn::Microseconds(until.value() - timestamp().value()));
   qLenIs(update.qLen);
-  timestampIs(Vorn::Microseconds(update.timestamp));
-  durationIs(Vorn::Microseconds(0));
-  alwaysLogIs(false);
-  queue_ = queue;
-  handle_ = handle;
   peakBound_ = update.peakBound;
-  drops_ = update.drops;
-  latency_ = 0;
-  latencyIsOf(update.drainRate);
-}
-
-void LinuxEntry::handleMerged(CongestionUpdate const& update) {
-  peakBound_ = std::max(peakBound_, update.peakBound);
   drops_ = saturated(U64{drops_} + update.drops);
-  latencyIsOf(update.drainRate);
+  latency_ = update.latency;
 }
 
-void LinuxEntry::latencyIsOf(U64 drainRate) {
-  if (drainRate == 0) return;
-  latency_ = saturated(U64{qLen()} * Vorn::Microseconds::microsecondsInSecond() / drainRate);
+Kes::String LinuxEntry::queueName() const { return Kes::String(QueueName::ofKey(queue_).text()); }
+
+Kes::String LinuxEntry::handleName() const {
+  return handle_ == 0 ? Kes::String() : Kes::String(QueueName::ofHandle(handle_).text());
 }
 
 S32 LinuxEntry::dumpEntry(VoidPtr filePtr, CharPtrConst elapsedTime, CharPtrConst intfName,
@@ -91,6 +84,7 @@ S32 LinuxEntry::dumpCsv(VoidPtr filePtr, CharPtrConst elapsedTime, CharPtrConst 
 }
 
 S32 LinuxEntry::dumpDrops(VoidPtr filePtr, CharPtrConst, CharPtrConst intfName) const {
+  if (drops_ == 0) return 1;
   ReportLine line = lineFor(intfName);
   line.addMilliseconds(columns::duration, duration());
   line.addNumber(columns::drops, drops_, "");

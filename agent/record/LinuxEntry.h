@@ -10,30 +10,35 @@ namespace Agent {
 
 // A congestion record of this machine's queues: beside the common fields (queue length in bytes, as sampled)
 // which queue it was, what its true peak cannot have exceeded, what was lost, and how long the last byte of
-// the peak had to wait. Records of the global buffer are the sum over all queues; their queue is noQueue.
+// the sampled peak had to wait. Records of the global buffer are the sum over all queues; their queue is
+// noQueue.
 //
-// Every writer puts out one line, as told in ReportColumns.h, and returns 0, or -1 when the stream fails.
+// Every writer puts out one line, as told in ReportColumns.h, and returns 0, or -1 when the stream fails. The
+// drops report is about records with drops: for others its writer puts out nothing and returns 1.
 class LinuxEntry final : public Vorn::Entry {
  public:
   using Ptr = Kes::Ptr<LinuxEntry>;
+  class GenericIf_;  // by-name access, see LinuxEntryType.h
+
+  std::string_view fwkType() const override { return "Agent::LinuxEntry"; }
 
   // The record of an update, with a duration of 0. `handle` names the queueing discipline, 0 if it has no
   // name.
   LinuxEntry(QueueKey queue, Kes::U32 handle, CongestionUpdate const& update);
 
-  // Makes this record that of another update, as if it were new.
-  void entryIs(QueueKey queue, Kes::U32 handle, CongestionUpdate const& update);
-  // Adds what the recorder's merge does not know of: called on the logged record after an update was merged
-  // into it.
-  void handleMerged(CongestionUpdate const& update);
+  // The burst goes on: `until` is the update's timestamp as wall time, on the same scale as this record's.
+  void updateIs(CongestionUpdate const& update, Vorn::Microseconds until);
 
   QueueKey queue() const { return queue_; }
   Kes::U32 handle() const { return handle_; }
+  // The same as tc writes them: "1:20"; "8001:", empty for none.
+  Kes::String queueName() const;
+  Kes::String handleName() const;
   // Bytes; at least qLen.
   Kes::U32 peakBound() const { return peakBound_; }
   // Packets; stays at 2^32 - 1.
   Kes::U32 drops() const { return drops_; }
-  // Microseconds that qLen takes to drain at the queue's rate; 0 while that rate is unknown.
+  // Microseconds that the last byte of qLen waited until it had left; 0 while unknown.
   Kes::U32 latency() const { return latency_; }
 
   Kes::S32 dumpEntry(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime, Kes::CharPtrConst intfName,
@@ -51,10 +56,9 @@ class LinuxEntry final : public Vorn::Entry {
   Kes::S32 dumpCsv(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime, Kes::CharPtrConst intfName) const;
   ReportLine lineFor(Kes::CharPtrConst intfName) const;
   void addLatency(ReportLine& line) const;
-  void latencyIsOf(Kes::U64 drainRate);
 
-  QueueKey queue_;
-  Kes::U32 handle_;
+  QueueKey const queue_;
+  Kes::U32 const handle_;
   Kes::U32 peakBound_;
   Kes::U32 drops_;
   Kes::U32 latency_;

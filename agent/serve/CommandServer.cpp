@@ -1,6 +1,7 @@
 #include "agent/serve/CommandServer.h"
 
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <syslog.h>
@@ -8,6 +9,8 @@
 #include <algorithm>
 #include <array>
 
+#include "Kes/Format.h"
+#include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
 #include "agent/base/Protocol.h"
 
@@ -18,11 +21,13 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds pause{200};  // of listening, while there is no room
+// How often it is looked whose time is over, while there are clients.
+constexpr timespec timerInterval{0, 50'000'000};
 
 constexpr std::string_view tooLong = "the request is longer than 4096 bytes";
 constexpr std::string_view notText = "the request holds control characters";
 constexpr std::string_view tooSlow = "no whole request line arrived in time";
+constexpr std::string_view tooCrowded = "there are too many connections; try again later";
 constexpr std::string_view tooBusy = "too many reports are being written; try again later";
 
 bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
@@ -44,6 +49,28 @@ uid_t userBehind(int socket) {
   return peer.uid;
 }
 
+// Who may always ask, and owns what is recorded.
+bool isTrusted(uid_t user) { return user == 0 || user == ::geteuid(); }
+
+template <class... Holders>
+std::size_t placesOf(uid_t user, Holders const&... holders) {
+  auto const isOwn = [user](auto const& holder) { return holder.user == user; };
+  return static_cast<std::size_t>((std::count_if(holders.begin(), holders.end(), isOwn) + ...));
+}
+
+// Whether `user` may have one more of the places that `holders` have taken.
+template <class... Holders>
+bool isFree(CommandServer::Places const& places, uid_t user, Holders const&... holders) {
+  std::size_t const taken = (holders.size() + ...);
+  if (isTrusted(user)) return taken < places.all;
+  return taken + places.kept < places.all && placesOf(user, holders...) < places.each;
+}
+
+bool hasSentSomething(int socket) {
+  int bytes = 0;
+  return ::ioctl(socket, FIONREAD, &bytes) != 0 || bytes > 0;
+}
+
 std::string answerFor(bool checked, std::string body, std::string_view failure) {
   if (checked) {
     body += Protocol::verdictMark;
@@ -57,78 +84,120 @@ std::string answerFor(bool checked, std::string body, std::string_view failure) 
 }  // namespace
 
 CommandServer::CommandServer(EventLoop& loop, std::string path, Vorn::CongestionData::Ptr recorder,
-                             OwnRequestHandler ownRequests, Limits limits)
-    : loop_(loop),
+                             OwnRequestHandler ownRequests, InterfaceNames interfaces, Limits limits)
+    : outer_(loop),
       recorder_(std::move(recorder)),
       ownRequests_(std::move(ownRequests)),
+      interfaces_(std::move(interfaces)),
       limits_(limits),
       listener_(std::move(path)),
       timer_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("timerfd_create");
-  loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleDeadlines(); });
-  listenAgain(true);
+  loop_.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
+  loop_.add(listener_.fd(), EPOLLIN, [this](std::uint32_t) { handleNewcomers(); });
+  outer_.add(loop_.fd(), EPOLLIN, [this](std::uint32_t) { loop_.serveOne(); });
 }
 
-CommandServer::~CommandServer() {
-  for (Connection& client : clients_) {
-    if (client.child) loop_.remove(client.child->fd());
-    if (client.socket) loop_.remove(client.socket.get());
+CommandServer::~CommandServer() { outer_.remove(loop_.fd()); }
+
+std::string CommandServer::status() const {
+  auto const isWaiting = [](Connection const& client) { return client.state == State::waiting; };
+  return Kes::format(
+             "clients: %u connected, %u wait for a report, %u get one; %u requests and %u reports so far, "
+             "%u clients refused, %u silent ones dropped",
+             clients_.size() + reporting_.size(), std::count_if(clients_.begin(), clients_.end(), isWaiting),
+             reporting_.size(), requests_, reports_, refused_, evicted_)
+      .str();
+}
+
+// A step in the life of a client, which if it throws has not forgotten the client: that is what it costs.
+template <class Step>
+void CommandServer::attempt(Member client, Step step) noexcept {
+  try {
+    step();
+  } catch (std::exception const& error) {
+    countFailure(error);
+    drop(client);
   }
-  listenAgain(false);
-  loop_.remove(timer_.get());
+}
+
+void CommandServer::handleNewcomers() {
+  // Newcomers stay in the backlog until a client has left, or a moment has passed.
+  bool const isFull = clients_.size() + reporting_.size() >= limits_.connections.all;
+  if (isFull && !dropSilent(std::nullopt)) return listenAgain(false);
+  FileDescriptor socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!socket) {
+    bool const exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
+    if (exhausted && !dropSilent(std::nullopt)) listenAgain(false);
+    return;
+  }
+  uid_t const user = userBehind(socket.get());
+  if (!makeRoomFor(user)) return refuse(socket.get(), user);
+  Member const client =
+      clients_.insert(clients_.end(), Connection{.socket = std::move(socket), .user = user});
+  attempt(client, [this, client] {
+    loop_.add(client->socket.get(), EPOLLIN,
+              [this, client](std::uint32_t events) { handleClient(client, events); });
+    enter(client, State::requesting, limits_.request);
+  });
+}
+
+bool CommandServer::makeRoomFor(uid_t user) {
+  if (isFree(limits_.connections, user, clients_, reporting_)) return true;
+  bool const ownLimit = placesOf(user, clients_, reporting_) >= limits_.connections.each;
+  return dropSilent(ownLimit ? std::optional(user) : std::nullopt);
+}
+
+// Ends the connection of a client, of `user`'s or of anybody's, that has had time to ask and has not. One
+// whose line has come and was not read yet is no silent one.
+bool CommandServer::dropSilent(std::optional<uid_t> user) {
+  Instant const latest = steady_clock::now() + limits_.request - limits_.silence;
+  auto const isSilent = [&](Connection const& client) {
+    return client.state == State::requesting && client.deadline <= latest && client.text.empty() &&
+           (!user || client.user == *user) && !hasSentSomething(client.socket.get());
+  };
+  auto const silent = std::find_if(clients_.begin(), clients_.end(), isSilent);
+  if (silent == clients_.end()) return false;
+  ++evicted_;
+  drop(silent);
+  return true;
+}
+
+// In words. Who has not said yet whether it wants a verdict is taken for a vorn-show.
+void CommandServer::refuse(int socket, uid_t user) {
+  ++refused_;
+  std::array<char, Protocol::checkedWord.size() + 1> begin;
+  ssize_t const got = ::recv(socket, begin.data(), begin.size(), MSG_DONTWAIT);
+  std::string request(begin.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+  bool const checked = got <= 0 || takeCheckedWord(request);
+  bool const ownLimit = placesOf(user, clients_, reporting_) >= limits_.connections.each;
+  std::string const reason =
+      ownLimit ? Kes::format("user %u has too many connections", user).str() : std::string(tooCrowded);
+  std::string const answer = answerFor(checked, "", reason);
+  // Who does not take it now goes without it.
+  if (::send(socket, answer.data(), answer.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) return;
 }
 
 void CommandServer::listenAgain(bool on) {
   if (on == listening_) return;
   listening_ = on;
-  if (on) {
-    loop_.add(listener_.fd(), EPOLLIN, [this](std::uint32_t) { handleNewcomers(); });
-  } else {
-    loop_.remove(listener_.fd());
-  }
+  loop_.modify(listener_.fd(), on ? std::uint32_t{EPOLLIN} : 0);
+  timerIs(true);
 }
 
-// One newcomer a call, so that a crowd of them cannot keep the loop from its other work.
-void CommandServer::handleNewcomers() {
-  if (clients_.size() >= limits_.connections && !makeRoom()) return pauseListening();
-  FileDescriptor socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!socket) {
-    bool const exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-    if (exhausted && !makeRoom()) pauseListening();
-    return;
-  }
-  Member const client = clients_.emplace(clients_.end());
-  client->socket = std::move(socket);
-  loop_.add(client->socket.get(), EPOLLIN,
-            [this, client](std::uint32_t events) { handleClient(client, events); });
-  enter(client, State::requesting, limits_.request);
-}
-
-// Newcomers stay in the backlog until a client has left, or a moment has passed.
-void CommandServer::pauseListening() {
-  listenAgain(false);
-  armTimer();
-}
-
-bool CommandServer::makeRoom() {
-  auto const silent = std::find_if(clients_.begin(), clients_.end(), [](Connection const& client) {
-    return client.state == State::requesting;
-  });
-  if (silent == clients_.end()) return false;
-  drop(silent);
-  return true;
-}
-
-// One that has only ended its sending (EPOLLRDHUP) still reads; one that has hung up is not worth a process,
-// even if its request is there.
+// What has been sent is read even of one that has hung up. One that has only ended its sending (EPOLLRDHUP)
+// still reads.
 void CommandServer::handleClient(Member client, std::uint32_t events) {
-  if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
-    drop(client);
-  } else if (client->state == State::requesting) {
-    readRequest(client);
-  } else if (client->state == State::answering) {
-    sendRest(client);
-  }
+  attempt(client, [&] {
+    client->hungUp = (events & (EPOLLHUP | EPOLLERR)) != 0;
+    if (client->state == State::requesting && (events & EPOLLIN) != 0) {
+      readRequest(client);
+    } else if (client->hungUp) {
+      drop(client);
+    } else if (client->state == State::answering) {
+      sendRest(client);
+    }
+  });
 }
 
 void CommandServer::readRequest(Member client) {
@@ -142,61 +211,75 @@ void CommandServer::readRequest(Member client) {
   std::size_t const lineEnd = news.find('\n');
   client->text.append(news.substr(0, lineEnd));
   bool const ended = got == 0 || lineEnd != std::string_view::npos;
-  if (got == 0 && client->text.empty()) {
-    drop(client);
+  if (got == 0 && (client->text.empty() || client->hungUp)) {
+    drop(client);  // a line that was cut off may not be what was meant
   } else if (ended || client->text.size() > Protocol::maxRequestBytes) {
     takeRequest(client);
   }
 }
 
 void CommandServer::takeRequest(Member client) {
+  ++requests_;
   std::string& request = client->text;
   if (request.ends_with('\r')) request.pop_back();
   bool const fits = request.size() <= Protocol::maxRequestBytes;
   client->checked = takeCheckedWord(request);
   if (!fits) return finish(client, "", tooLong);
   if (std::any_of(request.begin(), request.end(), isControl)) return finish(client, "", notText);
-  if (std::optional<Answer> answer = ownRequests_(request, userBehind(client->socket.get()))) {
+  if (std::optional<Answer> answer = ownRequests_(request, client->user)) {
     if (!answer->writer) return finish(client, std::move(answer->text), answer->failure);
     client->writer = std::move(answer->writer);
   }
-  loop_.modify(client->socket.get(), 0);  // only its going away is of interest now
+  if (client->hungUp) return drop(client);  // not worth a process
+  loop_.modify(client->socket.get(), 0);    // only its going away is of interest now
   enter(client, State::waiting, limits_.turn);
-  startReports();
+  startNextReport();
 }
 
-void CommandServer::startReports() {
-  for (Member next = clients_.begin(); next != clients_.end() && reporting_ < limits_.reports;) {
-    Member const client = next++;
-    if (client->state == State::waiting) startReport(client);
+// One a call, since a fork takes its time. Turns go to the user whose last one is longest ago.
+void CommandServer::startNextReport() {
+  Member next = clients_.end();
+  for (Member client = clients_.begin(); client != clients_.end(); ++client) {
+    if (client->state != State::waiting || !isFree(limits_.reports, client->user, reporting_)) continue;
+    if (next == clients_.end() || client->turn < next->turn) next = client;
   }
+  if (next == clients_.end()) return;
+  ++reports_;
+  for (Connection& other : clients_)
+    if (other.user == next->user) other.turn = reports_;
+  attempt(next, [&] { startReport(next); });
 }
 
 void CommandServer::startReport(Member client) {
   try {
     client->child = std::make_unique<ReportChild>(recorder_, client->socket.get(), client->text,
-                                                  client->writer, limits_.report);
+                                                  client->writer, interfaces_, limits_.report);
   } catch (std::system_error const& error) {
-    note(LOG_WARNING, std::string("no process for a report: ") + error.what());
+    countFailure(error);
     return finish(client, "", "no process for the report can be had");
   }
-  ++reporting_;
   client->state = State::reporting;
-  loop_.add(client->child->fd(), EPOLLIN, [this, client](std::uint32_t) { handleReportEnd(client); });
+  reporting_.splice(reporting_.end(), clients_, client);
+  try {
+    loop_.add(client->child->fd(), EPOLLIN, [this, client](std::uint32_t) { handleReportEnd(client); });
+  } catch (...) {
+    clients_.splice(clients_.end(), reporting_, client);
+    client->child.reset();
+    throw;
+  }
 }
 
 void CommandServer::handleReportEnd(Member client) {
   loop_.remove(client->child->fd());
-  std::string const failure = client->child->failure();
-  client->child.reset();
-  --reporting_;
-  if (client->state == State::abandoned) {
-    drop(client);
-  } else {
+  std::unique_ptr<ReportChild> const child = std::move(client->child);
+  clients_.splice(clients_.end(), reporting_, client);
+  attempt(client, [&] {
+    std::string const failure = child->failure();
+    if (client->state == State::abandoned) return drop(client);
     bool const inText = !client->checked && !failure.empty();
     finish(client, inText ? "\n" : "", failure);  // the report may have ended within a line
-  }
-  startReports();
+  });
+  startNextReport();
 }
 
 void CommandServer::finish(Member client, std::string body, std::string_view failure) {
@@ -217,7 +300,7 @@ void CommandServer::sendRest(Member client) {
 }
 
 // Forgets the client; its connection remains without a socket until its child, if it has one, has ended.
-void CommandServer::drop(Member client) {
+void CommandServer::drop(Member client) noexcept {
   if (client->socket) loop_.remove(client->socket.get());
   client->socket.reset();
   if (client->child) {
@@ -232,48 +315,34 @@ void CommandServer::drop(Member client) {
 void CommandServer::enter(Member client, State state, milliseconds limit) {
   client->state = state;
   client->deadline = steady_clock::now() + limit;
-  armTimer();
+  timerIs(true);
 }
 
-// A report's time is limited by its child itself.
-void CommandServer::handleDeadlines() {
+void CommandServer::handleTimer() {
   std::uint64_t expirations = 0;
-  if (::read(timer_.get(), &expirations, sizeof expirations) < 0 && errno != EAGAIN) throwErrno("timerfd");
-  Instant const now = steady_clock::now();
+  if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   listenAgain(true);
+  Instant const now = steady_clock::now();
   for (Member next = clients_.begin(); next != clients_.end();) {
     Member const client = next++;
-    if (client->deadline > now) continue;
-    switch (client->state) {
-      case State::requesting:
-        client->checked = takeCheckedWord(client->text);
-        finish(client, "", tooSlow);
-        break;
-      case State::waiting: finish(client, "", tooBusy); break;
-      case State::answering: drop(client); break;
-      case State::reporting:
-      case State::abandoned: break;
-    }
+    if (client->deadline <= now) attempt(client, [&] { handleDeadline(client); });
   }
-  armTimer();
+  startNextReport();
+  if (clients_.empty()) timerIs(false);
 }
 
-// Set to the earliest deadline; off when there is none.
-void CommandServer::armTimer() {
-  Instant earliest = listening_ ? Instant::max() : steady_clock::now() + pause;
-  for (Connection const& client : clients_) {
-    if (client.state != State::reporting && client.state != State::abandoned) {
-      earliest = std::min(earliest, client.deadline);
-    }
-  }
-  itimerspec when{};
-  if (earliest != Instant::max()) {
-    auto const sinceBoot = earliest.time_since_epoch();  // steady_clock and the timer share CLOCK_MONOTONIC
-    auto const seconds = std::chrono::floor<std::chrono::seconds>(sinceBoot);
-    when.it_value.tv_sec = seconds.count();
-    when.it_value.tv_nsec = std::chrono::nanoseconds(sinceBoot - seconds).count();
-  }
-  if (::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr) != 0) throwErrno("timerfd_settime");
+void CommandServer::handleDeadline(Member client) {
+  if (client->state == State::answering) return drop(client);
+  bool const isLate = client->state == State::requesting;
+  if (isLate) client->checked = takeCheckedWord(client->text);
+  finish(client, "", isLate ? tooSlow : tooBusy);
+}
+
+void CommandServer::timerIs(bool on) {
+  if (on == timing_) return;
+  itimerspec const setting = on ? itimerspec{timerInterval, timerInterval} : itimerspec{};
+  if (::timerfd_settime(timer_.get(), 0, &setting, nullptr) != 0) throwErrno("timerfd_settime");
+  timing_ = on;
 }
 
 }  // namespace Agent

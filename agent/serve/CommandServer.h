@@ -19,25 +19,37 @@
 
 namespace Agent {
 
-// Serves the agent's command socket (Protocol.h says what is spoken there) inside its event loop.
+// Serves the agent's command socket (Protocol.h says what is spoken there) inside its event loop, where it
+// takes one event a round, whoever many clients come at once.
 //
 // The agent never waits for a client: a request is collected and a verdict sent as far as the socket takes
-// them at once, and a report is written by a child of its own (ReportChild.h). No client can hold the others
-// up for longer than the limits say:
-//  - Connections: one more than that takes the place of the one that has kept silent longest. If none is
-//    silent, newcomers wait in the socket's backlog.
-//  - Reports: so many children at once; further requests wait their turn, in order of arrival, and are
-//    refused when it has not come within the waiting limit.
-// A client that goes away is forgotten at once and its child ended.
+// them at once, and a report is written by a child of its own (ReportChild.h). Nobody can shut others out:
+//  - Connections and reports are limited, in all and for each user, and some of both are kept for root and
+//    the user that the agent runs as, whom only the limits of all bind.
+//  - A newcomer beyond a limit takes the place of a client that has been silent for a while and has sent
+//    nothing. If there is none it is refused in plain words, or waits in the socket's backlog where nobody at
+//    all may come in.
+//  - Requests for reports that find no room wait: users take turns, the requests of one in order of arrival.
+//    They are refused when their turn has not come within the waiting limit.
+// A client that goes away is forgotten at once and its child ended; a change that it has asked for by then is
+// made all the same. What fails (no memory, a system call) costs the client at hand and is counted
+// (Failures.h).
 class CommandServer {
  public:
+  struct Places {
+    std::size_t all;
+    std::size_t each;  // for one user
+    std::size_t kept;  // of all, for root and the agent's own user
+  };
+
   struct Limits {
-    std::size_t connections = 64;
-    std::size_t reports = 4;
+    Places connections{1024, 320, 64};
+    Places reports{5, 2, 1};
+    std::chrono::milliseconds silence{1'000};  // after which a silent client may lose its place
     std::chrono::milliseconds request{5'000};  // for the whole request line to arrive
     std::chrono::milliseconds turn{30'000};    // for a report to start
-    std::chrono::milliseconds report{30'000};  // for a report to be written and taken
     std::chrono::milliseconds verdict{5'000};  // for an answer of the agent itself to be taken
+    ReportChild::Limits report{};
   };
 
   // What the agent itself has to say to a request: a text at once, or why not, or what a child is to write.
@@ -52,12 +64,17 @@ class CommandServer {
   using OwnRequestHandler = std::function<std::optional<Answer>(std::string const& request, uid_t client)>;
 
   // Listens at `path` (UnixSocket.h says when that is refused) from now until destruction, which ends all
-  // children and closes all connections. `loop` outlives the server. Throws std::runtime_error.
+  // children and closes all connections. `loop` outlives the server. A report for interfaces that are neither
+  // recorded nor among `interfaces`, which is called in its child, comes with a failure. Throws
+  // std::runtime_error.
   CommandServer(EventLoop& loop, std::string path, Vorn::CongestionData::Ptr recorder,
-                OwnRequestHandler ownRequests, Limits limits);
+                OwnRequestHandler ownRequests, InterfaceNames interfaces, Limits limits);
   ~CommandServer();
   CommandServer(CommandServer const&) = delete;
   CommandServer& operator=(CommandServer const&) = delete;
+
+  // A line for the agent's status.
+  std::string status() const;
 
  private:
   using Instant = std::chrono::steady_clock::time_point;
@@ -67,41 +84,56 @@ class CommandServer {
 
   struct Connection {
     FileDescriptor socket;
+    uid_t user;
     State state = State::requesting;
-    bool checked = false;  // asked for the verdict
-    std::string text;      // the request; once answering, what is still to be sent
-    ReportWriter writer;   // of what the agent itself has to say; null: a report of the recorder's
-    Instant deadline;
-    std::unique_ptr<ReportChild> child;
+    bool checked = false;   // asked for the verdict
+    bool hungUp = false;    // takes no answer any more
+    std::string text{};     // the request; once answering, what is still to be sent
+    ReportWriter writer{};  // of what the agent itself has to say; null: a report of the recorder's
+    Instant deadline{};
+    std::uint64_t turn = 0;  // which report its user has got last while this one waited
+    std::unique_ptr<ReportChild> child{};
   };
-  using Member = std::list<Connection>::iterator;
+  using Connections = std::list<Connection>;
+  using Member = Connections::iterator;
 
-  void listenAgain(bool on);
   void handleNewcomers();
-  void pauseListening();
-  bool makeRoom();
+  bool makeRoomFor(uid_t user);
+  bool dropSilent(std::optional<uid_t> user);
+  void refuse(int socket, uid_t user);
+  void listenAgain(bool on);
   void handleClient(Member client, std::uint32_t events);
   void readRequest(Member client);
   void takeRequest(Member client);
-  void startReports();
+  void startNextReport();
   void startReport(Member client);
   void handleReportEnd(Member client);
   void finish(Member client, std::string body, std::string_view failure);
   void sendRest(Member client);
-  void drop(Member client);
-  void handleDeadlines();
-  void armTimer();
+  void drop(Member client) noexcept;
   void enter(Member client, State state, std::chrono::milliseconds limit);
+  void handleTimer();
+  void handleDeadline(Member client);
+  void timerIs(bool on);
+  template <class Step>
+  void attempt(Member client, Step step) noexcept;
 
-  EventLoop& loop_;
+  EventLoop& outer_;
+  EventLoop loop_;  // of the clients
   Vorn::CongestionData::Ptr recorder_;
   OwnRequestHandler ownRequests_;
+  InterfaceNames interfaces_;
   Limits limits_;
   ServerSocket listener_;
   FileDescriptor timer_;
-  std::list<Connection> clients_;  // in order of arrival
-  std::size_t reporting_ = 0;      // children that have not been awaited
-  bool listening_ = false;
+  Connections clients_;    // without a child, in order of arrival but for those whose child has ended
+  Connections reporting_;  // with a child
+  bool listening_ = true;
+  bool timing_ = false;
+  std::uint64_t requests_ = 0;
+  std::uint64_t reports_ = 0;
+  std::uint64_t refused_ = 0;
+  std::uint64_t evicted_ = 0;
 };
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include "agent/serve/ReportChild.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -8,15 +9,23 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <regex>
 
+#include "Kes/Format.h"
 #include "Kes/Trace.h"
 #include "Vorn/CommandOptions.h"
+#include "Vorn/InterfacePattern.h"
 #include "agent/base/Journal.h"
 #include "agent/base/PatternFault.h"
+#include "agent/base/Printable.h"
+#include "agent/base/Signals.h"
+#include "agent/base/StandardStreams.h"
 #include "agent/record/ReportColumns.h"
 
 namespace Agent {
@@ -25,29 +34,36 @@ namespace {
 
 // How the child tells its parent what happened: its exit status, since it has no other channel. A bad pattern
 // is `badPattern` plus the regular-expression library's error code.
-enum ExitStatus : int { whole = 0, broken = 1, outOfMemory = 2, failedOtherwise = 3, badPattern = 64 };
+enum ExitStatus : int {
+  whole = 0,
+  broken = 1,
+  outOfMemory = 2,
+  failedOtherwise = 3,
+  nothingMatches = 4,
+  badPattern = 64
+};
 
 // The recorder says through its error traces alone that a report failed.
 bool reportFailed = false;
 
 void noteFailure(Kes::TraceHandle const& handle, Kes::U32 level, std::string_view line) {
   if (level == 0) reportFailed = true;
-  std::fprintf(stderr, "%s %u %.*s\n", handle.name(), level, static_cast<int>(line.size()), line.data());
+  std::string const text = printable(line);
+  writeToStandardError(Kes::format("%s %u %s", handle.name(), level, text.c_str()).str());
 }
 
 void keepOnly(int socket) {
-  for (int fd = 0; fd < socket; ++fd) {
-    if (fd != STDERR_FILENO) ::close(fd);
-  }
-  ::closefrom(socket + 1);
+  ::close(STDIN_FILENO);
+  ::close(STDOUT_FILENO);
+  auto const kept = static_cast<unsigned>(socket);
+  if (kept > 3) ::close_range(3, kept - 1, 0);
+  ::close_range(kept + 1, ~0U, 0);
 }
 
-void leaveTheAgentsSignals() {
-  for (int const signal : {SIGALRM, SIGCHLD, SIGINT, SIGTERM}) ::signal(signal, SIG_DFL);
-  ::signal(SIGPIPE, SIG_IGN);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+// Whatever runs out of memory, the recording is not what ends.
+void goFirstWhereMemoryRunsOut() {
+  FileDescriptor const score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+  if (::write(score.get(), "1000", 4) < 0) return;  // without /proc it stays as it is
 }
 
 // On two processors a report takes turns with the agent, whose looks at the queues must not wait for it: a
@@ -57,63 +73,106 @@ void yieldToTheAgent() {
   ::setpriority(PRIO_PROCESS, 0, ::getpriority(PRIO_PROCESS, 0) + nicer);
 }
 
-void limitTimeTo(std::chrono::milliseconds limit) {
+// The end of a timer kills: SIGALRM for time, SIGPROF for processor time.
+void startTimer(int which, std::chrono::milliseconds limit) {
   itimerval timer{};
   timer.it_value.tv_sec = static_cast<time_t>(limit.count() / 1000);
   timer.it_value.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
-  ::setitimer(ITIMER_REAL, &timer, nullptr);
+  ::setitimer(which, &timer, nullptr);
+}
+
+// Bytes on their way show that the patterns are done.
+ssize_t sendToClient(void* socket, char const* data, std::size_t size) {
+  startTimer(ITIMER_PROF, std::chrono::milliseconds(0));
+  std::size_t sent = 0;
+  while (sent < size) {
+    ssize_t const taken = ::send(*static_cast<int*>(socket), data + sent, size - sent, MSG_NOSIGNAL);
+    if (taken < 0 && errno != EINTR) break;
+    if (taken > 0) sent += static_cast<std::size_t>(taken);
+  }
+  return static_cast<ssize_t>(sent);
 }
 
 void writeStream(int socket, ReportWriter const& writer) {
-  std::FILE* const stream = ::fdopen(socket, "w");
-  if (stream == nullptr) throwErrno("fdopen");
+  constexpr std::size_t bufferBytes = 64 * 1024;
+  auto const buffer = std::make_unique<char[]>(bufferBytes);
+  std::FILE* const stream = ::fopencookie(&socket, "w", {nullptr, &sendToClient, nullptr, nullptr});
+  if (stream == nullptr) throwErrno("fopencookie");
+  std::setvbuf(stream, buffer.get(), _IOFBF, bufferBytes);
   writer(stream);
   bool const failed = std::ferror(stream) != 0;
   if (std::fclose(stream) != 0 || failed) reportFailed = true;
 }
 
-// The recorder's own way into a socket enlarges the send buffer first and gives up where that is forbidden,
-// so it is taken only where it will succeed.
-void writeReport(Vorn::CongestionData& recorder, int socket, std::string const& command,
-                 ReportWriter const& writer) {
-  constexpr int sendBuffer = 8'000'000;
-  bool const enlarged = ::setsockopt(socket, SOL_SOCKET, SO_SNDBUFFORCE, &sendBuffer, sizeof sendBuffer) == 0;
-  if (writer) return writeStream(socket, writer);
-  Kes::String const columns = columnsFor(Vorn::parseCommand(command));
-  if (enlarged) {
-    recorder.handleCommand(static_cast<Kes::U32>(socket), command, columns, /*footer=*/"");
-  } else {
-    writeStream(socket, [&](std::FILE* stream) {
-      recorder.doMergeAndDumpEntries(stream, command, columns, /*footer=*/"");
-    });
-  }
+// Whether one of the patterns means an interface that the recorder has a log of, or that is there.
+bool matchSomething(std::vector<std::string> const& patterns, Vorn::CongestionData const& recorder,
+                    InterfaceNames const& interfaces) {
+  std::vector<std::string> names;
+  for (auto const& member : recorder.portDataMap()) names.push_back(member.value->intfId().shortName().str());
+  for (std::string const& name : interfaces()) names.push_back(Pylo::IntfId(name).shortName().str());
+  return std::any_of(patterns.begin(), patterns.end(), [&names](std::string const& pattern) {
+    std::regex const expression = Vorn::compilePattern(pattern);
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::string const& name) { return std::regex_match(name, expression); });
+  });
 }
 
-[[noreturn]] void childMain(Vorn::CongestionData& recorder, int socket, std::string const& command,
-                            ReportWriter const& writer, std::chrono::milliseconds limit) {
-  keepOnly(socket);
+struct Report {
+  Vorn::CongestionData& recorder;
+  int socket;
+  std::string const& command;
+  ReportWriter const& writer;
+  InterfaceNames const& interfaces;
+  ReportChild::Limits limits;
+};
+
+ExitStatus write(Report const& report) {
+  if (report.writer) {
+    writeStream(report.socket, report.writer);
+    return whole;
+  }
+  Vorn::CommandOptions const options = Vorn::parseCommand(report.command);
+  if (!options.interfacePatterns.empty()) startTimer(ITIMER_PROF, report.limits.patterns);
+  writeStream(report.socket, [&](std::FILE* stream) {
+    report.recorder.doMergeAndDumpEntries(stream, report.command, columnsFor(options), /*footer=*/"");
+  });
+  if (options.interfacePatterns.empty()) return whole;
+  startTimer(ITIMER_PROF, report.limits.patterns);
+  bool const matched = matchSomething(options.interfacePatterns, report.recorder, report.interfaces);
+  return matched ? whole : nothingMatches;
+}
+
+[[noreturn]] void childMain(Report const& report) {
+  keepOnly(report.socket);
+  goFirstWhereMemoryRunsOut();
   leaveTheAgentsSignals();
   yieldToTheAgent();
-  limitTimeTo(limit);
+  startTimer(ITIMER_REAL, report.limits.time);
   Kes::traceSinkIs(&noteFailure);
   try {
-    writeReport(recorder, socket, command, writer);
+    ExitStatus const status = write(report);
+    ::_exit(reportFailed ? broken : status);
   } catch (std::regex_error const& error) {
     ::_exit(badPattern + static_cast<int>(error.code()));
   } catch (std::bad_alloc const&) {
     ::_exit(outOfMemory);
   } catch (std::exception const& error) {
-    std::fprintf(stderr, "report \"%s\": %s\n", command.c_str(), error.what());
+    writeToStandardError("report \"" + report.command + "\": " + error.what());
     ::_exit(failedOtherwise);
   } catch (...) {
     ::_exit(failedOtherwise);
   }
-  ::_exit(reportFailed ? broken : whole);
 }
 
-std::string exitFailure(int status) {
+std::string exitFailure(int status, std::string const& command) {
   if (status == whole) return "";
   if (status == outOfMemory) return "no memory for the report";
+  if (status == nothingMatches) {
+    std::string patterns;
+    for (std::string const& pattern : Vorn::parseCommand(command).interfacePatterns)
+      patterns += (patterns.empty() ? "" : ", ") + pattern;
+    return "no interface matches " + printable(patterns, /*longest=*/200);
+  }
   if (status >= badPattern)
     return std::string("bad interface pattern: ") +
            patternFault(static_cast<std::regex_constants::error_type>(status - badPattern));
@@ -122,6 +181,7 @@ std::string exitFailure(int status) {
 
 std::string signalFailure(int signal) {
   if (signal == SIGALRM) return "the report took too long";
+  if (signal == SIGPROF) return "the report's patterns took too long";
   if (signal == SIGKILL) return "the report was stopped";
   note(LOG_WARNING, std::string("a report's process died: ") + ::strsignal(signal));
   return std::string("the report's process died: ") + ::strsignal(signal);
@@ -129,12 +189,11 @@ std::string signalFailure(int signal) {
 
 }  // namespace
 
-ReportChild::ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket,
-                         std::string const& command, ReportWriter const& writer,
-                         std::chrono::milliseconds limit)
-    : pid_(::fork()) {
+ReportChild::ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,
+                         ReportWriter const& writer, InterfaceNames const& interfaces, Limits limits)
+    : command_(std::move(command)), pid_(::fork()) {
   if (pid_ < 0) throwErrno("fork");
-  if (pid_ == 0) childMain(*recorder, clientSocket, command, writer, limit);
+  if (pid_ == 0) childMain({*recorder, clientSocket, command_, writer, interfaces, limits});
   pidfd_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
   if (pidfd_) return;
   int const reason = errno;
@@ -150,7 +209,9 @@ ReportChild::~ReportChild() {
   await();
 }
 
-void ReportChild::kill() { ::kill(pid_, SIGKILL); }
+void ReportChild::kill() {
+  if (!ended_) ::kill(pid_, SIGKILL);
+}
 
 int ReportChild::await() {
   int status = 0;
@@ -162,7 +223,7 @@ int ReportChild::await() {
 
 std::string ReportChild::failure() {
   int const status = await();
-  return WIFEXITED(status) ? exitFailure(WEXITSTATUS(status)) : signalFailure(WTERMSIG(status));
+  return WIFEXITED(status) ? exitFailure(WEXITSTATUS(status), command_) : signalFailure(WTERMSIG(status));
 }
 
 }  // namespace Agent

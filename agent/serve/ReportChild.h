@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "Vorn/CongestionData.h"
 #include "agent/base/FileDescriptor.h"
@@ -15,23 +16,33 @@ namespace Agent {
 // Writes a report into a stream, which tells by its error flag whether that succeeded.
 using ReportWriter = std::function<void(std::FILE*)>;
 
+// The names of interfaces that could be congested, whether or not they have been.
+using InterfaceNames = std::function<std::vector<std::string>()>;
+
 // A child process that writes one report into a client's socket, while the agent goes on recording.
 //
 // The child is a fork: it owns a copy-on-write snapshot of the recorder as it stands at construction, and
 // whatever a report can do to its process stays in the child: a client that never reads, a pattern that eats
 // the stack, a failed assertion. It keeps no descriptor but the socket and standard error (where its last
-// words go), takes no part in the agent's signal handling, and ends by itself after the time limit, also if
-// the agent is gone by then.
+// words go), takes no part in the agent's signal handling, is the first to go where memory runs out, and ends
+// by itself after the time limits, also if the agent is gone by then.
 //
-// The report is written whether or not the process may enlarge the socket's send buffer; where it may, a
-// report of up to some megabytes waits in the buffer for a slow client, and the child is gone at once.
+// It writes with the socket's ordinary send buffer, so what a client leaves unread waits in the child's
+// memory and not in the kernel's.
 class ReportChild {
  public:
+  struct Limits {
+    std::chrono::milliseconds time{30'000};  // for the report to be written and taken
+    std::chrono::milliseconds patterns{
+        2'000};  // of processor time, until a report with interface patterns begins
+  };
+
   // Starts the report for `command`: the writer's, or where that is null the recorder's, and `command` is a
-  // line of its vocabulary. `clientSocket` is a blocking connected stream socket; the caller keeps its own
-  // descriptor of it. Throws std::system_error if no process can be had.
-  ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string const& command,
-              ReportWriter const& writer, std::chrono::milliseconds limit);
+  // line of its vocabulary; if that names interfaces, one of the recorder's or of `interfaces` should match.
+  // `clientSocket` is a blocking connected stream socket; the caller keeps its own descriptor of it. Throws
+  // std::system_error if no process can be had.
+  ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,
+              ReportWriter const& writer, InterfaceNames const& interfaces, Limits limits);
   // Kills a child that still runs, and waits for its end.
   ~ReportChild();
   ReportChild(ReportChild const&) = delete;
@@ -49,6 +60,7 @@ class ReportChild {
  private:
   int await();
 
+  std::string command_;
   pid_t pid_;
   FileDescriptor pidfd_;
   bool ended_ = false;

@@ -1,0 +1,46 @@
+#include "agent/base/Failures.h"
+
+#include <syslog.h>
+
+#include <chrono>
+#include <cstdint>
+#include <new>
+#include <optional>
+
+#include "Kes/Format.h"
+#include "agent/base/Journal.h"
+
+namespace Agent {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::minutes quiet{1};
+
+std::uint64_t failures = 0;
+std::string last;
+std::optional<steady_clock::time_point> noted;
+
+}  // namespace
+
+void countFailure(std::exception const& error) noexcept {
+  ++failures;
+  try {
+    bool const noMemory = dynamic_cast<std::bad_alloc const*>(&error) != nullptr;
+    last = noMemory ? "out of memory" : error.what();
+    auto const now = steady_clock::now();
+    if (noted && now - *noted < quiet) return;
+    noted = now;
+    note(LOG_ERR, failureStatus());
+  } catch (std::exception const&) {
+    return;  // it is counted
+  }
+}
+
+std::string failureStatus() {
+  if (failures == 0) return "failures: none";
+  return Kes::format("failures: %u events were given up; the last: %s", failures, last.c_str()).str();
+}
+
+}  // namespace Agent

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+namespace Agent {
+
+// An event that failed (no memory, a system call that was refused) is given up, and the agent goes on: a
+// client loses its answer, a look at the queues is left out. Such failures are counted here and noted in the
+// journal, the first at once and then one a minute at most.
+void countFailure(std::exception const& error) noexcept;
+
+// A line for the agent's status.
+std::string failureStatus();
+
+}  // namespace Agent

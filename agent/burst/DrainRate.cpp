@@ -1,0 +1,20 @@
+#include "agent/burst/DrainRate.h"
+
+namespace Agent {
+
+void DrainRate::add(Kes::U64 bytes, Kes::U64 microseconds) {
+  constexpr Kes::U64 memory = 250'000;
+  bytes_ += bytes;
+  microseconds_ += microseconds;
+  while (microseconds_ > memory) {
+    bytes_ /= 2;
+    microseconds_ /= 2;
+  }
+}
+
+Kes::U64 DrainRate::timeFor(Kes::U64 bytes) const {
+  return static_cast<Kes::U64>(static_cast<double>(bytes) * static_cast<double>(microseconds_) /
+                               static_cast<double>(bytes_));
+}
+
+}  // namespace Agent

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <deque>
+
+#include "Kes/HashMap.h"
+#include "Vorn/CongestionData.h"
+
+namespace Agent {
+
+// Deletes the logs of interfaces that are gone, which is when their last queue is: each stays readable until
+// 256 others have gone after it.
+class InterfaceLogs {
+ public:
+  explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {}
+
+  void handleQueuePresent(Pylo::IntfId const& intfId);
+  void handleQueueGone(Pylo::IntfId const& intfId);
+
+ private:
+  Vorn::CongestionData::Ptr const recorder_;
+  Kes::HashMap<Pylo::IntfId, Kes::U32, Pylo::IntfIdHash> queues_;  // how many are present
+  std::deque<Pylo::IntfId> gone_;                                  // that have a log, gone longest ago first
+};
+
+}  // namespace Agent

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <array>
+#include <compare>
+
+#include "Kes/Types.h"
+#include "agent/burst/QueueReading.h"
+
+namespace Agent {
+
+// What tells one queueing discipline of this machine from another. `parent` is the class or slot that it
+// hangs in (TC_H_ROOT for an interface's outermost), `handle` its own name, 0 for those that the kernel made
+// by itself.
+struct QdiscId {
+  Kes::U32 ifindex = 0;
+  Kes::U32 parent = 0;
+  Kes::U32 handle = 0;
+  std::array<char, 16> kind{};  // "tbf", NUL-padded
+
+  auto operator<=>(QdiscId const&) const = default;
+};
+
+// A queueing discipline's counters at one moment. `bytes` (sent) and `drops` count up from the making of the
+// queue; drops wrap at 2^32.
+struct QdiscSample {
+  QdiscId id;
+  Kes::U64 stamp = 0;  // microseconds of the monotonic clock
+  Kes::U64 bytes = 0;
+  Kes::U32 backlog = 0;  // bytes waiting
+  Kes::U32 drops = 0;    // packets
+};
+
+inline QueueReading readingOf(QdiscSample const& sample) {
+  return {sample.stamp, sample.bytes, sample.backlog, sample.drops};
+}
+
+// Whether counters have gone backwards: the queue has been removed and made again under its name. Drops that
+// wrap go forwards.
+inline bool startedAgain(QueueReading const& before, QueueReading const& now) {
+  return now.bytes < before.bytes || static_cast<Kes::S32>(now.drops - before.drops) < 0;
+}
+
+}  // namespace Agent

@@ -1,0 +1,145 @@
+#include "agent/kernel/QueueRoster.h"
+
+#include <linux/pkt_sched.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+namespace {
+
+using Kes::U32;
+using Kes::U64;
+
+constexpr auto none = QueueTree::none;
+
+// What is removed and made again faster than that between two looks is told by its counters alone.
+constexpr std::size_t maxRemoved = 4096;
+
+QueueKey keyOf(QdiscId const& id) { return id.parent == TC_H_ROOT ? 0 : id.parent; }
+
+}  // namespace
+
+bool QueueRoster::fits(std::span<QdiscSample const> samples) const {
+  auto const same = [](QdiscSample const& sample, QdiscId const& id) { return sample.id == id; };
+  return !displaced_ && removed_.empty() &&
+         std::equal(samples.begin(), samples.end(), known_.begin(), known_.end(), same);
+}
+
+void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces& interfaces,
+                        CongestionSink& sink) {
+  QueueTree const tree(samples);
+  std::vector<Queue> before = std::exchange(queues_, {});
+  index_.clear();
+  for (std::size_t i = 0; i < before.size(); ++i) index_.emplace_back(before[i].id, i);
+  std::sort(index_.begin(), index_.end());
+  // Of each before: whether it goes on, is there but under another address, or has vanished.
+  enum class Fate : char { vanished, unwatched, stays };
+  std::vector<Fate> fates(before.size(), Fate::vanished);
+  std::vector<std::size_t> appeared;  // in queues_
+  for (QueueTree::Queue const& found : tree.queues()) {
+    QdiscSample const& sample = samples[found.position];
+    Interface const* const interface = interfaces.watched(sample.id.ifindex);
+    std::size_t const at = wasRemoved(tree, samples, found.position) ? none : indexed(sample.id);
+    if (at != none) fates[at] = Fate::unwatched;
+    if (interface == nullptr) continue;
+    QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
+                                interface->frameBytes, found.dropsFromInside};
+    if (at != none && goesOn(before[at], found, interface->intfId)) {
+      fates[at] = Fate::stays;
+      Queue& queue = queues_.emplace_back(std::move(before[at]));
+      if (queue.share) takeChildren(*queue.share, found, samples);
+      queue.position = found.position;
+      queue.sampled.traitsIs(traits);
+    } else {
+      appeared.push_back(queues_.size());
+      queues_.push_back(newQueue(found, samples, interface->intfId, traits));
+    }
+  }
+  // Names may have changed hands, so all that are given up come first.
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    if (fates[i] == Fate::vanished) before[i].sampled.handleGone(sink);
+    if (fates[i] == Fate::unwatched) before[i].sampled.handleUnwatched(sink);
+  }
+  for (std::size_t const i : appeared) sink.handlePresent(queues_[i].sampled.address());
+  known_.clear();
+  for (QdiscSample const& sample : samples) known_.push_back(sample.id);
+  removed_.clear();
+  displaced_ = false;
+}
+
+QueueRoster::Queue QueueRoster::newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
+                                         Pylo::IntfId const& intfId, QueueTraits const& traits) {
+  QdiscSample const& sample = samples[found.position];
+  QueueAddress const address = {intfId, keyOf(sample.id), sample.id.handle};
+  std::optional<InnerShare> share;
+  if (!found.children.empty()) share.emplace(found.position, found.children);
+  QueueReading const first = share ? share->read(samples) : readingOf(sample);
+  return {sample.id, found.position, SampledQueue(address, traits, first), std::move(share)};
+}
+
+bool QueueRoster::goesOn(Queue const& queue, QueueTree::Queue const& found, Pylo::IntfId const& intfId) {
+  return queue.sampled.address().intfId == intfId && queue.share.has_value() == !found.children.empty();
+}
+
+// Of the discipline itself, or of one that it hangs in: nothing is told of what a removal takes along.
+bool QueueRoster::wasRemoved(QueueTree const& tree, std::span<QdiscSample const> samples,
+                             std::size_t position) const {
+  if (removed_.empty()) return false;
+  constexpr int deepest = 16;
+  for (int depth = 0; depth < deepest && position != none; ++depth, position = tree.parent(position)) {
+    QdiscId const& id = samples[position].id;
+    if (removed_.contains({id.ifindex, id.parent, id.handle, false})) return true;
+    if (removed_.contains({id.ifindex, 0, id.parent, true})) return true;
+  }
+  return false;
+}
+
+void QueueRoster::takeChildren(InnerShare& share, QueueTree::Queue const& found,
+                               std::span<QdiscSample const> samples) const {
+  bool same = share.children() == found.children.size();
+  for (std::size_t i = 0; same && i < found.children.size(); ++i)
+    same = known_[share.position(i)] == samples[found.children[i]].id;
+  share.positionsAre(found.position, found.children, same);
+}
+
+void QueueRoster::locate(std::span<QdiscSample const> samples) {
+  index_.clear();
+  for (std::size_t i = 0; i < samples.size(); ++i) index_.emplace_back(samples[i].id, i);
+  std::sort(index_.begin(), index_.end());
+  for (Queue& queue : queues_) queue.position = queue.share ? none : indexed(queue.id);
+  displaced_ = true;
+}
+
+std::size_t QueueRoster::indexed(QdiscId const& id) const {
+  auto const found = std::lower_bound(index_.begin(), index_.end(), std::pair(id, std::size_t{0}));
+  return found != index_.end() && found->first == id ? found->second : none;
+}
+
+void QueueRoster::handleRemoval(TrafficNotice const& notice) {
+  if (queues_.empty() || removed_.size() == maxRemoved) return;
+  removed_.insert({notice.ifindex, notice.isClass ? 0 : notice.parent, notice.handle, notice.isClass});
+}
+
+void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interval, QueueSum& sum,
+                                CongestionSink& sink) {
+  for (Queue& queue : queues_) {
+    if (queue.position == none) continue;
+    QueueReading const reading =
+        queue.share ? queue.share->read(samples) : readingOf(samples[queue.position]);
+    if (reading.stamp == queue.sampled.lastReading().stamp) continue;
+    sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
+  }
+  sum.finishLook(interval, sink);
+}
+
+void QueueRoster::forgetAll(CongestionSink& sink) {
+  for (Queue& queue : queues_) queue.sampled.handleUnwatched(sink);
+  queues_.clear();
+  known_.clear();
+  removed_.clear();
+  displaced_ = false;
+}
+
+}  // namespace Agent

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "agent/burst/CongestionSink.h"
+#include "agent/burst/QueueSum.h"
+#include "agent/burst/SampledQueue.h"
+#include "agent/kernel/InnerShare.h"
+#include "agent/kernel/NetlinkMessage.h"
+#include "agent/kernel/QdiscSample.h"
+#include "agent/kernel/QueueTree.h"
+#include "agent/kernel/WatchedInterfaces.h"
+
+namespace Agent {
+
+// The queues that are watched, each with its detector, and what becomes of them from dump to dump. The sink
+// is told of queues that appear and go.
+//
+// A queue begins anew, as if another had gone and it had come, when it was missing from a whole dump, has got
+// another name, takes its first child or gives its last away, or when the kernel told that it was removed.
+// That it has been removed and made again is told by its counters as well: see SampledQueue.
+class QueueRoster {
+ public:
+  // A queue is congested above so many bytes, and never below two full frames.
+  explicit QueueRoster(Kes::U32 startThresholdBytes) : startThresholdBytes_(startThresholdBytes) {}
+
+  // Whether a dump shows the disciplines that were learned last, in the same order, and nothing has been
+  // removed since. If not, either learn or locate is to be called before handleSamples.
+  bool fits(std::span<QdiscSample const> samples) const;
+
+  // Takes over the queues of a whole dump.
+  void learn(std::span<QdiscSample const> samples, WatchedInterfaces& interfaces, CongestionSink& sink);
+
+  // Finds the known queues in a dump that is torn: what it shows of each is right, but what is missing may be
+  // there, and what is new may have its parent or children missing. Queues that are not found have no reading
+  // this time, and shares of inner disciplines neither. Allocates nothing once grown.
+  void locate(std::span<QdiscSample const> samples);
+
+  // The kernel tells of a discipline or class of a watched interface that it is gone.
+  void handleRemoval(TrafficNotice const& notice);
+
+  // One look: reads every queue from the samples. `interval` is the intended time between looks, in
+  // microseconds. Allocates nothing.
+  void handleSamples(std::span<QdiscSample const> samples, Kes::U64 interval, QueueSum& sum,
+                     CongestionSink& sink);
+
+  void forgetAll(CongestionSink& sink);
+
+  std::size_t size() const { return queues_.size(); }
+
+ private:
+  struct Queue {
+    QdiscId id;
+    std::size_t position;  // in a dump of the present order, or QueueTree::none
+    SampledQueue sampled;
+    std::optional<InnerShare> share;  // of a discipline with children
+  };
+  // A discipline by its place and name, or a class, whose own queue stands in it.
+  struct Removed {
+    Kes::U32 ifindex;
+    Kes::U32 parent;
+    Kes::U32 handle;
+    bool isClass;
+    auto operator<=>(Removed const&) const = default;
+  };
+
+  // The position that `index_` has for a discipline, or none.
+  std::size_t indexed(QdiscId const& id) const;
+  static Queue newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
+                        Pylo::IntfId const& intfId, QueueTraits const& traits);
+  static bool goesOn(Queue const& queue, QueueTree::Queue const& found, Pylo::IntfId const& intfId);
+  bool wasRemoved(QueueTree const& tree, std::span<QdiscSample const> samples, std::size_t position) const;
+  void takeChildren(InnerShare& share, QueueTree::Queue const& found,
+                    std::span<QdiscSample const> samples) const;
+
+  Kes::U32 const startThresholdBytes_;
+  std::vector<Queue> queues_;                           // in order of the dump
+  std::vector<QdiscId> known_;                          // what the dump showed when the queues were learned
+  std::vector<std::pair<QdiscId, std::size_t>> index_;  // sorted; only of use while it is made
+  bool displaced_ = false;                              // positions are those in a torn dump
+  std::set<Removed> removed_;                           // since the queues were learned
+};
+
+}  // namespace Agent

@@ -1,0 +1,42 @@
+#include "agent/kernel/WatchedInterfaces.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Agent {
+
+WatchedInterfaces::WatchedInterfaces(std::vector<std::string> patterns, Lookup lookup)
+    : patterns_(std::move(patterns)), lookup_(std::move(lookup)) {}
+
+Interface const* WatchedInterfaces::watched(Kes::U32 ifindex) {
+  auto known = known_.find(ifindex);
+  if (known == known_.end()) {
+    auto const interface = lookup_(ifindex);
+    if (!interface) return nullptr;
+    known = known_.emplace(ifindex, Known{*interface, isAskedFor(*interface)}).first;
+  }
+  return known->second.watched ? &known->second.interface : nullptr;
+}
+
+bool WatchedInterfaces::isWatched(Kes::U32 ifindex) const {
+  auto const known = known_.find(ifindex);
+  return known != known_.end() && known->second.watched;
+}
+
+bool WatchedInterfaces::handleNotice(LinkNotice const& notice) {
+  auto const known = known_.find(notice.ifindex);
+  if (known == known_.end()) return false;
+  if (!notice.gone && known->second.interface == interfaceOf(notice)) return false;
+  known_.erase(known);
+  return true;
+}
+
+bool WatchedInterfaces::isAskedFor(Interface const& interface) const {
+  char const* const name = interface.intfId.stringValue().charPtr();
+  auto const fits = [name](std::string const& pattern) { return fnmatch(pattern.c_str(), name, 0) == 0; };
+  return patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), fits);
+}
+
+}  // namespace Agent
