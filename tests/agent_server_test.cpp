@@ -140,18 +140,18 @@ class CommandServerTest : public testing::Test {
     }
     return all;
   }
-  // What vorn-show gets: the number of records; the verdict.
-  std::pair<std::size_t, std::optional<std::string>> show(std::string const& words) {
+  // What vorn-show gets: the number of records; what the agent says of the report.
+  std::pair<std::size_t, std::string> show(std::string const& words) {
     std::string report;
-    auto const verdict =
+    AnswerEnd const end =
         fetchReport(connect().get(), {words, {}}, [&](std::string_view bytes) { report += bytes; });
     std::size_t records = 0;
     for (std::size_t at = 0; (at = report.find(" eth0 ", at)) != std::string::npos; ++at) ++records;
-    return {records, verdict};
+    std::string const speaker = end.kind == AnswerEnd::Kind::refused ? "the agent says: " : "";
+    EXPECT_TRUE(end.text.starts_with(speaker)) << end.text;
+    return {records, end.text.substr(speaker.size())};
   }
-  void expectHealthy() {
-    EXPECT_EQ(show("-ieth0 -s7"), std::pair(std::size_t{7}, std::optional<std::string>("")));
-  }
+  void expectHealthy() { EXPECT_EQ(show("-ieth0 -s7"), std::pair(std::size_t{7}, std::string())); }
 
   // How many files the agent has open.
   std::ptrdiff_t openFiles() const {
@@ -172,7 +172,7 @@ class CommandServerTest : public testing::Test {
 };
 
 TEST_F(CommandServerTest, Requests_getWholeReportsAndVerdicts) {
-  EXPECT_EQ(show(""), std::pair(std::size_t{100'000}, std::optional<std::string>("")));
+  EXPECT_EQ(show(""), std::pair(std::size_t{100'000}, std::string()));
   EXPECT_EQ(show("status").second, "");
   EXPECT_TRUE(rest(request("status\n")).starts_with("clients: 1 connected, 0 wait"));
   EXPECT_EQ(show("-d").second, "the report broke off");
@@ -192,7 +192,7 @@ TEST_F(CommandServerTest, Nasty_requestsAreRefusedInPlainWords) {
   EXPECT_EQ(rest(request("checked " + std::string(9000, 'x'))).substr(0, 5), std::string("\0the ", 5));
   EXPECT_EQ(rest(request(std::string("-s1\0-c\n", 7))), "error: the request holds control characters\n");
   EXPECT_EQ(rest(request("-s1")), "error: no whole request line arrived in time\n");
-  EXPECT_TRUE(show("-i" + std::string(3000, '(')).second.value_or("").starts_with("bad interface pattern"));
+  EXPECT_TRUE(show("-i" + std::string(3000, '(')).second.starts_with("bad interface pattern"));
   EXPECT_EQ(rest(request("set 1\n")), "set\n");
   for (int i = 0; i < 20; ++i) request("set 1\n").reset();
   request("set 10").reset();  // perhaps of "set 100"

@@ -163,6 +163,11 @@ show 2 --no-such-option
 { "$show_program" --socket "$socket" 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
 [ "$(cat "$scratch/status")" = 0 ] && [ ! -s "$scratch/err" ] || fail "a reader that leaves early"
 
+status=0
+"$show_program" --socket "$socket" >&- 2>"$scratch/err" || status=$?
+[ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
+show 1 --interface no-such0
+expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
 # The documents: each command is accepted, and refused by the agent just where they show it; each title of a sample is
 # printed. The links have other names here, what stands for something else (NAME) is left out, and an agent finds its
 # place taken.
@@ -196,11 +201,6 @@ expect "lines fit" sh -c "! grep -v , '$scratch/reports' | grep -E '.{101}'"
 grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$here"/../docs/*.md | sort -u | while read -r title; do
   expect "a title of the documents is printed: $title" grep -Fxq -- "$title" "$scratch/reports"
 done
-status=0
-"$show_program" --socket "$socket" >&- 2>"$scratch/err" || status=$?
-[ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
-show 1 --interface no-such0
-expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
 
 # How the agent starts and ends.
 for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
