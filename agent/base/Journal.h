@@ -7,10 +7,10 @@
 
 namespace Agent {
 
-// Where the agent's messages go: the system log, and a copy to standard error for an agent that runs in the
-// foreground. The recorder's threshold messages take the same way, its traces that to standard error. Nothing
-// here ever waits for a reader; what could not be delivered is counted. Names in messages may hold anything:
-// what a terminal would obey is replaced.
+// Where the agent's messages go: the system log, and with --stderr a copy to standard error as well. The
+// recorder's threshold messages take the same way, its traces that to standard error alone. Nothing here ever
+// waits for a reader; what could not be delivered is counted. Names in messages may hold anything: what a
+// terminal would obey is replaced.
 void openJournal(bool copyToStandardError);
 
 // One message, at a priority of syslog(3).
