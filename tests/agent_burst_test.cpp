@@ -347,7 +347,10 @@ TEST_F(Feed, StatisticsOutlastRenamesAndQueuesThatGo) {
   look(2000, sent + 1000, 59000);
   ASSERT_EQ(records(renamed.intfId).size(), 1U) << "the burst goes on under the new name";
   EXPECT_EQ(recorder->portData(renamed.intfId)->portMetaData(address.key)->counter(), 1U);
+  look(2010, sent + 60000, 2000);
   sampled.addressIs(address, feed);
+  look(2011, sent + 62000, 0);
+  EXPECT_EQ(records().size(), 2U) << "nothing but the latency of a burst that is over is no record";
   auto const counter = [&] {
     auto const metaData = recorder->portData(address.intfId)->portMetaData(address.key);
     return metaData ? metaData->counter() : 0;

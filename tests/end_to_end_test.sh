@@ -138,7 +138,7 @@ expect "a queue length alone on its line" grep -qxE '[1-9][0-9]*' "$scratch/out"
 show 0 get portData --all --json
 expect "the records of both links" grep -qE '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' "$scratch/out"
 show 1 get 'portData[up.1].chunk[0].entry[0].qlen'
-expect "the right name is offered" grep -q "no attribute 'qlen' in Vorn::Entry; did you mean qLen?" "$scratch/err"
+expect "the right name is offered" grep -q "no attribute 'qlen' in Agent::LinuxEntry; did you mean qLen?" "$scratch/err"
 show 0 set numSharedChunks 7
 show 0 get numSharedChunks
 expect "the pool is set" grep -qx 7 "$scratch/out"

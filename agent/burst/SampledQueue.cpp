@@ -11,8 +11,9 @@ using Kes::U64;
 
 namespace {
 
-// Packets that a reading can miss because it is not taken in one piece.
-constexpr U64 packetsUnderWay = 2;
+// Packets that a reading can miss: it is not taken in one piece, and what a driver hands back waits again,
+// but has been counted as sent.
+constexpr U64 packetsUnderWay = 16;
 
 U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
 

@@ -24,8 +24,8 @@ struct QueueTraits {
 //
 // The queue's bytes are conserved: what waited and was not sent still waits, or was dropped. What is missing
 // from that has vanished with its link or with the queue. It counts as lost, and as drops of so many full
-// packets where the kernel counted none. A reading is not taken in one piece, so a packet on its way can seem
-// to be missing: drops are told only when the next reading has not found it either.
+// packets where the kernel counted none. Some packets on their way can seem to be missing as well, so what
+// vanishes must be more than that, and drops are told only when the next reading has not found them either.
 //
 // Drops are counted modulo 2^32; a drop counter that goes backwards otherwise, or sent bytes that do, are
 // those of a queue that was made anew. Then the old queue has vanished, and the new one starts with this
