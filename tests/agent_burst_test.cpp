@@ -349,12 +349,16 @@ TEST_F(Feed, StatisticsOutlastRenamesAndQueuesThatGo) {
   QueueAddress const renamed = {Pylo::IntfId("lan0"), address.key, 0};
   burst(1010, 60000);
   look(1999, sent, 60000);
-  sampled.addressIs(renamed, feed);
+  feed.handleGone(address);
+  sampled.addressIs(renamed);
+  feed.handlePresent(renamed);
   look(2000, sent + 1000, 59000);
   ASSERT_EQ(records(renamed.intfId).size(), 1U) << "the burst goes on under the new name";
   EXPECT_EQ(recorder->portData(renamed.intfId)->portMetaData(address.key)->counter(), 1U);
   look(2010, sent + 60000, 2000);
-  sampled.addressIs(address, feed);
+  feed.handleGone(renamed);
+  sampled.addressIs(address);
+  feed.handlePresent(address);
   look(2011, sent + 62000, 0);
   EXPECT_EQ(records().size(), 2U) << "nothing but the latency of a burst that is over is no record";
   auto const counter = [&] {

@@ -24,12 +24,6 @@ U64 less(U64 value, U64 subtracted) { return value - std::min(value, subtracted)
 SampledQueue::SampledQueue(QueueAddress address, QueueTraits const& traits, QueueReading const& first)
     : address_(std::move(address)), traits_(traits), last_(first) {}
 
-void SampledQueue::addressIs(QueueAddress address, CongestionSink& sink) {
-  sink.handleGone(address_);
-  address_ = std::move(address);
-  sink.handlePresent(address_);
-}
-
 QueueProgress SampledQueue::handleReading(QueueReading const& reading, U64 interval, CongestionSink& sink) {
   CongestionDetector::Limits const limits = {traits_.startThreshold, interval};
   if (startsAnew(reading)) return restart(reading, limits, sink);

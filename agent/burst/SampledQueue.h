@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "Kes/Types.h"
 #include "agent/burst/CongestionDetector.h"
 #include "agent/burst/CongestionSink.h"
@@ -41,9 +43,9 @@ class SampledQueue {
 
   // An interface that is given another MTU.
   void traitsIs(QueueTraits const& traits) { traits_ = traits; }
-  // A queue that is renamed: gone under its old address, present under the new one. A burst that is open goes
-  // on under the new one.
-  void addressIs(QueueAddress address, CongestionSink& sink);
+  // A queue that is renamed. A burst that is open goes on under the new address. The source tells the sink
+  // that the queue is gone under the old one and present under the new one.
+  void addressIs(QueueAddress address) { address_ = std::move(address); }
 
   // Tells the sink what the reading shows. Readings come in order of time. `interval` is the intended time
   // between them, in microseconds.
