@@ -68,6 +68,8 @@ void runTimer() {
   }
 }
 
+std::vector<std::string> noInterfaces() { return {}; }
+
 constexpr std::size_t recordsOf(Kes::U32 chunks) { return std::size_t{chunks} * Vorn::entriesPerChunk; }
 
 // A recorder with a history of eight interfaces, to which records came in turn.
@@ -113,7 +115,7 @@ class FullRecorder {
     Agent::EventLoop loop;
     Agent::QdiscSource source(recorder_, config_, status_, clock_, {});
     Agent::OwnRequests const ownRequests(recorder_, [&source] { return source.status(); });
-    Agent::CommandServer const server(loop, path, recorder_, ownRequests, {});
+    Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
     loop.run();
   }
@@ -138,7 +140,7 @@ class OwnReport {
     agentEnd_ = Agent::FileDescriptor(ends[0]);
     clientEnd_ = Agent::FileDescriptor(ends[1]);
     auto const before = steady_clock::now();
-    child_.emplace(recorder, agentEnd_.get(), command, nullptr, milliseconds(10'000));
+    child_.emplace(recorder, agentEnd_.get(), command, nullptr, noInterfaces, Agent::ReportChild::Limits{});
     start_ = millisecondsSince(before);
   }
 
