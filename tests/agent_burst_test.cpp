@@ -219,6 +219,11 @@ TEST_F(Feed, MessagesOfTheMergedRecordByTheLogInterval) {
   look(200103, sent, 90000);
   ASSERT_EQ(messages.size(), 7U) << "of the sum likewise";
   EXPECT_EQ(messages[6].find("Interface  queue length is over high"), 0U) << messages[6];
+  look(200110, sent += 90000, 0);
+  config->logIntervalIs(60);
+  config->globalLogIntervalIs(0.01);
+  for (int n = 0; n < 3; ++n) burst(300000 + 30 * n, 90000);
+  EXPECT_EQ(messages.size(), 11U) << "each by its own interval: one of the queue, three of the sum";
 }
 
 TEST_F(Feed, ABurstOutlastsItsChunk) {

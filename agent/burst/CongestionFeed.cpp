@@ -113,7 +113,7 @@ void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionU
     // bursts are small when they begin.
     Level const level = rule.levelOf(*burst.record);
     if (level == Level::none) log.lastSyslogTimeIs(lastMessage);
-    if (level == Level::high) noteHigh(rule, update.timestamp);
+    if (level == Level::high) noteHigh(rule.intfId, update.timestamp);
     burst.judged = std::max(burst.judged, level);
   }
   judge(burst, update.timestamp, log, rule);
@@ -133,19 +133,20 @@ void CongestionFeed::judge(Burst& burst, U64 moment, Log& log, Rule const& rule)
     due = lastHigh == nullptr || isOver(*lastHigh, moment, rule.interval);
   }
   if (!due) return;
-  if (level == Level::high) noteHigh(rule, moment);
+  if (level == Level::high) noteHigh(rule.intfId, moment);
   log.lastSyslogTimeIs(now);
   burst.record->doSyslog(rule.intfId.shortName().charPtr(), rule.thresholds.low, rule.thresholds.high);
 }
 
-void CongestionFeed::noteHigh(Rule const& rule, U64 moment) {
+void CongestionFeed::noteHigh(Pylo::IntfId const& intfId, U64 moment) {
+  Seconds const longest = std::max(config_->logInterval(), config_->globalLogInterval());
   for (auto at = lastHigh_.iterator(); at;) {
-    if (isOver(*at, moment, rule.interval))
+    if (isOver(*at, moment, longest))
       lastHigh_.del(at);
     else
       ++at;
   }
-  lastHigh_.put(rule.intfId, moment);
+  lastHigh_.put(intfId, moment);
 }
 
 CongestionFeed::Level CongestionFeed::Rule::levelOf(LinuxEntry const& record) const {
