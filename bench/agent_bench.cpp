@@ -70,6 +70,9 @@ void runTimer() {
 
 constexpr std::size_t recordsOf(Kes::U32 chunks) { return std::size_t{chunks} * Vorn::entriesPerChunk; }
 
+// No report here asks for interfaces by name.
+std::vector<std::string> noFurtherInterfaces() { return {}; }
+
 // A recorder with a history of eight interfaces, to which records came in turn.
 class FullRecorder {
  public:
@@ -113,7 +116,7 @@ class FullRecorder {
     Agent::EventLoop loop;
     Agent::QdiscSource source(recorder_, config_, status_, clock_, {});
     Agent::OwnRequests const ownRequests(recorder_, [&source] { return source.status(); });
-    Agent::CommandServer const server(loop, path, recorder_, ownRequests, {});
+    Agent::CommandServer const server(loop, path, recorder_, ownRequests, noFurtherInterfaces, {});
     source.start(loop);
     loop.run();
   }
@@ -138,7 +141,8 @@ class OwnReport {
     agentEnd_ = Agent::FileDescriptor(ends[0]);
     clientEnd_ = Agent::FileDescriptor(ends[1]);
     auto const before = steady_clock::now();
-    child_.emplace(recorder, agentEnd_.get(), command, nullptr, milliseconds(10'000));
+    child_.emplace(recorder, agentEnd_.get(), command, nullptr, noFurtherInterfaces,
+                   Agent::ReportChild::Limits{.time = milliseconds(10'000)});
     start_ = millisecondsSince(before);
   }
 
