@@ -220,6 +220,11 @@ TEST_F(Feed, MessagesOfTheMergedRecordByTheLogInterval) {
   look(200103, sent, 90000);
   ASSERT_EQ(messages.size(), 7U) << "of the sum likewise";
   EXPECT_EQ(messages[6].find("Interface  queue length is over high"), 0U) << messages[6];
+  look(200110, sent += 90000, 0);
+  config->logIntervalIs(60);
+  config->globalLogIntervalIs(0.01);
+  for (int n = 0; n < 3; ++n) burst(300000 + 30 * n, 90000);
+  EXPECT_EQ(messages.size(), 11U) << "each by its own interval: one of the queue, three of the sum";
 }
 
 TEST_F(Feed, ABurstOutlastsItsChunk) {
@@ -344,11 +349,18 @@ TEST_F(Feed, StatisticsOutlastRenamesAndQueuesThatGo) {
   QueueAddress const renamed = {Pylo::IntfId("lan0"), address.key, 0};
   burst(1010, 60000);
   look(1999, sent, 60000);
-  sampled.addressIs(renamed, feed);
+  feed.handleGone(address);
+  sampled.addressIs(renamed);
+  feed.handlePresent(renamed);
   look(2000, sent + 1000, 59000);
   ASSERT_EQ(records(renamed.intfId).size(), 1U) << "the burst goes on under the new name";
   EXPECT_EQ(recorder->portData(renamed.intfId)->portMetaData(address.key)->counter(), 1U);
-  sampled.addressIs(address, feed);
+  look(2010, sent + 60000, 2000);
+  feed.handleGone(renamed);
+  sampled.addressIs(address);
+  feed.handlePresent(address);
+  look(2011, sent + 62000, 0);
+  EXPECT_EQ(records().size(), 2U) << "nothing but the latency of a burst that is over is no record";
   auto const counter = [&] {
     auto const metaData = recorder->portData(address.intfId)->portMetaData(address.key);
     return metaData ? metaData->counter() : 0;

@@ -168,6 +168,7 @@ status=0
 [ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
 show 1 --interface no-such0
 expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
+
 # The documents: each command is accepted, and refused by the agent just where they show it; each title of a sample is
 # printed. The links have other names here, what stands for something else (NAME) is left out, and an agent finds its
 # place taken.

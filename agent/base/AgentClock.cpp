@@ -1,6 +1,7 @@
 #include "agent/base/AgentClock.h"
 
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <ctime>
@@ -43,7 +44,7 @@ AgentClock::Readings AgentClock::systemClocks() {
   return {wall, nanoseconds(CLOCK_MONOTONIC)};
 }
 
-AgentClock::AgentClock(Readings (*clocks)()) : clocks_(clocks) {
+AgentClock::AgentClock(Readings (*clocks)()) : clocks_(clocks), process_(::getpid()) {
   Readings const first = clocks_();
   offset_ = offsetOf(first);
   lastMonotonic_ = first.monotonicNanoseconds;
@@ -59,6 +60,7 @@ void AgentClock::follow(Readings const& readings) const {
   ++steps_;
   lastStep_ = step;
   lastStepAt_ = readings.monotonicNanoseconds;
+  if (::getpid() != process_) return;
   note(LOG_NOTICE,
        Kes::format("the wall clock was set by %+.3f s: records follow it from here on", inSeconds(step))
            .str());

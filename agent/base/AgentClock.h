@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "Kes/Types.h"
@@ -17,7 +19,8 @@ namespace Agent {
 // too. After that, newer records can have earlier times than older ones. A smaller step backwards is worked
 // off at two per cent of the time that passes, so that time goes on and stamps keep their order.
 //
-// Steps that are followed at once are noted in the journal, those forwards from a tenth of a second on.
+// Steps that are followed at once are noted in the journal, those forwards from a tenth of a second on, by
+// the process that made the clock.
 class AgentClock final : public Vorn::Clock {
  public:
   using Ptr = Kes::Ptr<AgentClock>;
@@ -48,6 +51,7 @@ class AgentClock final : public Vorn::Clock {
   void follow(Readings const& readings) const;
 
   Readings (*const clocks_)();
+  pid_t const process_;
   mutable Kes::S64 offset_;  // nanoseconds
   mutable Kes::S64 lastMonotonic_;
   mutable Kes::U64 steps_ = 0;

@@ -88,10 +88,8 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
       latency_ = {};
     }
     // Without a high look both neighbours bound the peak from below.
-    if (!wasOpen && !high) {
-      peakIs(progress.stamp - progress.elapsed, progress.backlogBefore);
-      if (begins) latency_.handleProgress(progress, rate_);
-    }
+    if (!wasOpen && !high && peakIs(progress.stamp - progress.elapsed, progress.backlogBefore))
+      latency_.handleProgress(progress, rate_);
     peakIs(progress.stamp, progress.backlog);
     peakBound_ = std::max({peakBound_, peak_, saturated(progress.backlog + progress.left)});
     open_ = high;
@@ -124,10 +122,12 @@ CongestionUpdate CongestionDetector::present(U64 timestamp, U32 drops) {
   return update;
 }
 
-void CongestionDetector::peakIs(U64 stamp, U32 backlog) {
-  if (backlog <= peak_) return;
+// Whether it is a new one.
+bool CongestionDetector::peakIs(U64 stamp, U32 backlog) {
+  if (backlog <= peak_) return false;
   peak_ = backlog;
   latency_.aim(stamp, backlog);
+  return true;
 }
 
 U64 CongestionDetector::startOf(QueueProgress const& progress, U64 interval) const {

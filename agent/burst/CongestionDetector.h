@@ -53,7 +53,7 @@ class CongestionDetector {
   std::optional<CongestionUpdate> handleLate(QueueProgress const& progress);
   std::optional<CongestionUpdate> handleLook(QueueProgress const& progress, Limits const& limits);
   CongestionUpdate present(Kes::U64 timestamp, Kes::U32 drops);
-  void peakIs(Kes::U64 stamp, Kes::U32 backlog);
+  bool peakIs(Kes::U64 stamp, Kes::U32 backlog);
   Kes::U64 startOf(QueueProgress const& progress, Kes::U64 interval) const;
   Kes::U64 endBefore(QueueProgress const& progress) const;
 

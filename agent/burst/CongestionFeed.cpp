@@ -44,8 +44,7 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   if (latest_.find(id) == nullptr) latest_.put(id, {});
   Burst& burst = *latest_.find(id);
   if (update.begins) ++bursts_;
-  // A burst that was open when its queue was renamed has its first record under the new name here.
-  bool const counts = !burst.record;
+  bool const known = burst.record != nullptr;
   auto const port = recorder_->portDataIs(queue.intfId);
   Rule const rule = {queue.intfId, Vorn::portThresholds(config_, hwStatus_, queue.intfId),
                      config_->logInterval()};
@@ -53,7 +52,8 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
     recorder_->updateEntry(queue.intfId, record, Microseconds(0), queue.key);
   };
   record(burst, queue, update, *port, rule, append);
-  keepMetaData(queue, burst, update, update.begins || counts);
+  // A burst that was open when its queue was renamed has its first record under the new name now.
+  if (burst.record) keepMetaData(queue, burst, update, update.begins || !known);
 }
 
 void CongestionFeed::handleTotal(CongestionUpdate const& update) {
@@ -62,6 +62,7 @@ void CongestionFeed::handleTotal(CongestionUpdate const& update) {
   Rule const rule = {sum.intfId, Vorn::globalThresholds(config_, hwStatus_), config_->globalLogInterval()};
   auto const append = [&](LinuxEntry::Ptr const& record) { recorder_->doAddToGlobalLog(record); };
   record(latestOfAll_, sum, update, *log, rule, append);
+  if (!latestOfAll_.record) return;
   if (update.begins) log->counterInc(1);
   log->durationIs(latestOfAll_.record->duration());
   if (update.qLen <= log->maxBuffer()) return;
@@ -96,8 +97,8 @@ void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionU
     judge(burst, update.timestamp, log, rule);
     return;
   }
-  // What the log has lost is gone on with, unless this is all there is to say.
-  if (!first && (update.late || (update.ends && update.drops == 0))) return;
+  // A burst without a record goes on in a new one, unless nothing is left to say of it.
+  if (update.late || (update.ends && !update.begins && update.drops == 0)) return;
   if (first) {
     burst.offset = clock_->offset();
     burst.beginning = wallTime(update.timestamp, burst.offset);
@@ -112,7 +113,7 @@ void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionU
     // bursts are small when they begin.
     Level const level = rule.levelOf(*burst.record);
     if (level == Level::none) log.lastSyslogTimeIs(lastMessage);
-    if (level == Level::high) noteHigh(rule, update.timestamp);
+    if (level == Level::high) noteHigh(rule.intfId, update.timestamp);
     burst.judged = std::max(burst.judged, level);
   }
   judge(burst, update.timestamp, log, rule);
@@ -132,19 +133,20 @@ void CongestionFeed::judge(Burst& burst, U64 moment, Log& log, Rule const& rule)
     due = lastHigh == nullptr || isOver(*lastHigh, moment, rule.interval);
   }
   if (!due) return;
-  if (level == Level::high) noteHigh(rule, moment);
+  if (level == Level::high) noteHigh(rule.intfId, moment);
   log.lastSyslogTimeIs(now);
   burst.record->doSyslog(rule.intfId.shortName().charPtr(), rule.thresholds.low, rule.thresholds.high);
 }
 
-void CongestionFeed::noteHigh(Rule const& rule, U64 moment) {
+void CongestionFeed::noteHigh(Pylo::IntfId const& intfId, U64 moment) {
+  Seconds const longest = std::max(config_->logInterval(), config_->globalLogInterval());
   for (auto at = lastHigh_.iterator(); at;) {
-    if (isOver(*at, moment, rule.interval))
+    if (isOver(*at, moment, longest))
       lastHigh_.del(at);
     else
       ++at;
   }
-  lastHigh_.put(rule.intfId, moment);
+  lastHigh_.put(intfId, moment);
 }
 
 CongestionFeed::Level CongestionFeed::Rule::levelOf(LinuxEntry const& record) const {

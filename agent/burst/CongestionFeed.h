@@ -78,7 +78,7 @@ class CongestionFeed final : public CongestionSink {
               Rule const& rule, Append append);
   template <class Log>
   void judge(Burst& burst, Kes::U64 moment, Log& log, Rule const& rule);
-  void noteHigh(Rule const& rule, Kes::U64 moment);
+  void noteHigh(Pylo::IntfId const& intfId, Kes::U64 moment);
   void keepMetaData(QueueAddress const& queue, Burst const& burst, CongestionUpdate const& update,
                     bool counts);
 
@@ -88,8 +88,8 @@ class CongestionFeed final : public CongestionSink {
   AgentClock::PtrConst const clock_;
   Kes::HashMap<QueueId, Burst, QueueIdHash> latest_;
   Burst latestOfAll_;
-  // When, by the monotonic clock, a message of the high threshold was raised; at least of the last log
-  // interval.
+  // When, by the monotonic clock, a message of the high threshold was raised, back to a log interval ago. The
+  // global log has the empty identifier.
   Kes::HashMap<Pylo::IntfId, Kes::U64, Pylo::IntfIdHash> lastHigh_;
   InterfaceLogs interfaces_;
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first

@@ -11,8 +11,9 @@ using Kes::U64;
 
 namespace {
 
-// Packets that a reading can miss because it is not taken in one piece.
-constexpr U64 packetsUnderWay = 2;
+// Packets that a reading can miss: it is not taken in one piece, and what a driver hands back waits again,
+// but has been counted as sent.
+constexpr U64 packetsUnderWay = 16;
 
 U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
 
@@ -22,12 +23,6 @@ U64 less(U64 value, U64 subtracted) { return value - std::min(value, subtracted)
 
 SampledQueue::SampledQueue(QueueAddress address, QueueTraits const& traits, QueueReading const& first)
     : address_(std::move(address)), traits_(traits), last_(first) {}
-
-void SampledQueue::addressIs(QueueAddress address, CongestionSink& sink) {
-  sink.handleGone(address_);
-  address_ = std::move(address);
-  sink.handlePresent(address_);
-}
 
 QueueProgress SampledQueue::handleReading(QueueReading const& reading, U64 interval, CongestionSink& sink) {
   CongestionDetector::Limits const limits = {traits_.startThreshold, interval};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "Kes/Types.h"
 #include "agent/burst/CongestionDetector.h"
 #include "agent/burst/CongestionSink.h"
@@ -24,8 +26,8 @@ struct QueueTraits {
 //
 // The queue's bytes are conserved: what waited and was not sent still waits, or was dropped. What is missing
 // from that has vanished with its link or with the queue. It counts as lost, and as drops of so many full
-// packets where the kernel counted none. A reading is not taken in one piece, so a packet on its way can seem
-// to be missing: drops are told only when the next reading has not found it either.
+// packets where the kernel counted none. Some packets on their way can seem to be missing as well, so what
+// vanishes must be more than that, and drops are told only when the next reading has not found them either.
 //
 // Drops are counted modulo 2^32; a drop counter that goes backwards otherwise, or sent bytes that do, are
 // those of a queue that was made anew. Then the old queue has vanished, and the new one starts with this
@@ -41,9 +43,9 @@ class SampledQueue {
 
   // An interface that is given another MTU.
   void traitsIs(QueueTraits const& traits) { traits_ = traits; }
-  // A queue that is renamed: gone under its old address, present under the new one. A burst that is open goes
-  // on under the new one.
-  void addressIs(QueueAddress address, CongestionSink& sink);
+  // A queue that is renamed. A burst that is open goes on under the new address. The source tells the sink
+  // that the queue is gone under the old one and present under the new one.
+  void addressIs(QueueAddress address) { address_ = std::move(address); }
 
   // Tells the sink what the reading shows. Readings come in order of time. `interval` is the intended time
   // between them, in microseconds.

@@ -34,7 +34,7 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
   index_.clear();
   for (std::size_t i = 0; i < before.size(); ++i) index_.emplace_back(before[i].id, i);
   std::sort(index_.begin(), index_.end());
-  // Of each before: whether it goes on, is there but under another address, or has vanished.
+  // Of each before: whether it has vanished, is there but not to be watched as what it was, or goes on.
   enum class Fate : char { vanished, unwatched, stays };
   std::vector<Fate> fates(before.size(), Fate::vanished);
   std::vector<std::size_t> appeared;  // in queues_
@@ -46,9 +46,15 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
     if (interface == nullptr) continue;
     QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
                                 interface->frameBytes, found.dropsFromInside};
-    if (at != none && goesOn(before[at], found, interface->intfId)) {
+    if (at != none && before[at].share.has_value() == !found.children.empty()) {
       fates[at] = Fate::stays;
       Queue& queue = queues_.emplace_back(std::move(before[at]));
+      QueueAddress const& address = queue.sampled.address();
+      if (address.intfId != interface->intfId) {
+        sink.handleGone(address);
+        queue.sampled.addressIs({interface->intfId, address.key, address.handle});
+        appeared.push_back(queues_.size() - 1);
+      }
       if (queue.share) takeChildren(*queue.share, found, samples);
       queue.position = found.position;
       queue.sampled.traitsIs(traits);
@@ -77,10 +83,6 @@ QueueRoster::Queue QueueRoster::newQueue(QueueTree::Queue const& found, std::spa
   if (!found.children.empty()) share.emplace(found.position, found.children);
   QueueReading const first = share ? share->read(samples) : readingOf(sample);
   return {sample.id, found.position, SampledQueue(address, traits, first), std::move(share)};
-}
-
-bool QueueRoster::goesOn(Queue const& queue, QueueTree::Queue const& found, Pylo::IntfId const& intfId) {
-  return queue.sampled.address().intfId == intfId && queue.share.has_value() == !found.children.empty();
 }
 
 // Of the discipline itself, or of one that it hangs in: nothing is told of what a removal takes along.

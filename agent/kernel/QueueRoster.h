@@ -21,9 +21,10 @@ namespace Agent {
 // The queues that are watched, each with its detector, and what becomes of them from dump to dump. The sink
 // is told of queues that appear and go.
 //
-// A queue begins anew, as if another had gone and it had come, when it was missing from a whole dump, has got
-// another name, takes its first child or gives its last away, or when the kernel told that it was removed.
-// That it has been removed and made again is told by its counters as well: see SampledQueue.
+// A queue that is renamed goes on under its new name. One begins anew, as if another had gone and it had
+// come, when it was missing from a whole dump, takes its first child or gives its last away, or when the
+// kernel told that it was removed. That it has been removed and made again is told by its counters as well:
+// see SampledQueue.
 class QueueRoster {
  public:
   // A queue is congested above so many bytes, and never below two full frames.
@@ -73,7 +74,6 @@ class QueueRoster {
   std::size_t indexed(QdiscId const& id) const;
   static Queue newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
                         Pylo::IntfId const& intfId, QueueTraits const& traits);
-  static bool goesOn(Queue const& queue, QueueTree::Queue const& found, Pylo::IntfId const& intfId);
   bool wasRemoved(QueueTree const& tree, std::span<QdiscSample const> samples, std::size_t position) const;
   void takeChildren(InnerShare& share, QueueTree::Queue const& found,
                     std::span<QdiscSample const> samples) const;

@@ -44,10 +44,10 @@ class CommandServer {
 
   struct Limits {
     Places connections{1024, 320, 64};
-    Places reports{5, 2, 1};
+    Places reports{5, 3, 1};
     std::chrono::milliseconds silence{1'000};  // after which a silent client may lose its place
     std::chrono::milliseconds request{5'000};  // for the whole request line to arrive
-    std::chrono::milliseconds turn{30'000};    // for a report to start
+    std::chrono::milliseconds turn{50'000};    // for a report to start
     std::chrono::milliseconds verdict{5'000};  // for an answer of the agent itself to be taken
     ReportChild::Limits report{};
   };
