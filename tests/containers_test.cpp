@@ -164,7 +164,8 @@ TEST(Containers, RingQueue) {
   }
   Kes::RingQueue<NumberPtr> queue;
   EXPECT_EQ(queue.capacity(), 8U);
-  queue.enq(made(1));
+  queue.put(5, made(1));
+  EXPECT_EQ(valueOf(queue.at(5)), 1);
   EXPECT_NE(raised([&] { queue.put(1U << 25, made(2)); }), "");
   EXPECT_NE(raised([&] { queue.stateIs(0, (1U << 24) + 1); }), "");
   EXPECT_EQ(queue.count(), 1U);

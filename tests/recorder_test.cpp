@@ -288,6 +288,15 @@ TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
   }
 }
 
+TEST_F(Recorder, StatisticsOfEqualNumbersComeInNaturalOrder) {
+  for (char const* name : {"Et1/2/10", "Et1/2/3/4"})
+    recorder->portDataIs(Pylo::IntfId(name))
+        ->newPortMetaData(Vorn::portMetaDataFactory(1, Pylo::IntfId(name)))
+        ->counterIs(1);
+  std::string const report = written([&](std::FILE* out) { recorder->doDumpStatistics(out, "", ""); });
+  EXPECT_LT(report.find("Et1/2/3/4, 1, 1\nEt1/2/10, 1, 1\n"), report.size()) << report;
+}
+
 TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   Vorn::Entry::Ptr const none;
   EXPECT_EQ(raised([&] { recorder->doAddToLog(Pylo::IntfId("A1"), none); }), "null ValidPtr");
