@@ -134,7 +134,9 @@ TEST_F(ByName, Refusals_areShortPrintableAndCheap) {
     EXPECT_LT(answer.size(), 400U) << shown << '\n' << answer;
     EXPECT_EQ(printable(answer), answer);
     EXPECT_EQ(answer.find("did you mean"), std::string::npos) << answer;
+#ifndef VORN_SANITIZED  // which takes ten times as long
     EXPECT_LT(least, CLOCKS_PER_SEC / 500) << shown;
+#endif
   }
 }
 

@@ -102,7 +102,7 @@ class CommandServerTest : public testing::Test {
                                        .request = 500ms,
                                        .turn = 300ms,
                                        .verdict = 5s,
-                                       .report{5s, 50ms}};
+                                       .report{8s, 50ms}};
     std::optional<CommandServer> server;
     auto const own = [&](std::string const& request, uid_t) -> std::optional<CommandServer::Answer> {
       if (request.starts_with("set")) ++shared_->changes;

@@ -49,10 +49,11 @@ Character firstOf(std::span<char const> text) {
 }  // namespace
 
 void makePrintable(std::span<char> text) {
-  while (!text.empty()) {
-    auto const [bytes, shown] = firstOf(text);
-    if (!shown) std::fill_n(text.begin(), bytes, '?');
-    text = text.subspan(bytes);
+  auto const isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+  for (auto at = text.begin(); (at = std::find_if_not(at, text.end(), isPlain)) != text.end();) {
+    auto const [bytes, shown] = firstOf({at, text.end()});
+    if (!shown) std::fill_n(at, bytes, '?');
+    at += static_cast<std::ptrdiff_t>(bytes);
   }
 }
 
