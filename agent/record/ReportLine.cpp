@@ -104,6 +104,9 @@ void ReportLine::addMilliseconds(Column const& column, Vorn::Microseconds time) 
 
 void ReportLine::addField(std::string_view text) {
   separate(",");
+  // Most are, and one pass is all they need.
+  auto const isPlain = [](char c) { return c >= ' ' && c <= '~' && c != ',' && c != '"'; };
+  if (std::all_of(text.begin(), text.end(), isPlain)) return append(text);
   if (text.find_first_of(",\"") == std::string_view::npos) return appendName(text);
   std::string quoted = "\"";
   for (char const c : text) quoted.append(c == '"' ? 2 : 1, c);
