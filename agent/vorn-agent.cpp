@@ -27,6 +27,7 @@
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Signals.h"
 #include "agent/base/StandardStreams.h"
+#include "agent/burst/CongestionFeed.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -94,14 +95,16 @@ void serve(Agent::AgentOptions const& options) {
   auto const status = Agent::hardwareStatusOf(options);
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
-  Agent::QdiscSource source(recorder, config, status, clock,
+  Agent::CongestionFeed feed(recorder, config, status, clock);
+  Agent::QdiscSource source(feed, config, status,
                             {options.interval, options.startThresholdBytes, options.interfaces});
   std::optional<Agent::CommandServer> server;
   // What the agent is doing, a line each: asked for by the server's clients only.
-  auto const agentStatus = [&source, &clock, &server] {
+  auto const agentStatus = [&source, &feed, &clock, &server] {
     std::string const steps = clock->status();
-    return source.status() + '\n' + (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' +
-           server->status() + '\n' + Agent::failureStatus();
+    return source.status() + "; " + std::to_string(feed.bursts()) + " bursts seen\n" +
+           (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' + server->status() + '\n' +
+           Agent::failureStatus();
   };
   server.emplace(loop, options.socketPath, recorder, Agent::OwnRequests(recorder, agentStatus),
                  presentInterfaces, Agent::CommandServer::Limits{});

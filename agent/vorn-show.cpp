@@ -91,7 +91,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   app.require_subcommand(0, 1);
   app.fallthrough();  // options may stand before and after the report's name
   add("history", Report::history, "Congestion records, newest first (the default)");
-  add("stats", Report::statistics, "How often each interface was congested");
+  add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
   CLI::App* const raw = add("raw", Report::raw, "Send the words that follow to the agent as they are");

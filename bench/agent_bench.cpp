@@ -22,6 +22,7 @@
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/UnixSocket.h"
+#include "agent/burst/CongestionFeed.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -113,7 +114,8 @@ class FullRecorder {
   // Serves `path` and looks at the queues of this network namespace, as vorn-agent does.
   void serve(std::string const& path) {
     Agent::EventLoop loop;
-    Agent::QdiscSource source(recorder_, config_, status_, clock_, {});
+    Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
+    Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(recorder_, [&source] { return source.status(); });
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);

@@ -481,10 +481,9 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
   auto const config = Kes::makePtr<Vorn::Config>();
   auto const hardware = Kes::makePtr<Vorn::Hardware::Status>();
   hardware->vornEnabledByDefaultIs(true);
-  auto const clock = Kes::makePtr<AgentClock>();
-  auto const recorder = Kes::makePtr<Vorn::CongestionData>(hardware, clock, config, nullptr);
   EventLoop loop;
-  QdiscSource source(recorder, config, hardware, clock, {});
+  Notes notes;
+  QdiscSource source(notes, config, hardware, {});
   descriptorsAre(1);
   std::string refused;
   try {
@@ -527,7 +526,7 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
             "vorn-agent: this machine's queues can be read again\n");
   EXPECT_EQ(whileFailing.find("cannot read this machine's queues (Too many open files); looking"), 0U)
       << whileFailing;
-  EXPECT_NE(source.status().find(" failed (last: Too many open files);"), std::string::npos);
+  EXPECT_NE(source.status().find(" failed (last: Too many open files)"), std::string::npos);
 }
 
 }  // namespace

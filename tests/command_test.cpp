@@ -135,18 +135,6 @@ TEST_F(Command, GlobalRecordsUpToARecord) {
             recordLine("csv", "1001", "N/A", 8, 0));
 }
 
-TEST(CommandOptions, SplitKeepsInnerPieces) {
-  using Pieces = std::vector<std::string>;
-  auto const pieces = [](char const* text, char const* delimiter) {
-    Pieces result{"kept"};
-    Vorn::split(text, delimiter, result);
-    return result;
-  };
-  EXPECT_EQ(pieces(" a  b ", " "), (Pieces{"kept", "", "a", "", "b"}));
-  EXPECT_EQ(pieces("a--b---", "--"), (Pieces{"kept", "a", "b", "-"}));
-  EXPECT_EQ(pieces("ab", ""), (Pieces{"kept", "ab"}));
-}
-
 TEST(CommandOptions, TheFirstRowThatOccursDecides) {
   using Report = Vorn::CommandOptions::Report;
   auto const parsed = [](char const* command) { return Vorn::parseCommand(command); };

@@ -118,6 +118,9 @@ all_recorded() {
 }
 until_true all_recorded
 expect "no record without a burst" grep -qx 'bursts sent 6, recorded 6' "$scratch/match"
+show 0 status
+expect "the agent counts them" grep -qE '; 6 bursts seen$' "$scratch/out"
+show 0 --csv
 expect "only column names stand above the records" sh -c "head -n 1 '$scratch/out' | grep -q ^type,"
 
 show 0 --interface br-c0

@@ -1,7 +1,8 @@
 #include "agent/burst/CongestionDetector.h"
 
 #include <algorithm>
-#include <limits>
+
+#include "agent/base/Saturated.h"
 
 namespace Agent {
 
@@ -18,8 +19,6 @@ constexpr U64 lateIntervals = 2;
 
 // A queue that uses less than this part of its drain rate counts as idle.
 constexpr U64 idleShare = 8;
-
-U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
 
 bool isLate(QueueProgress const& progress, U64 interval) {
   return progress.elapsed > lateIntervals * interval;

@@ -18,7 +18,7 @@ class CongestionSink {
   virtual void handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) = 0;
   // The queue is no longer watched.
   virtual void handleGone(QueueAddress const& queue) = 0;
-  // An update of the sum over all queues.
+  // An update of the sum over all queues, which is one source's to tell.
   virtual void handleTotal(CongestionUpdate const& update) = 0;
 };
 

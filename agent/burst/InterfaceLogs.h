@@ -13,6 +13,7 @@ class InterfaceLogs {
  public:
   explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {}
 
+  // As the feed is told (CongestionSink).
   void handleQueuePresent(Pylo::IntfId const& intfId);
   void handleQueueGone(Pylo::IntfId const& intfId);
 

@@ -1,7 +1,8 @@
 #include "agent/burst/LatencyMeter.h"
 
 #include <algorithm>
-#include <limits>
+
+#include "agent/base/Saturated.h"
 
 namespace Agent {
 
@@ -29,7 +30,7 @@ void LatencyMeter::handleProgress(QueueProgress const& progress, DrainRate const
   bool const surelyBusy = progress.backlog != 0 && progress.sent <= progress.backlogBefore;
   if (!surelyBusy && rate.known()) needed = std::min(needed, rate.timeFor(ahead));
   U64 const latency = progress.stamp - progress.elapsed + needed - stamp_;
-  latency_ = static_cast<U32>(std::clamp<U64>(latency, 1, std::numeric_limits<U32>::max()));
+  latency_ = std::max(saturated(latency), 1U);
 }
 
 }  // namespace Agent

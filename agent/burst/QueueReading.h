@@ -12,4 +12,10 @@ struct QueueReading {
   Kes::U32 drops = 0;    // packets dropped since the queue was made, modulo 2^32
 };
 
+// Whether counters have gone backwards: the queue has been removed and made again under its name. Drops that
+// wrap go forwards, since no queue drops half of all numbers between two readings.
+inline bool startedAgain(QueueReading const& before, QueueReading const& now) {
+  return now.bytes < before.bytes || static_cast<Kes::S32>(now.drops - before.drops) < 0;
+}
+
 }  // namespace Agent

@@ -1,7 +1,8 @@
 #include "agent/burst/QueueSum.h"
 
 #include <algorithm>
-#include <limits>
+
+#include "agent/base/Saturated.h"
 
 namespace Agent {
 
@@ -9,7 +10,7 @@ namespace {
 
 using Kes::U32;
 
-void add(U32& sum, U32 value) { sum += std::min(value, std::numeric_limits<U32>::max() - sum); }
+void add(U32& sum, U32 value) { sum = saturated(Kes::U64{sum} + value); }
 
 }  // namespace
 

@@ -1,8 +1,9 @@
 #include "agent/burst/SampledQueue.h"
 
 #include <algorithm>
-#include <limits>
 #include <utility>
+
+#include "agent/base/Saturated.h"
 
 namespace Agent {
 
@@ -15,8 +16,6 @@ namespace {
 // but has been counted as sent.
 constexpr U64 packetsUnderWay = 16;
 
-U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
-
 U64 less(U64 value, U64 subtracted) { return value - std::min(value, subtracted); }
 
 }  // namespace
@@ -26,7 +25,7 @@ SampledQueue::SampledQueue(QueueAddress address, QueueTraits const& traits, Queu
 
 QueueProgress SampledQueue::handleReading(QueueReading const& reading, U64 interval, CongestionSink& sink) {
   CongestionDetector::Limits const limits = {traits_.startThreshold, interval};
-  if (startsAnew(reading)) return restart(reading, limits, sink);
+  if (startedAgain(last_, reading)) return restart(reading, limits, sink);
   QueueProgress const progress = progressTo(reading);
   last_ = reading;
   detect(progress, limits, sink);
@@ -37,12 +36,6 @@ void SampledQueue::detect(QueueProgress const& progress, CongestionDetector::Lim
                           CongestionSink& sink) {
   detector_.handleProgress(progress, limits,
                            [&](CongestionUpdate const& update) { sink.handleUpdate(address_, update); });
-}
-
-bool SampledQueue::startsAnew(QueueReading const& reading) const {
-  // No queue drops half of all numbers between two readings.
-  constexpr U32 backwards = 1U << 31;
-  return reading.bytes < last_.bytes || reading.drops - last_.drops >= backwards;
 }
 
 QueueProgress SampledQueue::restart(QueueReading const& reading, CongestionDetector::Limits const& limits,

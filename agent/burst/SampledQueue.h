@@ -61,7 +61,6 @@ class SampledQueue {
   void handleUnwatched(CongestionSink& sink);
 
  private:
-  bool startsAnew(QueueReading const& reading) const;
   QueueProgress restart(QueueReading const& reading, CongestionDetector::Limits const& limits,
                         CongestionSink& sink);
   void detect(QueueProgress const& progress, CongestionDetector::Limits const& limits, CongestionSink& sink);

@@ -34,10 +34,4 @@ inline QueueReading readingOf(QdiscSample const& sample) {
   return {sample.stamp, sample.bytes, sample.backlog, sample.drops};
 }
 
-// Whether counters have gone backwards: the queue has been removed and made again under its name. Drops that
-// wrap go forwards.
-inline bool startedAgain(QueueReading const& before, QueueReading const& now) {
-  return now.bytes < before.bytes || static_cast<Kes::S32>(now.drops - before.drops) < 0;
-}
-
 }  // namespace Agent

@@ -47,13 +47,12 @@ double microsecondsOf(clockid_t clock) {
 
 }  // namespace
 
-QdiscSource::QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
-                         Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::Ptr clock,
-                         QdiscSourceOptions options)
-    : config_(std::move(config)),
+QdiscSource::QdiscSource(CongestionSink& sink, Vorn::Config::PtrConst config,
+                         Vorn::Hardware::Status::PtrConst hwStatus, QdiscSourceOptions options)
+    : sink_(sink),
+      config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
       options_(std::move(options)),
-      feed_(std::move(recorder), config_, hwStatus_, std::move(clock)),
       interfaces_(options_.interfaces, [this](U32 ifindex) { return interfaceTable_.interface(ifindex); }),
       roster_(options_.startThresholdBytes),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
@@ -97,13 +96,13 @@ void QdiscSource::look() {
   if (learnable) learnable_ = now;
   if (interfacesChanged_ || !roster_.fits(samples_)) {
     if (learnable) {
-      roster_.learn(samples_, interfaces_, feed_);
+      roster_.learn(samples_, interfaces_, sink_);
       interfacesChanged_ = false;
     } else {
       roster_.locate(samples_);
     }
   }
-  roster_.handleSamples(samples_, timerInterval_, sum_, feed_);
+  roster_.handleSamples(samples_, timerInterval_, sum_, sink_);
 }
 
 // Whether there were any.
@@ -128,7 +127,7 @@ void QdiscSource::handleFailure() {
 }
 
 void QdiscSource::forgetAll() {
-  roster_.forgetAll(feed_);
+  roster_.forgetAll(sink_);
   sum_ = QueueSum();
   lastTick_ = 0;
   timerIs(idleInterval);
@@ -170,12 +169,11 @@ std::string QdiscSource::status() const {
   return failing +
          Kes::format(
              "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late) "
-             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s; %u bursts "
-             "seen",
+             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s",
              static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
              meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, roster_.size(),
              roster_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,
-             lastFailure, feed_.bursts())
+             lastFailure)
              .str();
 }
 

@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "Vorn/Config.h"
-#include "Vorn/CongestionData.h"
 #include "Vorn/HardwareStatus.h"
-#include "agent/base/AgentClock.h"
-#include "agent/burst/CongestionFeed.h"
+#include "agent/base/FileDescriptor.h"
+#include "agent/burst/CongestionSink.h"
 #include "agent/burst/QueueSum.h"
 #include "agent/burst/Source.h"
 #include "agent/kernel/ChangeWatch.h"
@@ -32,7 +31,7 @@ struct QdiscSourceOptions {
 };
 
 // Every egress queue of this network namespace as a source of records: a timer, one dump a tick, and the
-// roster of queues that reads it. It looks only while the recorder is enabled.
+// roster of queues that reads it. It looks only while `config` and `hwStatus` have the feature on.
 //
 // Queues come and go. A dump during which the kernel told of changes is torn: it may lack queues or show them
 // twice. The known ones are read from it, and what is new is learned from the next whole one; where none is
@@ -41,8 +40,9 @@ struct QdiscSourceOptions {
 // A dump that fails costs a look. The first of a row is noted in the journal, and so is the end of the row.
 class QdiscSource final : public Source {
  public:
-  QdiscSource(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
-              Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::Ptr clock, QdiscSourceOptions options);
+  // `sink` outlives the source.
+  QdiscSource(CongestionSink& sink, Vorn::Config::PtrConst config, Vorn::Hardware::Status::PtrConst hwStatus,
+              QdiscSourceOptions options);
   ~QdiscSource() override;
 
   void start(EventLoop& loop) override;
@@ -57,10 +57,10 @@ class QdiscSource final : public Source {
   void handleCost(double cost);
   void timerIs(Kes::U64 interval);
 
+  CongestionSink& sink_;
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   QdiscSourceOptions const options_;
-  CongestionFeed feed_;
   InterfaceTable interfaceTable_;
   WatchedInterfaces interfaces_;
   QueueRoster roster_;

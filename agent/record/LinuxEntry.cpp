@@ -1,23 +1,15 @@
 #include "agent/record/LinuxEntry.h"
 
-#include <algorithm>
-#include <limits>
-
+#include "agent/base/Saturated.h"
 #include "agent/record/ReportColumns.h"
 
 namespace Agent {
-
-namespace {
 
 using Kes::CharPtrConst;
 using Kes::S32;
 using Kes::U32;
 using Kes::U64;
 using Kes::VoidPtr;
-
-U32 saturated(U64 value) { return static_cast<U32>(std::min<U64>(value, std::numeric_limits<U32>::max())); }
-
-}  // namespace
 
 LinuxEntry::LinuxEntry(QueueKey queue, U32 handle, CongestionUpdate const& update)
     : Entry(update.qLen, Vorn::Microseconds(update.timestamp)),

@@ -112,7 +112,7 @@ std::string CommandServer::status() const {
 
 // A step in the life of a client, which if it throws has not forgotten the client: that is what it costs.
 template <class Step>
-void CommandServer::attempt(Member client, Step step) noexcept {
+void CommandServer::attempt(Client client, Step step) noexcept {
   try {
     step();
   } catch (std::exception const& error) {
@@ -133,7 +133,7 @@ void CommandServer::handleNewcomers() {
   }
   uid_t const user = userBehind(socket.get());
   if (!makeRoomFor(user)) return refuse(socket.get(), user);
-  Member const client =
+  Client const client =
       clients_.insert(clients_.end(), Connection{.socket = std::move(socket), .user = user});
   attempt(client, [this, client] {
     loop_.add(client->socket.get(), EPOLLIN,
@@ -187,7 +187,7 @@ void CommandServer::listenAgain(bool on) {
 
 // What has been sent is read even of one that has hung up. One that has only ended its sending (EPOLLRDHUP)
 // still reads.
-void CommandServer::handleClient(Member client, std::uint32_t events) {
+void CommandServer::handleClient(Client client, std::uint32_t events) {
   attempt(client, [&] {
     client->hungUp = (events & (EPOLLHUP | EPOLLERR)) != 0;
     if (client->state == State::requesting && (events & EPOLLIN) != 0) {
@@ -200,7 +200,7 @@ void CommandServer::handleClient(Member client, std::uint32_t events) {
   });
 }
 
-void CommandServer::readRequest(Member client) {
+void CommandServer::readRequest(Client client) {
   std::array<char, Protocol::maxRequestBytes + 2> buffer;
   ssize_t const got = ::recv(client->socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
   if (got < 0) {
@@ -218,7 +218,7 @@ void CommandServer::readRequest(Member client) {
   }
 }
 
-void CommandServer::takeRequest(Member client) {
+void CommandServer::takeRequest(Client client) {
   ++requests_;
   std::string& request = client->text;
   if (request.ends_with('\r')) request.pop_back();
@@ -238,8 +238,8 @@ void CommandServer::takeRequest(Member client) {
 
 // One a call, since a fork takes its time. Turns go to the user whose last one is longest ago.
 void CommandServer::startNextReport() {
-  Member next = clients_.end();
-  for (Member client = clients_.begin(); client != clients_.end(); ++client) {
+  Client next = clients_.end();
+  for (Client client = clients_.begin(); client != clients_.end(); ++client) {
     if (client->state != State::waiting || !isFree(limits_.reports, client->user, reporting_)) continue;
     if (next == clients_.end() || client->turn < next->turn) next = client;
   }
@@ -250,7 +250,7 @@ void CommandServer::startNextReport() {
   attempt(next, [&] { startReport(next); });
 }
 
-void CommandServer::startReport(Member client) {
+void CommandServer::startReport(Client client) {
   try {
     client->child = std::make_unique<ReportChild>(recorder_, client->socket.get(), client->text,
                                                   client->writer, interfaces_, limits_.report);
@@ -269,7 +269,7 @@ void CommandServer::startReport(Member client) {
   }
 }
 
-void CommandServer::handleReportEnd(Member client) {
+void CommandServer::handleReportEnd(Client client) {
   loop_.remove(client->child->fd());
   std::unique_ptr<ReportChild> const child = std::move(client->child);
   clients_.splice(clients_.end(), reporting_, client);
@@ -282,13 +282,13 @@ void CommandServer::handleReportEnd(Member client) {
   startNextReport();
 }
 
-void CommandServer::finish(Member client, std::string body, std::string_view failure) {
+void CommandServer::finish(Client client, std::string body, std::string_view failure) {
   client->text = answerFor(client->checked, std::move(body), failure);
   enter(client, State::answering, limits_.verdict);
   sendRest(client);
 }
 
-void CommandServer::sendRest(Member client) {
+void CommandServer::sendRest(Client client) {
   std::string& rest = client->text;
   if (!rest.empty()) {
     ssize_t const sent = ::send(client->socket.get(), rest.data(), rest.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -300,7 +300,7 @@ void CommandServer::sendRest(Member client) {
 }
 
 // Forgets the client; its connection remains without a socket until its child, if it has one, has ended.
-void CommandServer::drop(Member client) noexcept {
+void CommandServer::drop(Client client) noexcept {
   if (client->socket) loop_.remove(client->socket.get());
   client->socket.reset();
   if (client->child) {
@@ -312,7 +312,7 @@ void CommandServer::drop(Member client) noexcept {
   }
 }
 
-void CommandServer::enter(Member client, State state, milliseconds limit) {
+void CommandServer::enter(Client client, State state, milliseconds limit) {
   client->state = state;
   client->deadline = steady_clock::now() + limit;
   timerIs(true);
@@ -323,15 +323,15 @@ void CommandServer::handleTimer() {
   if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   listenAgain(true);
   Instant const now = steady_clock::now();
-  for (Member next = clients_.begin(); next != clients_.end();) {
-    Member const client = next++;
+  for (Client next = clients_.begin(); next != clients_.end();) {
+    Client const client = next++;
     if (client->deadline <= now) attempt(client, [&] { handleDeadline(client); });
   }
   startNextReport();
   if (clients_.empty()) timerIs(false);
 }
 
-void CommandServer::handleDeadline(Member client) {
+void CommandServer::handleDeadline(Client client) {
   if (client->state == State::answering) return drop(client);
   bool const isLate = client->state == State::requesting;
   if (isLate) client->checked = takeCheckedWord(client->text);

@@ -95,28 +95,28 @@ class CommandServer {
     std::unique_ptr<ReportChild> child{};
   };
   using Connections = std::list<Connection>;
-  using Member = Connections::iterator;
+  using Client = Connections::iterator;
 
   void handleNewcomers();
   bool makeRoomFor(uid_t user);
   bool dropSilent(std::optional<uid_t> user);
   void refuse(int socket, uid_t user);
   void listenAgain(bool on);
-  void handleClient(Member client, std::uint32_t events);
-  void readRequest(Member client);
-  void takeRequest(Member client);
+  void handleClient(Client client, std::uint32_t events);
+  void readRequest(Client client);
+  void takeRequest(Client client);
   void startNextReport();
-  void startReport(Member client);
-  void handleReportEnd(Member client);
-  void finish(Member client, std::string body, std::string_view failure);
-  void sendRest(Member client);
-  void drop(Member client) noexcept;
-  void enter(Member client, State state, std::chrono::milliseconds limit);
+  void startReport(Client client);
+  void handleReportEnd(Client client);
+  void finish(Client client, std::string body, std::string_view failure);
+  void sendRest(Client client);
+  void drop(Client client) noexcept;
+  void enter(Client client, State state, std::chrono::milliseconds limit);
   void handleTimer();
-  void handleDeadline(Member client);
+  void handleDeadline(Client client);
   void timerIs(bool on);
   template <class Step>
-  void attempt(Member client, Step step) noexcept;
+  void attempt(Client client, Step step) noexcept;
 
   EventLoop& outer_;
   EventLoop loop_;  // of the clients
