@@ -45,10 +45,6 @@ std::size_t registeredInTurn(Register const& run, std::string_view first, std::s
   }
 }
 
-Kes::Attribute attribute(std::string_view name) {
-  return {name, Kes::AttributeKind::constant, &Kes::ptrInterfaceType, nullptr, false, {}, nullptr};
-}
-
 // A function of the library that takes nothing, by the name that the compiler gives it (Itanium C++ ABI).
 template <class R>
 auto function(void* library, char const* mangled) {
@@ -87,18 +83,6 @@ TEST(StaticInitialisation, RegistersLaterWhereNobodyListened) {
   EXPECT_EQ(qLen.attribute()->identifier, 130U);
   EXPECT_EQ(registry.types().size(), 13U);
   EXPECT_EQ(registry.types().back()->name(), "Vorn::CongestionData");
-}
-
-TEST(StaticInitialisation, RegistersAllTypesOrNone) {
-  static Kes::Type const first({.name = "Test::First", .attributes = {attribute("a"), attribute("b")}});
-  static Kes::Type const second({.name = "Test::Second", .attributes = {attribute("c")}});
-  Kes::Type const* const types[] = {&first, &second};
-  auto const run = [&] { Kes::IntrospectionReactor::global()->namespaceIs("Test", types); };
-  EXPECT_GT(registeredInTurn(run, "Test::First", 2), 5U);  // two names, three handles, room
-  Kes::TypeRegistry& registry = Kes::TypeRegistry::instance();
-  for (Kes::Type const* const type : types)
-    for (Kes::Attribute const& each : type->attributes())
-      EXPECT_EQ(registry.typeNode(type->name()).attribute(each.name), &each);
 }
 
 }  // namespace

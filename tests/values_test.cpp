@@ -100,16 +100,6 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
   }
 }
 
-TEST(Values, MessagesAreNeverSilenced) {
-  for (Kes::LogHandle* const message :
-       {&Vorn::QUEUEMONITOR_LENGTH_OVER_THRESHOLD, &Vorn::QUEUEMONITOR_LENGTH_UNDER_THRESHOLD,
-        &Vorn::QUEUEMONITOR_LENGTH_UPDATE, &Vorn::QUEUEMONITOR_HW_RESOURCE_FULL,
-        &Vorn::QUEUEMONITOR_UNEXPSEQNUM}) {
-    for (int i = 0; i < 3; ++i) EXPECT_TRUE(message->okToLog(7)) << message->name();
-    EXPECT_EQ(message->rateLimitArgs(), 0U) << message->name();
-  }
-}
-
 TEST(Values, ShortNames) {
   // clang-format off
   std::pair<char const*, char const*> const names[] = {
