@@ -36,6 +36,7 @@ struct Derived final : Object {
 };
 
 TEST(Ptr, CountsEveryHolderOnce) {
+  EXPECT_EQ(Kes::makePtr<Object>()->fwkType(), "Kes::PtrInterface");
   int destroyed = 0;
   Kes::Ptr<Derived> first = Kes::makePtr<Derived>(&destroyed);
   EXPECT_EQ(first->ptrCount(), 1U);

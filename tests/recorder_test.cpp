@@ -68,6 +68,11 @@ TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
   EXPECT_DEATH(update("A1", 1, 1, 1, 7), "updateEntry.*: tailChunk");
   Vorn::Entry::Ptr const plain = Kes::makePtr<Vorn::Entry>(1U, us(1));
   EXPECT_DEATH(plain->dumpEntry(stderr, "", "", false), "Vorn: .*dumpEntry");
+  EXPECT_DEATH(plain->dumpDrops(stderr, "", ""), "Vorn: .*dumpDrops");
+  EXPECT_DEATH(plain->dumpTxLatency(stderr, "", ""), "Vorn: .*dumpTxLatency");
+  EXPECT_DEATH(plain->dumpGlobalBuffer(stderr, ""), "Vorn: .*dumpGlobalBuffer");
+  EXPECT_DEATH(plain->entryToGpbRecord(nullptr), "Vorn: .*entryToGpbRecord");
+  EXPECT_DEATH(plain->entryToGpbGlobalBufferRecord(nullptr), "Vorn: .*entryToGpbGlobalBufferRecord");
   // Leave no cycle of links behind.
   recorder->chunkArray(0)->doClear();
   recorder->portDataDelAll();
@@ -105,6 +110,10 @@ TEST_F(Recorder, InvariantsAreLookedAt) {
   broken(
       "A1: nextChunk is not the newer neighbour", [&] { first->nextChunkIs(nullptr); },
       [&] { first->nextChunkIs(shared); });
+  auto const indexIs = [&](Vorn::EntryIndexOrNull index) { port("A1")->entryIndexIs(3, index); };
+  broken(
+      "A1: an entry index points outside of the newest chunk", [&] { indexIs(Vorn::EntryIndexOrNull(499)); },
+      [&] { indexIs(Vorn::EntryIndexOrNull()); });
 }
 
 // What the model does not reach: differences that wrap, and positions that a host spoils.
@@ -307,6 +316,9 @@ TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(none); }), "null ValidPtr");
   EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 0U);
   EXPECT_EQ(port("A1"), nullptr);
+  EXPECT_TRUE(raised([&] {
+                recorder->portDataIs(Pylo::IntfId("B1"))->portMetaDataIs(nullptr);
+              }).starts_with("null _portMetaData"));
   recorder->doMergeAndDumpEntries(nullptr, "", "", "");
   EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(nullptr, "", "", true), -1);
   EXPECT_EQ(traced.size(), 2U);

@@ -106,11 +106,19 @@ struct World : ::Test::Bench {
     add(Vorn::Microseconds(), Vorn::EntryIndex(), Vorn::EntryIndexOrNull(), entry, chunks[3], global, data,
         dumper, log, clock, recorder);
     subjects.push_back(Kes::makePtr<Vorn::Clock::GenericIf_>(clock.get(), /*constant=*/false));
-    U32 number = 20;
-    for (GenericIf::Ptr const& subject : subjects)
-      for (Kes::Attribute const& a : subject->type().attributes())
-        if (a.operation(OpCode::set) != nullptr && a.type().isValue() && a.type().shortName() != "bool")
-          set(subject, string(a.name), toGeneric(Kes::valueToStrep(++number)));
+    auto const eachValue = [this](auto const& visit) {
+      U32 number = 20;
+      for (GenericIf::Ptr const& subject : subjects)
+        for (Kes::Attribute const& a : subject->type().attributes())
+          if (a.operation(OpCode::set) != nullptr && a.type().isValue() && a.type().shortName() != "bool")
+            visit(subject, string(a.name), std::to_string(++number));
+    };
+    eachValue([](auto const& subject, auto const& name, auto const& value) {
+      set(subject, name, toGeneric(Kes::String(value)));
+    });
+    eachValue([](auto const& subject, auto const& name, auto const& value) {
+      EXPECT_EQ(shown(get(subject, name)), value) << name;
+    });
     global->entryTobeMergedIs(Vorn::GlobalBufferChunk::noEntryTobeMerged);
     entry->timestampIs(::Test::us(2004));
   }

@@ -98,6 +98,10 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
     config->enabledIs(Enabled::disabled);
     EXPECT_FALSE(Vorn::isVornEnabled(config, status));
   }
+  status->defCpuHighThresholdIs(9);
+  status->defCpuLowThresholdIs(4);
+  Vorn::Thresholds const cpu = Vorn::portThresholds(config, status, Pylo::IntfId("Cpu0"));
+  EXPECT_TRUE(cpu.high == 9 && cpu.low == 4);
 }
 
 TEST(Values, ShortNames) {
