@@ -196,6 +196,8 @@ TEST_F(Feed, MessagesOfTheMergedRecordByTheLogInterval) {
   EXPECT_STREQ(level(0), "low");
   look(1003, 0, 90000);
   EXPECT_STREQ(level(1), "high") << "even though a low one was";
+  SampledQueue other({address.intfId, 7, 0}, fifo, {1000000, 0, 0, 0});
+  other.handleReading({1003000, 0, 90000, 0}, interval, feed);  // has begun before that
   look(1010, sent = 90000, 0);
   for (int n = 0; n < 100; ++n) burst(2000 + 30 * n, n % 2 == 0 ? 90000 : 60000);
   EXPECT_EQ(messages.size(), 2U) << "at most one an interval of each";
@@ -457,7 +459,6 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
   EXPECT_EQ(line,
             "2025-03-01 14:07:09.000042 eth?         1:10      25000 B    31000"
             " B     2.010 ms    2.000 ms      7\n");
-  EXPECT_EQ(line.size(), 101U);
   EXPECT_EQ(line.size(), title("").size());
   EXPECT_EQ(reportZone, "UTC, +02:00");
   EXPECT_TRUE(title("").starts_with("Time (UTC, +02:00)")) << title("");
@@ -470,7 +471,6 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
             "global,N/A,,,,9,0,0,0,,0\n");
   EXPECT_EQ(::Test::Bench::written([&](auto* f) { return dumper->dumpStartMetaData(start.get(), f, true); }),
             "start,\"a,\"\"b\",root,0,,0,,,,,\n");
-  EXPECT_EQ(std::count(csvColumns.begin(), csvColumns.end(), ','), 10);
   std::FILE* const full = std::fopen("/dev/full", "w");
   std::setbuf(full, nullptr);
   EXPECT_EQ(record->dumpDrops(full, "", "eth0"), -1);
