@@ -55,11 +55,15 @@ QueueProgress SampledQueue::restart(QueueReading const& reading, CongestionDetec
   progress.lost = true;
   U32 const lost = packetsOf(last_.backlog);
   if (finish(lost, sink)) progress.drops = lost;
+  progress.drops = saturated(U64{progress.drops} + reading.drops);
   detector_ = {};
   missing_ = 0;
   last_ = reading;
-  detect({.stamp = reading.stamp, .backlogBefore = reading.backlog, .backlog = reading.backlog}, limits,
-         sink);
+  detect({.stamp = reading.stamp,
+          .backlogBefore = reading.backlog,
+          .backlog = reading.backlog,
+          .drops = reading.drops},
+         limits, sink);
   return progress;
 }
 

@@ -31,7 +31,7 @@ struct QueueTraits {
 //
 // Drops are counted modulo 2^32; a drop counter that goes backwards otherwise, or sent bytes that do, are
 // those of a queue that was made anew. Then the old queue has vanished, and the new one starts with this
-// reading.
+// reading and what it has dropped so far.
 class SampledQueue {
  public:
   // Bursts are looked for from `first` on. The source tells the sink that the queue is present.

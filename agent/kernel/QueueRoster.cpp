@@ -110,8 +110,15 @@ void QueueRoster::locate(std::span<QdiscSample const> samples) {
   index_.clear();
   for (std::size_t i = 0; i < samples.size(); ++i) index_.emplace_back(samples[i].id, i);
   std::sort(index_.begin(), index_.end());
-  for (Queue& queue : queues_) queue.position = queue.share ? none : indexed(queue.id);
+  for (Queue& queue : queues_)
+    queue.position = queue.share || lacks(queue.id.ifindex) ? none : indexed(queue.id);
   displaced_ = true;
+}
+
+// Whether something of the interface was removed: what stands there now may be another under the same name.
+bool QueueRoster::lacks(U32 ifindex) const {
+  auto const found = removed_.lower_bound({ifindex, 0, 0, false});
+  return found != removed_.end() && found->ifindex == ifindex;
 }
 
 std::size_t QueueRoster::indexed(QdiscId const& id) const {
