@@ -75,9 +75,11 @@ QueueProgress SampledQueue::progressTo(QueueReading const& reading) {
   progress.backlog = reading.backlog;
   progress.sent = reading.bytes - last_.bytes;
   progress.drops = reading.drops - last_.drops;
-  U64 const fromInside = traits_.dropsFromInside ? U64{progress.drops} * traits_.packetBytes : 0;
+  U64 const fromInside = traits_.dropsFromInside ? U64{progress.drops} * traits_.largestPacketBytes : 0;
   progress.left = progress.sent + fromInside;
-  U64 const slack = packetsUnderWay * traits_.packetBytes;
+  // Where only the tail drops, drops leave nothing uncertain: the backlog must add up to the frame.
+  U64 const slack = std::max<U64>(packetsUnderWay * traits_.packetBytes,
+                                  traits_.dropsFromInside ? traits_.largestPacketBytes : 0);
   U64 const lost = less(missing_, progress.left);
   if (lost > slack) progress.lateDrops = packetsOf(lost);
   missing_ = less(last_.backlog, progress.left + reading.backlog);

@@ -15,8 +15,10 @@ namespace Agent {
 struct QueueTraits {
   // The queue is congested above so many bytes.
   Kes::U32 startThreshold = 0;
-  // The largest packet that can wait in it, in bytes.
+  // A full frame, in bytes: what vanishes is counted in these.
   Kes::U32 packetBytes = 0;
+  // The largest packet that can wait in it, in bytes: it may be cut into frames only behind the queue.
+  Kes::U32 largestPacketBytes = 0;
   // Whether its discipline also drops packets that it has taken in already, as fair queues do. Those that
   // drop at the tail alone (pfifo, bfifo, pfifo_fast) drop what never was part of the backlog.
   bool dropsFromInside = true;

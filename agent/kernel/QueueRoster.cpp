@@ -14,6 +14,10 @@ using Kes::U64;
 
 constexpr auto none = QueueTree::none;
 
+// What stands in a queue as one packet may be many frames that belong together and are cut only behind it. It
+// counts with the headers of all of them.
+constexpr U32 largestPacketBytes = 65'536 + 65'536 / 8;
+
 // What is removed and made again faster than that between two looks is told by its counters alone.
 constexpr std::size_t maxRemoved = 4096;
 
@@ -45,7 +49,8 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
     if (at != none) fates[at] = Fate::unwatched;
     if (interface == nullptr) continue;
     QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
-                                interface->frameBytes, found.dropsFromInside};
+                                interface->frameBytes, std::max(interface->frameBytes, largestPacketBytes),
+                                found.dropsFromInside};
     if (at != none && before[at].share.has_value() == !found.children.empty()) {
       fates[at] = Fate::stays;
       Queue& queue = queues_.emplace_back(std::move(before[at]));
