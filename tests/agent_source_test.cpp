@@ -337,7 +337,8 @@ class Notes : public CongestionSink {
   void handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) override {
     if (update.begins) add("*" + std::to_string(update.drops) + " ", queue);
   }
-  void handleTotal(CongestionUpdate const&) override {}
+  void handleTotal(CongestionUpdate const& update) override { total += update.drops, ends += update.ends; }
+  U32 total = 0, ends = 0;  // of the sum: drops and ends of bursts
   // What was written since the last time.
   std::string take() { return std::exchange(text_, ""); }
 
@@ -438,6 +439,11 @@ TEST_F(Roster, TornDumpsAreReadButNotLearnedFrom) {
   samples[3].backlog = 5000;
   samples[0].drops = 5003;
   EXPECT_EQ(look(), "*3 eth0 root") << "nobody was gone, nothing is lost";
+  samples = {whole[1]};
+  look(true);
+  EXPECT_EQ(std::pair(notes.total, notes.ends), std::pair(5003U, 0U)) << "1:20 may be as it was";
+  look();
+  EXPECT_EQ(std::pair(notes.total, notes.ends), std::pair(5003U + 4U, 1U)) << "gone";
 }
 
 TEST(QueueRoster, LearnsInTimeInProportion) {

@@ -92,9 +92,11 @@ U32 SampledQueue::packetsOf(U64 bytes) const {
   return saturated((bytes + packet - 1) / packet);
 }
 
-void SampledQueue::handleGone(CongestionSink& sink) {
-  finish(packetsOf(last_.backlog), sink);
+U32 SampledQueue::handleGone(CongestionSink& sink) {
+  U32 const lost = packetsOf(last_.backlog);
+  bool const told = finish(lost, sink);
   sink.handleGone(address_);
+  return told ? lost : 0;
 }
 
 void SampledQueue::handleUnwatched(CongestionSink& sink) {

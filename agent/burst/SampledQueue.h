@@ -57,8 +57,9 @@ class SampledQueue {
   // number, by which the caller tells one measurement from the next.
   LatencyMeter const& measured(Kes::U32 number, QueueProgress const& progress);
 
-  // The queue has vanished, and with it what waited there. Nothing is to be read of it any more.
-  void handleGone(CongestionSink& sink);
+  // The queue has vanished, and with it what waited there. Nothing is to be read of it any more. Returns how
+  // many packets have been told as lost.
+  Kes::U32 handleGone(CongestionSink& sink);
   // Nobody looks at the queue any more: what becomes of it is not known.
   void handleUnwatched(CongestionSink& sink);
 

@@ -70,7 +70,7 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
   }
   // Names may have changed hands, so all that are given up come first.
   for (std::size_t i = 0; i < before.size(); ++i) {
-    if (fates[i] == Fate::vanished) before[i].sampled.handleGone(sink);
+    if (fates[i] == Fate::vanished) lost_ += before[i].sampled.handleGone(sink);
     if (fates[i] == Fate::unwatched) before[i].sampled.handleUnwatched(sink);
   }
   for (std::size_t const i : appeared) sink.handlePresent(queues_[i].sampled.address());
@@ -139,12 +139,16 @@ void QueueRoster::handleRemoval(TrafficNotice const& notice) {
 void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interval, QueueSum& sum,
                                 CongestionSink& sink) {
   for (Queue& queue : queues_) {
-    if (queue.position == none) continue;
-    QueueReading const reading =
-        queue.share ? queue.share->read(samples) : readingOf(samples[queue.position]);
-    if (reading.stamp == queue.sampled.lastReading().stamp) continue;
-    sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
+    QueueReading const& last = queue.sampled.lastReading();
+    QueueReading const reading = queue.position == none ? last
+                                 : queue.share          ? queue.share->read(samples)
+                                                        : readingOf(samples[queue.position]);
+    if (reading.stamp == last.stamp)
+      sum.addUnread(queue.sampled);
+    else
+      sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
   }
+  sum.addLost(std::exchange(lost_, 0));
   sum.finishLook(interval, sink);
 }
 

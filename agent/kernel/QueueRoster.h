@@ -86,6 +86,7 @@ class QueueRoster {
   std::vector<std::pair<QdiscId, std::size_t>> index_;  // sorted; only of use while it is made
   bool displaced_ = false;                              // positions are those in a torn dump
   std::set<Removed> removed_;                           // since the queues were learned
+  Kes::U64 lost_ = 0;                                   // packets told of queues gone since the last look
 };
 
 }  // namespace Agent
