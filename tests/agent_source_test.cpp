@@ -118,7 +118,6 @@ TEST(Dump, SamplesOutOfWholeShortAndDamagedMessages) {
   EXPECT_EQ(parser.handlePart(part.bytes(), 77, samples), State::more);
   ASSERT_EQ(samples.size(), 3U);
   EXPECT_EQ(samples[0].id.ifindex, 3U);
-  EXPECT_EQ(samples[0].id.handle, 0x10000U);
   EXPECT_STREQ(samples[0].id.kind.data(), "htb");
   EXPECT_EQ(samples[0].stamp, 77U);
   EXPECT_EQ(samples[0].bytes, 5'000'000'000U);
@@ -197,7 +196,6 @@ TEST(Changes, OnlyWhatMakesAnInterfaceAnotherMatters) {
   EXPECT_FALSE(matters(link(RTM_DELLINK, 1, "eth0", 1500, AF_BRIDGE))) << "it has left its bridge";
   EXPECT_FALSE(matters(link(RTM_NEWLINK, 8, "eth8", 1500))) << "no queues";
   EXPECT_TRUE(matters(link(RTM_NEWLINK, 1, "eth0", 9000)));
-  EXPECT_EQ(lookups, 3);
   there.at(1).frameBytes = 9014;
   EXPECT_EQ(interfaces.watched(1)->frameBytes, 9014U);
   EXPECT_TRUE(matters(link(RTM_NEWLINK, 2, "eth2", 1500))) << "its name may be asked for now";
@@ -339,7 +337,8 @@ class Notes : public CongestionSink {
   void handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) override {
     if (update.begins) add("*" + std::to_string(update.drops) + " ", queue);
   }
-  void handleTotal(CongestionUpdate const&) override {}
+  void handleTotal(CongestionUpdate const& update) override { total += update.drops, ends += update.ends; }
+  U32 total = 0, ends = 0;  // of the sum: drops and ends of bursts
   // What was written since the last time.
   std::string take() { return std::exchange(text_, ""); }
 
@@ -413,12 +412,11 @@ TEST_F(Roster, QueuesThatAreMadeAgainBeginAnew) {
   samples[1].bytes = samples[3].bytes = 5000;
   look();
   samples[3].drops = 1;
-  EXPECT_EQ(look(), "") << "drops went backwards";
-  samples[3].drops = 5;
-  EXPECT_EQ(look(), "*4 eth1 root");
+  EXPECT_EQ(look(), "*1 eth1 root") << "drops went backwards";
   // Forwards, but the kernel told: of the class, then of the discipline that takes its classes along.
   samples[1].drops = 4000;
   roster.handleRemoval({1, 0x10000, 0x10010, true, true});
+  EXPECT_EQ(look(true), "") << "whose counters these are is not known";
   EXPECT_EQ(look(), "-eth0 1:10, +eth0 1:10");
   samples[2].drops = 4000;
   roster.handleRemoval({1, TC_H_ROOT, 0x10000, false, true});
@@ -441,6 +439,11 @@ TEST_F(Roster, TornDumpsAreReadButNotLearnedFrom) {
   samples[3].backlog = 5000;
   samples[0].drops = 5003;
   EXPECT_EQ(look(), "*3 eth0 root") << "nobody was gone, nothing is lost";
+  samples = {whole[1]};
+  look(true);
+  EXPECT_EQ(std::pair(notes.total, notes.ends), std::pair(5003U, 0U)) << "1:20 may be as it was";
+  look();
+  EXPECT_EQ(std::pair(notes.total, notes.ends), std::pair(5003U + 4U, 1U)) << "gone";
 }
 
 TEST(QueueRoster, LearnsInTimeInProportion) {

@@ -56,6 +56,13 @@ QueueProgress CongestionDetector::behind(QueueProgress const& quiet, QueueProgre
   return rest;
 }
 
+// Whether what vanished before the look before was part of a burst, be it one that has just ended. If not, it
+// is congestion of its own.
+bool CongestionDetector::burstIsNear(QueueProgress const& progress, Limits const& limits) const {
+  U64 const before = progress.stamp - progress.elapsed;
+  return open_ || (told_ && before <= *told_ + coalescedIntervals * limits.interval);
+}
+
 std::optional<CongestionUpdate> CongestionDetector::handleLate(QueueProgress const& progress) {
   bool const measuring = latency_.pending();
   latency_.handleProgress(progress, rate_);

@@ -38,6 +38,10 @@ class CongestionDetector {
       rest = behind(*quiet, progress);
       handleProgress(*quiet, limits, tell);
     }
+    if (rest.lateDrops != 0 && !burstIsNear(rest, limits)) {
+      rest.drops += rest.lateDrops;
+      rest.lateDrops = 0;
+    }
     if (auto const update = handleLate(rest)) tell(*update);
     if (auto const update = handleLook(rest, limits)) tell(*update);
   }
@@ -50,6 +54,7 @@ class CongestionDetector {
  private:
   std::optional<QueueProgress> missedQuiet(QueueProgress const& progress, Limits const& limits) const;
   static QueueProgress behind(QueueProgress const& quiet, QueueProgress const& progress);
+  bool burstIsNear(QueueProgress const& progress, Limits const& limits) const;
   std::optional<CongestionUpdate> handleLate(QueueProgress const& progress);
   std::optional<CongestionUpdate> handleLook(QueueProgress const& progress, Limits const& limits);
   CongestionUpdate present(Kes::U64 timestamp, Kes::U32 drops);

@@ -18,8 +18,9 @@ Microseconds wallTime(U64 monotonic, Kes::S64 offset) {
   return Microseconds(static_cast<U64>(std::max(static_cast<Kes::S64>(monotonic) + offset, Kes::S64{1})));
 }
 
+// A burst may have begun before what another queue has just noted.
 bool isOver(U64 since, U64 moment, Seconds interval) {
-  return static_cast<double>(moment - since) > interval * 1e6;
+  return moment > since && static_cast<double>(moment - since) > interval * 1e6;
 }
 
 }  // namespace

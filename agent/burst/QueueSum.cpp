@@ -10,7 +10,7 @@ namespace {
 
 using Kes::U32;
 
-void add(U32& sum, U32 value) { sum = saturated(Kes::U64{sum} + value); }
+void add(U32& sum, Kes::U64 value) { sum = saturated(sum + value); }
 
 }  // namespace
 
@@ -32,8 +32,24 @@ void QueueSum::add(SampledQueue& queue, QueueProgress const& progress) {
   longest_ = std::max(longest_, share.latency());
 }
 
+void QueueSum::addUnread(SampledQueue const& queue) {
+  U32 const backlog = queue.lastReading().backlog;
+  Agent::add(look_.backlogBefore, backlog);
+  Agent::add(look_.backlog, backlog);
+  startThreshold_ = std::max(startThreshold_, queue.traits().startThreshold);
+  waiting_ |= backlog != 0;
+}
+
 void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
-  if (look_.stamp == 0) return;
+  if (look_.stamp == 0) {
+    look_ = {};
+    startThreshold_ = 0;
+    waiting_ = false;
+    return;
+  }
+  Agent::add(look_.drops, lost_);
+  look_.lost |= lost_ != 0;
+  lost_ = 0;
   if (last_) {
     look_.elapsed = look_.stamp - last_->stamp;
     // What is not held any more by those that are here has gone with its queue.

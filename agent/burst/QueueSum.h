@@ -19,13 +19,18 @@ class QueueSum {
  public:
   // To be called for every queue that a look has read, with what its reading made known.
   void add(SampledQueue& queue, QueueProgress const& progress);
-  // The look is over: tells the sink what it shows. A look without queues is none.
+  // For one that it has not: what waited there at its last reading still does, for all that is known.
+  void addUnread(SampledQueue const& queue);
+  // Packets that are lost with queues that have gone.
+  void addLost(Kes::U64 packets) { lost_ += packets; }
+  // The look is over: tells the sink what it shows. A look that has read none is none.
   void finishLook(Kes::U64 interval, CongestionSink& sink);
 
  private:
   void tell(CongestionUpdate update, CongestionSink& sink);
 
   QueueProgress look_;
+  Kes::U64 lost_ = 0;
   Kes::U32 startThreshold_ = 0;
   std::optional<QueueProgress> last_;
   CongestionDetector detector_;

@@ -48,11 +48,15 @@ QueueProgress SampledQueue::restart(QueueReading const& reading, CongestionDetec
   progress.lost = true;
   U32 const lost = packetsOf(last_.backlog);
   if (finish(lost, sink)) progress.drops = lost;
+  progress.drops = saturated(U64{progress.drops} + reading.drops);
   detector_ = {};
   missing_ = 0;
   last_ = reading;
-  detect({.stamp = reading.stamp, .backlogBefore = reading.backlog, .backlog = reading.backlog}, limits,
-         sink);
+  detect({.stamp = reading.stamp,
+          .backlogBefore = reading.backlog,
+          .backlog = reading.backlog,
+          .drops = reading.drops},
+         limits, sink);
   return progress;
 }
 
@@ -64,9 +68,11 @@ QueueProgress SampledQueue::progressTo(QueueReading const& reading) {
   progress.backlog = reading.backlog;
   progress.sent = reading.bytes - last_.bytes;
   progress.drops = reading.drops - last_.drops;
-  U64 const fromInside = traits_.dropsFromInside ? U64{progress.drops} * traits_.packetBytes : 0;
+  U64 const fromInside = traits_.dropsFromInside ? U64{progress.drops} * traits_.largestPacketBytes : 0;
   progress.left = progress.sent + fromInside;
-  U64 const slack = packetsUnderWay * traits_.packetBytes;
+  // Where only the tail drops, drops leave nothing uncertain: the backlog must add up to the frame.
+  U64 const slack = std::max<U64>(packetsUnderWay * traits_.packetBytes,
+                                  traits_.dropsFromInside ? traits_.largestPacketBytes : 0);
   U64 const lost = less(missing_, progress.left);
   if (lost > slack) progress.lateDrops = packetsOf(lost);
   missing_ = less(last_.backlog, progress.left + reading.backlog);
@@ -79,9 +85,11 @@ U32 SampledQueue::packetsOf(U64 bytes) const {
   return saturated((bytes + packet - 1) / packet);
 }
 
-void SampledQueue::handleGone(CongestionSink& sink) {
-  finish(packetsOf(last_.backlog), sink);
+U32 SampledQueue::handleGone(CongestionSink& sink) {
+  U32 const lost = packetsOf(last_.backlog);
+  bool const told = finish(lost, sink);
   sink.handleGone(address_);
+  return told ? lost : 0;
 }
 
 void SampledQueue::handleUnwatched(CongestionSink& sink) {

@@ -15,8 +15,10 @@ namespace Agent {
 struct QueueTraits {
   // The queue is congested above so many bytes.
   Kes::U32 startThreshold = 0;
-  // The largest packet that can wait in it, in bytes.
+  // A full frame, in bytes: what vanishes is counted in these.
   Kes::U32 packetBytes = 0;
+  // The largest packet that can wait in it, in bytes: it may be cut into frames only behind the queue.
+  Kes::U32 largestPacketBytes = 0;
   // Whether its discipline also drops packets that it has taken in already, as fair queues do. Those that
   // drop at the tail alone (pfifo, bfifo, pfifo_fast) drop what never was part of the backlog.
   bool dropsFromInside = true;
@@ -31,7 +33,7 @@ struct QueueTraits {
 //
 // Drops are counted modulo 2^32; a drop counter that goes backwards otherwise, or sent bytes that do, are
 // those of a queue that was made anew. Then the old queue has vanished, and the new one starts with this
-// reading.
+// reading and what it has dropped so far.
 class SampledQueue {
  public:
   // Bursts are looked for from `first` on. The source tells the sink that the queue is present.
@@ -55,8 +57,9 @@ class SampledQueue {
   // number, by which the caller tells one measurement from the next.
   LatencyMeter const& measured(Kes::U32 number, QueueProgress const& progress);
 
-  // The queue has vanished, and with it what waited there. Nothing is to be read of it any more.
-  void handleGone(CongestionSink& sink);
+  // The queue has vanished, and with it what waited there. Nothing is to be read of it any more. Returns how
+  // many packets have been told as lost.
+  Kes::U32 handleGone(CongestionSink& sink);
   // Nobody looks at the queue any more: what becomes of it is not known.
   void handleUnwatched(CongestionSink& sink);
 

@@ -14,6 +14,10 @@ using Kes::U64;
 
 constexpr auto none = QueueTree::none;
 
+// What stands in a queue as one packet may be many frames that belong together and are cut only behind it. It
+// counts with the headers of all of them.
+constexpr U32 largestPacketBytes = 65'536 + 65'536 / 8;
+
 // What is removed and made again faster than that between two looks is told by its counters alone.
 constexpr std::size_t maxRemoved = 4096;
 
@@ -45,7 +49,8 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
     if (at != none) fates[at] = Fate::unwatched;
     if (interface == nullptr) continue;
     QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
-                                interface->frameBytes, found.dropsFromInside};
+                                interface->frameBytes, std::max(interface->frameBytes, largestPacketBytes),
+                                found.dropsFromInside};
     if (at != none && before[at].share.has_value() == !found.children.empty()) {
       fates[at] = Fate::stays;
       Queue& queue = queues_.emplace_back(std::move(before[at]));
@@ -65,7 +70,7 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
   }
   // Names may have changed hands, so all that are given up come first.
   for (std::size_t i = 0; i < before.size(); ++i) {
-    if (fates[i] == Fate::vanished) before[i].sampled.handleGone(sink);
+    if (fates[i] == Fate::vanished) lost_ += before[i].sampled.handleGone(sink);
     if (fates[i] == Fate::unwatched) before[i].sampled.handleUnwatched(sink);
   }
   for (std::size_t const i : appeared) sink.handlePresent(queues_[i].sampled.address());
@@ -110,8 +115,15 @@ void QueueRoster::locate(std::span<QdiscSample const> samples) {
   index_.clear();
   for (std::size_t i = 0; i < samples.size(); ++i) index_.emplace_back(samples[i].id, i);
   std::sort(index_.begin(), index_.end());
-  for (Queue& queue : queues_) queue.position = queue.share ? none : indexed(queue.id);
+  for (Queue& queue : queues_)
+    queue.position = queue.share || lacks(queue.id.ifindex) ? none : indexed(queue.id);
   displaced_ = true;
+}
+
+// Whether something of the interface was removed: what stands there now may be another under the same name.
+bool QueueRoster::lacks(U32 ifindex) const {
+  auto const found = removed_.lower_bound({ifindex, 0, 0, false});
+  return found != removed_.end() && found->ifindex == ifindex;
 }
 
 std::size_t QueueRoster::indexed(QdiscId const& id) const {
@@ -127,12 +139,16 @@ void QueueRoster::handleRemoval(TrafficNotice const& notice) {
 void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interval, QueueSum& sum,
                                 CongestionSink& sink) {
   for (Queue& queue : queues_) {
-    if (queue.position == none) continue;
-    QueueReading const reading =
-        queue.share ? queue.share->read(samples) : readingOf(samples[queue.position]);
-    if (reading.stamp == queue.sampled.lastReading().stamp) continue;
-    sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
+    QueueReading const& last = queue.sampled.lastReading();
+    QueueReading const reading = queue.position == none ? last
+                                 : queue.share          ? queue.share->read(samples)
+                                                        : readingOf(samples[queue.position]);
+    if (reading.stamp == last.stamp)
+      sum.addUnread(queue.sampled);
+    else
+      sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
   }
+  sum.addLost(std::exchange(lost_, 0));
   sum.finishLook(interval, sink);
 }
 

@@ -39,7 +39,8 @@ class QueueRoster {
 
   // Finds the known queues in a dump that is torn: what it shows of each is right, but what is missing may be
   // there, and what is new may have its parent or children missing. Queues that are not found have no reading
-  // this time, and shares of inner disciplines neither. Allocates nothing once grown.
+  // this time, nor have those of interfaces that have had a removal, and shares of inner disciplines.
+  // Allocates nothing once grown.
   void locate(std::span<QdiscSample const> samples);
 
   // The kernel tells of a discipline or class of a watched interface that it is gone.
@@ -72,6 +73,7 @@ class QueueRoster {
 
   // The position that `index_` has for a discipline, or none.
   std::size_t indexed(QdiscId const& id) const;
+  bool lacks(Kes::U32 ifindex) const;
   static Queue newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
                         Pylo::IntfId const& intfId, QueueTraits const& traits);
   bool wasRemoved(QueueTree const& tree, std::span<QdiscSample const> samples, std::size_t position) const;
@@ -84,6 +86,7 @@ class QueueRoster {
   std::vector<std::pair<QdiscId, std::size_t>> index_;  // sorted; only of use while it is made
   bool displaced_ = false;                              // positions are those in a torn dump
   std::set<Removed> removed_;                           // since the queues were learned
+  Kes::U64 lost_ = 0;                                   // packets told of queues gone since the last look
 };
 
 }  // namespace Agent
