@@ -267,7 +267,7 @@ TEST_F(CommandServerTest, Nobody_shutsOthersOut) {
 TEST_F(CommandServerTest, Failed_allocationsCostTheirClientAlone) {
   std::ptrdiff_t const idle = openFiles();
   auto const isIdle = [&] {
-    return rest(tellIt("status\n")).starts_with("clients: 1 connected, 0 wait for a report, 0 get one;") &&
+    return rest(tellIt("status\n")).starts_with("clients: 1 connected, 0 wait for a report, 0 get one\n") &&
            openFiles() == idle;
   };
   int failures = 0;

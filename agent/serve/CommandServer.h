@@ -73,7 +73,7 @@ class CommandServer {
   CommandServer(CommandServer const&) = delete;
   CommandServer& operator=(CommandServer const&) = delete;
 
-  // A line for the agent's status.
+  // Lines for the agent's status: clients now, and so far.
   std::string status() const;
 
  private:
