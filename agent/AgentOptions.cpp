@@ -34,14 +34,14 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->type_name("MS")
       ->capture_default_str();
   app.add_option("--start-threshold", options.startThresholdBytes,
-                 "A queue is congested above this many bytes (never less than two full frames)")
+                 "Above this many bytes a queue is congested (at least two full frames)")
       ->type_name("BYTES");
   app.add_option("--interface", options.interfaces,
                  "Watch only this interface; may be a shell pattern (repeatable)")
       ->allow_extra_args(false)
       ->type_name("NAME");
   app.add_option("--pool", options.poolChunks,
-                 "Chunks of 500 records shared by all interfaces (default: $SIM_NUM_SHARED_CHUNKS, or 200)")
+                 "Chunks of 500 records for all (default: $SIM_NUM_SHARED_CHUNKS or 200)")
       ->check(CLI::Range(std::uint32_t{1}, maxPoolChunks))
       ->type_name("CHUNKS");
 }
@@ -67,7 +67,7 @@ void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
         ->capture_default_str();
   };
   seconds("--log-interval", options.logInterval,
-          "At least so long between two threshold messages of an interface; 0 switches them off");
+          "Least time between threshold messages of an interface; 0: none at all");
   seconds("--global-log-interval", options.globalLogInterval, "The same for the global buffer");
 }
 

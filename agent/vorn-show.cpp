@@ -39,25 +39,24 @@ void addOptions(CLI::App& app, CommandLine& line) {
       ->allow_extra_args(false)
       ->type_name("LIST");
   app.add_option("-m,--match", options.patterns,
-                 "Only interfaces whose whole short name matches this regular expression (repeatable)")
+                 "Only interfaces whose whole short name matches it (repeatable)")
       ->allow_extra_args(false)
       ->type_name("PATTERN");
   app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
       ->type_name("SECONDS");
   app.add_option("-n,--count", options.count,
-                 "history: only the N newest records, with --all the global buffer's between them")
+                 "history: only the N newest, with --all the global buffer's between")
       ->type_name("N");
   app.add_flag("-d,--drops", options.drops, "history: packets dropped");
   app.add_flag("-l,--latency", options.latency, "history: transmit latency");
   app.add_flag("-a,--all", options.all,
-               "history: the global buffer's records as well; get: everything below the path");
-  app.add_flag("-c,--csv", options.csv,
-               "history, stats, global: comma-separated, with column names, for programs");
+               "history: the global buffer's as well; get: everything below the path");
+  app.add_flag("-c,--csv", options.csv, "history, stats, global: comma-separated, with column names");
   app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
   app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
-  app.add_option("--socket", line.socketPath,
-                 "The agent's socket (default: $XDG_RUNTIME_DIR/vorn.sock if an agent is there, else " +
-                     std::string(Agent::Protocol::systemSocketPath) + ")")
+  app.add_option(
+         "--socket", line.socketPath,
+         "Default: $XDG_RUNTIME_DIR/vorn.sock, else " + std::string(Agent::Protocol::systemSocketPath))
       ->type_name("PATH");
 }
 
@@ -70,8 +69,7 @@ void addByName(CLI::App& app, CommandLine& line) {
   };
   add("types", Report::types, "Every type by name", "");
   add("type", Report::type, "The attributes of a type", "NAME")->required();
-  add("get", Report::get, "A value, an object or a collection by name, such as portData[eth0].lastSyslogTime",
-      "PATH");
+  add("get", Report::get, "A value, object or collection by name: portData[eth0].lastSyslogTime", "PATH");
   CLI::App* const set = app.add_subcommand("set", "Set a value (root and the agent's own user)");
   set->add_option("PATH", line.path)->required()->type_name("");
   set->add_option("VALUE", line.options.words)->required()->type_name("");
@@ -103,15 +101,14 @@ void addReports(CLI::App& app, CommandLine& line) {
   addByName(app, line);
 }
 
-// A user's own agent goes before the system's; a socket that it has left behind does not.
+// A user's own agent goes before the system's; one that cannot be there does not.
 Agent::FileDescriptor connectToAgent(CommandLine const& line) {
   if (!line.socketPath.empty()) return Agent::connectTo(line.socketPath, patienceSeconds);
   std::string const own = Agent::Protocol::userSocketPath();
   try {
     if (!own.empty()) return Agent::connectTo(own, patienceSeconds);
   } catch (std::system_error const& error) {
-    if (error.code() != std::errc::connection_refused && error.code() != std::errc::no_such_file_or_directory)
-      throw;
+    if (error.code() == std::errc::resource_unavailable_try_again) throw;  // it is there, and too busy
   }
   return Agent::connectTo(Agent::Protocol::systemSocketPath, patienceSeconds);
 }

@@ -527,7 +527,7 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "vorn-agent: cannot read this machine's queues: Socket operation on non-socket\n"
             "vorn-agent: this machine's queues can be read again\n");
-  EXPECT_EQ(whileFailing.find("cannot read this machine's queues (Too many open files); looking"), 0U)
+  EXPECT_EQ(whileFailing.find("cannot read this machine's queues (Too many open files)\nlooking"), 0U)
       << whileFailing;
   EXPECT_NE(source.status().find(" failed (last: Too many open files)"), std::string::npos);
 }

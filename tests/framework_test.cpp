@@ -106,7 +106,8 @@ std::string systemLine;
 }  // namespace
 
 // Stands in for the system's.
-extern "C" [[gnu::visibility("default")]] void syslog(int priority, char const* format, ...) {
+extern "C" [[gnu::visibility("default"), gnu::format(printf, 2, 3)]] void syslog(int priority,
+                                                                                 char const* format, ...) {
   char text[100];
   va_list arguments;
   va_start(arguments, format);

@@ -64,9 +64,8 @@ std::string journalStatus() {
   SystemLog::Counts const& thresholds = systemLog->counts(SystemLog::threshold);
   SystemLog::Counts const& notes = systemLog->counts(SystemLog::other);
   return Kes::format(
-             "messages: %u of thresholds and %u others are in the system log, %u wait for it; %u of "
-             "thresholds "
-             "and %u others were lost, and %u lines of --trace",
+             "messages: %u of thresholds and %u others are in the system log, %u wait for it\n"
+             "messages lost: %u of thresholds, %u others, %u lines of --trace",
              thresholds.sent, notes.sent, systemLog->kept(), thresholds.lost, notes.lost, lostTraces)
       .str();
 }

@@ -16,7 +16,7 @@ void openJournal(bool copyToStandardError);
 // One message, at a priority of syslog(3).
 void note(int priority, std::string const& text);
 
-// A line for the agent's status: how much was delivered, and what was not.
+// For the agent's status: a line of how much was delivered, and one of what was not.
 std::string journalStatus();
 
 // While one of these lives, messages that the system log had no room for are offered again ten times a

@@ -164,12 +164,12 @@ void QdiscSource::timerIs(U64 interval) {
 std::string QdiscSource::status() const {
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return "switched off";
   std::string const reason = failedDumps_ == 0 ? "" : std::generic_category().message(dump_.error());
-  std::string const failing = failing_ ? std::string(cannotRead) + " (" + reason + "); " : "";
+  std::string const failing = failing_ ? std::string(cannotRead) + " (" + reason + ")\n" : "";
   std::string const lastFailure = failedDumps_ == 0 || failing_ ? "" : " (last: " + reason + ")";
   return failing +
          Kes::format(
-             "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late) "
-             "at %u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s",
+             "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late)\n"
+             "%u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s",
              static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
              meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, roster_.size(),
              roster_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,

@@ -103,8 +103,8 @@ CommandServer::~CommandServer() { outer_.remove(loop_.fd()); }
 std::string CommandServer::status() const {
   auto const isWaiting = [](Connection const& client) { return client.state == State::waiting; };
   return Kes::format(
-             "clients: %u connected, %u wait for a report, %u get one; %u requests and %u reports so far, "
-             "%u clients refused, %u silent ones dropped",
+             "clients: %u connected, %u wait for a report, %u get one\n"
+             "clients so far: %u requests, %u reports, %u refused, %u silent ones dropped",
              clients_.size() + reporting_.size(), std::count_if(clients_.begin(), clients_.end(), isWaiting),
              reporting_.size(), requests_, reports_, refused_, evicted_)
       .str();

@@ -64,8 +64,8 @@ class CommandServer {
   using OwnRequestHandler = std::function<std::optional<Answer>(std::string const& request, uid_t client)>;
 
   // Listens at `path` (UnixSocket.h says when that is refused) from now until destruction, which ends all
-  // children and closes all connections. `loop` outlives the server. A report for interfaces that are neither
-  // recorded nor among `interfaces`, which is called in its child, comes with a failure. Throws
+  // children and closes all connections. `loop` outlives the server. A report for interfaces of which one
+  // is neither recorded nor among `interfaces`, which is called in its child, comes with a failure. Throws
   // std::runtime_error.
   CommandServer(EventLoop& loop, std::string path, Vorn::CongestionData::Ptr recorder,
                 OwnRequestHandler ownRequests, InterfaceNames interfaces, Limits limits);
@@ -73,7 +73,7 @@ class CommandServer {
   CommandServer(CommandServer const&) = delete;
   CommandServer& operator=(CommandServer const&) = delete;
 
-  // A line for the agent's status.
+  // Lines for the agent's status: clients now, and so far.
   std::string status() const;
 
  private:

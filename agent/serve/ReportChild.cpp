@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <regex>
 
 #include "Kes/Format.h"
@@ -33,14 +34,16 @@ namespace Agent {
 namespace {
 
 // How the child tells its parent what happened: its exit status, since it has no other channel. A bad pattern
-// is `badPattern` plus the regular-expression library's error code.
+// is `badPattern` plus the regular-expression library's error code. A pattern that matches nothing is
+// `nothingMatches` plus its place in the request, or `farOff` if the place is too large to tell.
 enum ExitStatus : int {
   whole = 0,
   broken = 1,
   outOfMemory = 2,
   failedOtherwise = 3,
-  nothingMatches = 4,
-  badPattern = 64
+  badPattern = 64,
+  nothingMatches = 128,
+  farOff = 255
 };
 
 // The recorder says through its error traces alone that a report failed.
@@ -104,17 +107,18 @@ void writeStream(int socket, ReportWriter const& writer) {
   if (std::fclose(stream) != 0 || failed) reportFailed = true;
 }
 
-// Whether one of the patterns means an interface that the recorder has a log of, or that is there.
-bool matchSomething(std::vector<std::string> const& patterns, Vorn::CongestionData const& recorder,
-                    InterfaceNames const& interfaces) {
+// The first of the patterns that means no interface that the recorder has a log of, or that is there.
+std::optional<int> firstWithoutMatch(std::vector<std::string> const& patterns,
+                                     Vorn::CongestionData const& recorder, InterfaceNames const& interfaces) {
   std::vector<std::string> names;
   for (auto const& member : recorder.portDataMap()) names.push_back(member.value->intfId().shortName().str());
   for (std::string const& name : interfaces()) names.push_back(Pylo::IntfId(name).shortName().str());
-  return std::any_of(patterns.begin(), patterns.end(), [&names](std::string const& pattern) {
+  auto const first = std::find_if(patterns.begin(), patterns.end(), [&names](std::string const& pattern) {
     std::regex const expression = Vorn::compilePattern(pattern);
-    return std::any_of(names.begin(), names.end(),
-                       [&](std::string const& name) { return std::regex_match(name, expression); });
+    return std::none_of(names.begin(), names.end(),
+                        [&](std::string const& name) { return std::regex_match(name, expression); });
   });
+  return first == patterns.end() ? std::nullopt : std::optional(static_cast<int>(first - patterns.begin()));
 }
 
 struct Report {
@@ -126,7 +130,7 @@ struct Report {
   ReportChild::Limits limits;
 };
 
-ExitStatus write(Report const& report) {
+int write(Report const& report) {
   if (report.writer) {
     writeStream(report.socket, report.writer);
     return whole;
@@ -138,8 +142,8 @@ ExitStatus write(Report const& report) {
   });
   if (options.interfacePatterns.empty()) return whole;
   startTimer(ITIMER_PROF, report.limits.patterns);
-  bool const matched = matchSomething(options.interfacePatterns, report.recorder, report.interfaces);
-  return matched ? whole : nothingMatches;
+  auto const unmatched = firstWithoutMatch(options.interfacePatterns, report.recorder, report.interfaces);
+  return unmatched ? std::min<int>(nothingMatches + *unmatched, farOff) : whole;
 }
 
 [[noreturn]] void childMain(Report const& report) {
@@ -150,7 +154,7 @@ ExitStatus write(Report const& report) {
   startTimer(ITIMER_REAL, report.limits.time);
   Kes::traceSinkIs(&noteFailure);
   try {
-    ExitStatus const status = write(report);
+    int const status = write(report);
     ::_exit(reportFailed ? broken : status);
   } catch (std::regex_error const& error) {
     ::_exit(badPattern + static_cast<int>(error.code()));
@@ -167,11 +171,11 @@ ExitStatus write(Report const& report) {
 std::string exitFailure(int status, std::string const& command) {
   if (status == whole) return "";
   if (status == outOfMemory) return "no memory for the report";
-  if (status == nothingMatches) {
-    std::string patterns;
-    for (std::string const& pattern : Vorn::parseCommand(command).interfacePatterns)
-      patterns += (patterns.empty() ? "" : ", ") + pattern;
-    return "no interface matches " + printable(patterns, /*longest=*/200);
+  if (status == farOff) return "no interface matches one of the last patterns";
+  if (status >= nothingMatches) {
+    auto const patterns = Vorn::parseCommand(command).interfacePatterns;
+    return "no interface matches " +
+           printable(patterns.at(static_cast<std::size_t>(status - nothingMatches)), /*longest=*/200);
   }
   if (status >= badPattern)
     return std::string("bad interface pattern: ") +

@@ -38,7 +38,7 @@ class ReportChild {
   };
 
   // Starts the report for `command`: the writer's, or where that is null the recorder's, and `command` is a
-  // line of its vocabulary; if that names interfaces, one of the recorder's or of `interfaces` should match.
+  // line of its vocabulary; each interface that it names should be one of the recorder's or of `interfaces`.
   // `clientSocket` is a blocking connected stream socket; the caller keeps its own descriptor of it. Throws
   // std::system_error if no process can be had.
   ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,

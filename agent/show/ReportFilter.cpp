@@ -129,11 +129,13 @@ void ReportFilter::handleCountedLine(std::string_view line) {
 // A blank line, the report's date, the column names, then records, oldest first.
 void ReportFilter::handleCsvLine(std::string_view line) {
   constexpr unsigned columns = 2;
-  if (lines_ < columns && form_.lastSeconds && line.starts_with(reportDate))
+  if (lines_ < columns && form_.lastSeconds && line.starts_with(reportDate)) {
     since_ = timeBefore(line.substr(reportDate.size()), *form_.lastSeconds);
+    until_ = timeBefore(line.substr(reportDate.size()), 0);
+  }
   if (lines_ <= columns) {
     if (lines_++ == columns) output_(std::string(line) + '\n');
-  } else if (timeOf(line) >= since_) {
+  } else if (std::uint64_t const time = timeOf(line); since_ <= time && time <= until_) {
     hold(std::string(line) + '\n');
   }
 }

@@ -54,11 +54,12 @@ class ReportFilter {
   ReportForm const form_;
   std::vector<std::regex> patterns_;
   Output output_;
-  unsigned lines_ = 0;            // taken so far, up to the column names
-  std::uint64_t since_ = 0;       // microseconds: what is older is left out
-  std::deque<std::string> held_;  // the newest lines, while there is a limit to their number
-  std::uint32_t counted_ = 0;     // of them, or of those that went out, for the limit
-  std::string line_;              // begun, not ended
+  unsigned lines_ = 0;                // taken so far, up to the column names
+  std::uint64_t since_ = 0;           // microseconds: what is older is left out,
+  std::uint64_t until_ = UINT64_MAX;  // and what is younger than the report
+  std::deque<std::string> held_;      // the newest lines, while there is a limit to their number
+  std::uint32_t counted_ = 0;         // of them, or of those that went out, for the limit
+  std::string line_;                  // begun, not ended
 };
 
 }  // namespace Agent
