@@ -392,16 +392,6 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
   EXPECT_TRUE(lines.empty()) << lines.begin()->first;
 }
 
-TEST(Registry, Types_knowWhatTheyInherit) {
-  ::Test::Bench bench;
-  bench.clock->utcTimeIs(12.5);
-  GenericIf::Ptr const clock = get(toGeneric(bench.recorder), "clock");
-  EXPECT_EQ(clock->type().name(), "Vorn::TestClock");  // the object's own
-  EXPECT_EQ(shown(clock->attributeOp({130, OpCode::call})), "12.5");
-  EXPECT_EQ(clock->attributeId("hasNotificationActiveIs"), 2U);
-  EXPECT_EQ(call(clock, "kesDoZombieReactors", args("on=true")), nullptr);
-}
-
 // What an operation raises: "CLASS: TEXT [SUBJECT]", the class without its namespace and "Exception".
 string failure(std::function<void()> const& run) {
   try {
