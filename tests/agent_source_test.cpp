@@ -473,7 +473,7 @@ TEST(QueueRoster, LearnsInTimeInProportion) {
 // Sockets cannot be had while the descriptors are used up, and the one that the source has is no socket any
 // more.
 TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
-  // A sanitizer looks at the type of an object once, and needs descriptors for it.
+  // A sanitizer needs descriptors for the first look at the type of an object: it looks at this one here.
   std::string const reason = std::generic_category().message(EMFILE);
   static rlimit before;
   getrlimit(RLIMIT_NOFILE, &before);
@@ -492,9 +492,9 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
   try {
     source.start(loop);
   } catch (std::system_error const& error) {
+    descriptorsAre(before.rlim_cur);
     refused = error.what();
   }
-  descriptorsAre(before.rlim_cur);
   EXPECT_EQ(refused, "cannot read this machine's queues: " + reason);
 
   openJournal(true);

@@ -56,9 +56,6 @@ GenericIf::Ptr get(GenericIf::Ptr const& object, string const& name) {
 void set(GenericIf::Ptr const& object, string const& name, GenericIf::Ptr const& value) {
   perform(object, name, OpCode::set, {{"value", value}});
 }
-GenericIf::Ptr call(GenericIf::Ptr const& object, string const& name, GenericArgs const& args = {}) {
-  return perform(object, name, OpCode::call, args);
-}
 
 // Arguments as "NAME=TEXT" or, where `other` supplies the value, "NAME".
 GenericArgs args(string const& text,
