@@ -1,5 +1,7 @@
 #include "agent/burst/DrainRate.h"
 
+#include <algorithm>
+
 namespace Agent {
 
 void DrainRate::add(Kes::U64 bytes, Kes::U64 microseconds) {
@@ -13,8 +15,11 @@ void DrainRate::add(Kes::U64 bytes, Kes::U64 microseconds) {
 }
 
 Kes::U64 DrainRate::timeFor(Kes::U64 bytes) const {
-  return static_cast<Kes::U64>(static_cast<double>(bytes) * static_cast<double>(microseconds_) /
-                               static_cast<double>(bytes_));
+  // Counters may say anything: some thirty thousand years are long enough.
+  constexpr double longest = 1e18;
+  double const time =
+      static_cast<double>(bytes) * static_cast<double>(microseconds_) / static_cast<double>(bytes_);
+  return static_cast<Kes::U64>(std::min(time, longest));
 }
 
 }  // namespace Agent
