@@ -45,7 +45,8 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
   for (QueueTree::Queue const& found : tree.queues()) {
     QdiscSample const& sample = samples[found.position];
     Interface const* const interface = interfaces.watched(sample.id.ifindex);
-    std::size_t const at = wasRemoved(tree, samples, found.position) ? none : indexed(sample.id);
+    std::size_t const former = indexed(sample.id);
+    std::size_t const at = wasRemoved(tree, samples, found.position) ? none : former;
     if (at != none) fates[at] = Fate::unwatched;
     if (interface == nullptr) continue;
     QueueTraits const traits = {std::max(2 * interface->frameBytes, startThresholdBytes_),
@@ -66,6 +67,12 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
     } else {
       appeared.push_back(queues_.size());
       queues_.push_back(newQueue(found, samples, interface->intfId, traits));
+      // What a queue that has surely been made anew counts by now has happened since the last look.
+      if (at == none && former != none && found.children.empty()) {
+        QueueReading const& last = before[former].sampled.lastReading();
+        SampledQueue& made = queues_.back().sampled;
+        if (startedAgain(last, readingOf(sample))) made = {made.address(), traits, {.stamp = last.stamp}};
+      }
     }
   }
   // Names may have changed hands, so all that are given up come first.
