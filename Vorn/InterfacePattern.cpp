@@ -1,6 +1,7 @@
 #include "Vorn/InterfacePattern.h"
 
 #include <algorithm>
+#include <cctype>
 #include <string_view>
 #include <vector>
 
