@@ -17,8 +17,6 @@ using Kind = ReportForm::Kind;
 constexpr std::string_view globalCount = "Global Hit Count = ";
 constexpr std::string_view statisticsColumns = "interface,queue,queue_id,bursts\n";
 
-constexpr std::string_view globalType = "global,";
-constexpr std::string_view globalName = "N/A";
 constexpr std::string_view reportDate = "Report generated at ";
 
 // What stands so many seconds before a date in seconds, in microseconds.
@@ -47,12 +45,6 @@ std::vector<std::string_view> wordsOf(std::string_view line) {
     words.push_back(line.substr(0, end));
   }
   return words;
-}
-
-// A line of the global buffer among records in text: date, time, its name in the place of an interface's.
-bool isGlobalLine(std::string_view line) {
-  std::vector<std::string_view> const words = wordsOf(line);
-  return words.size() > 2 && words[2] == globalName;
 }
 
 // "NAME QUEUE COUNTER", in columns.
@@ -119,11 +111,8 @@ void ReportFilter::handleLine(std::string_view line) {
 // A blank line, the report's date, the titles, then records, newest first.
 void ReportFilter::handleCountedLine(std::string_view line) {
   constexpr unsigned titles = 3;
-  bool const isRecord = lines_ >= titles && !isGlobalLine(line);
-  if (lines_ < titles) ++lines_;
-  if (counted_ >= form_.count) return;
-  counted_ += isRecord;
-  output_(std::string(line) + '\n');
+  if (lines_ < titles + *form_.count) output_(std::string(line) + '\n');
+  ++lines_;
 }
 
 // A blank line, the report's date, the column names, then records, oldest first.
@@ -140,12 +129,10 @@ void ReportFilter::handleCsvLine(std::string_view line) {
   }
 }
 
-// The global buffer's lines do not count for the limit: they come between those that do.
 void ReportFilter::hold(std::string line) {
   if (!form_.count) return output_(line);
-  counted_ += !line.starts_with(globalType);
   held_.push_back(std::move(line));
-  for (; counted_ > *form_.count; held_.pop_front()) counted_ -= !held_.front().starts_with(globalType);
+  if (held_.size() > *form_.count) held_.pop_front();
 }
 
 void ReportFilter::handleStatisticsLine(std::string_view line) {

@@ -113,7 +113,7 @@ ShowCommand history(ShowOptions const& options) {
   append(command.request, interfaceToken(options));
   // The agent's comma-separated report knows no limits; they are kept when it arrives.
   if (options.csv) command.form = {ReportForm::Kind::csv, {}, options.lastSeconds, options.count};
-  // Behind the last record, its text report still has all older lines of the global buffer.
+  // To the agent's text report the global buffer's lines do not count.
   if (!options.csv && options.all && options.count)
     command.form = {ReportForm::Kind::counted, {}, {}, options.count};
   if (options.lastSeconds && !options.csv)
