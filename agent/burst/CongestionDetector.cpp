@@ -88,7 +88,9 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
     U64 const timestamp = !wasOpen ? startOf(progress, limits.interval)
                           : high   ? progress.stamp
                                    : endBefore(progress);
-    bool const begins = !wasOpen && (!told_ || timestamp > *told_ + coalescedIntervals * limits.interval);
+    // A look that comes late is no pause.
+    U64 const pause = std::max(coalescedIntervals * limits.interval, progress.elapsed);
+    bool const begins = !wasOpen && (!told_ || timestamp > *told_ + pause);
     if (begins) {
       peak_ = peakBound_ = 0;
       latency_ = {};

@@ -1,6 +1,7 @@
 #include "agent/kernel/QdiscSource.h"
 
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/timerfd.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -37,12 +38,21 @@ constexpr U64 idleInterval = 100'000;
 // How long torn dumps in a row are not learned from.
 constexpr U64 tornTime = 1'000'000;
 
+// Of an ordinary look: none, but for memory that grows.
+constexpr long maxPageFaults = 8;
+
 constexpr char const* cannotRead = "cannot read this machine's queues";
 
 double microsecondsOf(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+long pageFaults() {
+  rusage usage{};
+  getrusage(RUSAGE_THREAD, &usage);
+  return usage.ru_minflt;
 }
 
 }  // namespace
@@ -80,8 +90,13 @@ void QdiscSource::handleTimer() {
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return forgetAll();
   double const before = microsecondsOf(CLOCK_THREAD_CPUTIME_ID);
+  long const faultsBefore = pageFaults();
   look();
-  handleCost(microsecondsOf(CLOCK_THREAD_CPUTIME_ID) - before);
+  handleInterval();
+  // After a report's process has been forked the agent copies the pages that it writes. That is no cost of
+  // looking, and must not make the looks fewer.
+  if (pageFaults() - faultsBefore <= maxPageFaults)
+    handleCost(microsecondsOf(CLOCK_THREAD_CPUTIME_ID) - before);
 }
 
 void QdiscSource::look() {
@@ -133,7 +148,7 @@ void QdiscSource::forgetAll() {
   timerIs(idleInterval);
 }
 
-void QdiscSource::handleCost(double cost) {
+void QdiscSource::handleInterval() {
   // Not the agent's clock, which follows a wall clock that is set.
   auto const stamp = static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC));
   if (lastTick_ != 0) {
@@ -143,6 +158,9 @@ void QdiscSource::handleCost(double cost) {
     meanInterval_ += (interval - meanInterval_) * (meanInterval_ == 0 ? 1 : newShare);
   }
   lastTick_ = stamp;
+}
+
+void QdiscSource::handleCost(double cost) {
   meanCost_ += (cost - meanCost_) * newShare;
   auto const configured = static_cast<U64>(options_.interval.count());
   U64 const wanted = std::max(configured, static_cast<U64>(std::ceil(costShare * meanCost_)));

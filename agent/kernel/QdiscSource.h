@@ -54,6 +54,7 @@ class QdiscSource final : public Source {
   bool takeChanges();
   void handleFailure();
   void forgetAll();
+  void handleInterval();
   void handleCost(double cost);
   void timerIs(Kes::U64 interval);
 
