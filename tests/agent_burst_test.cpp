@@ -177,10 +177,11 @@ TEST_F(Feed, OneBurstIsOneRecordWhateverItCrosses) {
 }
 
 TEST_F(Feed, SteadyLossWithoutAQueueIsOneBurst) {
-  for (U32 n = 1; n <= 100; ++n) look(1000 + n, n * 10000, 0, n % 3 == 0 ? n : n - n % 3);
+  // Half way a look comes late.
+  for (U32 n = 1; n <= 100; ++n) look(1000 + n + (n > 50 ? 8 : 0), n * 10000, 0, n - n % 3);
   ASSERT_EQ(records().size(), 1U);
   EXPECT_EQ(records()[0]->drops(), 99U);
-  EXPECT_EQ(records()[0]->duration().value(), 96000U);
+  EXPECT_EQ(records()[0]->duration().value(), 104000U);
   EXPECT_EQ(recorder->portData(address.intfId)->portMetaData(address.key)->counter(), 1U);
   EXPECT_EQ(feed.bursts(), 1U);
 }
@@ -292,7 +293,7 @@ TEST_F(Feed, AQueueMadeAnewStartsAnew) {
   look(1010, 900, 0, 6);
   ASSERT_EQ(records().size(), 2U);
   EXPECT_EQ(records()[1]->drops(), 6U);
-  EXPECT_EQ(total().drops(), 2U);
+  EXPECT_EQ(total().drops(), 121U) << "all of it is one burst of the sum";
 }
 
 TEST_F(Feed, LatencyIsTheTimeThatThePeakTookToLeave) {

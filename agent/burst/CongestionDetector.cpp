@@ -56,11 +56,15 @@ QueueProgress CongestionDetector::behind(QueueProgress const& quiet, QueueProgre
   return rest;
 }
 
+// Whether congestion at that time is part of the burst last told of.
+bool CongestionDetector::follows(U64 timestamp, U64 interval) const {
+  return told_ && timestamp <= lasted_ + coalescedIntervals * interval;
+}
+
 // Whether what vanished before the look before was part of a burst, be it one that has just ended. If not, it
 // is congestion of its own.
 bool CongestionDetector::burstIsNear(QueueProgress const& progress, Limits const& limits) const {
-  U64 const before = progress.stamp - progress.elapsed;
-  return open_ || (told_ && before <= *told_ + coalescedIntervals * limits.interval);
+  return open_ || follows(progress.stamp - progress.elapsed, limits.interval);
 }
 
 std::optional<CongestionUpdate> CongestionDetector::handleLate(QueueProgress const& progress) {
@@ -88,22 +92,25 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
     U64 const timestamp = !wasOpen ? startOf(progress, limits.interval)
                           : high   ? progress.stamp
                                    : endBefore(progress);
-    // A look that comes late is no pause.
-    U64 const pause = std::max(coalescedIntervals * limits.interval, progress.elapsed);
-    bool const begins = !wasOpen && (!told_ || timestamp > *told_ + pause);
-    if (begins) {
+    // Drops between two quiet looks may have come at any time between them: that a look is late is no pause.
+    bool const unseen = !wasOpen && !high;
+    U64 const margin = limits.interval / 2;
+    U64 const since = unseen ? std::min(timestamp, progress.stamp - progress.elapsed + margin) : timestamp;
+    bool const goesOn = wasOpen || follows(since, limits.interval);
+    if (!goesOn) {
       peak_ = peakBound_ = 0;
       latency_ = {};
     }
     // Without a high look both neighbours bound the peak from below.
-    if (!wasOpen && !high && peakIs(progress.stamp - progress.elapsed, progress.backlogBefore))
+    if (unseen && peakIs(progress.stamp - progress.elapsed, progress.backlogBefore))
       latency_.handleProgress(progress, rate_);
     peakIs(progress.stamp, progress.backlog);
     peakBound_ = std::max({peakBound_, peak_, saturated(progress.backlog + progress.left)});
     open_ = high;
     // Where a burst goes on, what was told of it stays.
-    update = present(told_ && !begins ? std::max(timestamp, *told_) : timestamp, progress.drops);
-    update->begins = begins;
+    update = present(goesOn ? std::max(timestamp, *told_) : timestamp, progress.drops);
+    lasted_ = unseen ? std::max(update->timestamp + margin, progress.stamp) - margin : update->timestamp;
+    update->begins = !goesOn;
     update->ends = !high;
   }
   if (rate_.known()) idleBefore_ = rate_.timeFor(progress.sent) <= progress.elapsed / idleShare;

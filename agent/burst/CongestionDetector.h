@@ -54,6 +54,7 @@ class CongestionDetector {
  private:
   std::optional<QueueProgress> missedQuiet(QueueProgress const& progress, Limits const& limits) const;
   static QueueProgress behind(QueueProgress const& quiet, QueueProgress const& progress);
+  bool follows(Kes::U64 timestamp, Kes::U64 interval) const;
   bool burstIsNear(QueueProgress const& progress, Limits const& limits) const;
   std::optional<CongestionUpdate> handleLate(QueueProgress const& progress);
   std::optional<CongestionUpdate> handleLook(QueueProgress const& progress, Limits const& limits);
@@ -67,6 +68,7 @@ class CongestionDetector {
   bool open_ = false;
   bool idleBefore_ = false;       // little was sent before the last look, measured by the drain rate
   std::optional<Kes::U64> told_;  // the last update's timestamp
+  Kes::U64 lasted_ = 0;           // until when, at the latest, that congestion lasted
   Kes::U32 peak_ = 0;             // of the present burst, or of the last one
   Kes::U32 peakBound_ = 0;
 };
