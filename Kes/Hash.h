@@ -13,10 +13,8 @@ constexpr U64 hashBytes(std::string_view bytes) {
   return hash;
 }
 
-// Spreads the bits of a number over a whole word, so that any of them can choose a bucket.
-constexpr U64 hashNumber(U64 number) {
-  number *= 0x9e3779b97f4a7c15U;
-  return number ^ (number >> 32);
-}
+// Spreads the bits of a number over the upper half of a word. Whoever uses the lower one folds the upper into
+// it, as HashMap does.
+constexpr U64 hashNumber(U64 number) { return number * 0x9e3779b97f4a7c15U; }
 
 }  // namespace Kes

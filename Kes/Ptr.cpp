@@ -1,12 +1,17 @@
 #include "Kes/Ptr.h"
 
+#include "Kes/internal/SlabBypass.h"
+
 namespace Kes {
 
 namespace detail {
 constinit bool threadSafePtrs = false;
 }  // namespace detail
 
-void threadSafePtrsIs(bool on) { detail::threadSafePtrs = on; }
+void threadSafePtrsIs(bool on) {
+  if (on) slabBypass();
+  detail::threadSafePtrs = on;
+}
 
 std::string_view PtrInterface::fwkType() const { return "Kes::PtrInterface"; }
 

@@ -38,7 +38,7 @@ class KES_EXPORT PtrInterface {
   void hasNotificationActiveIs(bool /*on*/) const {}
   void kesDoZombieReactors(bool /*on*/) const {}
 
-  void ptrAcquire() const noexcept {
+  [[gnu::always_inline]] void ptrAcquire() const noexcept {
     if (threadSafePtrs()) [[unlikely]]
       std::atomic_ref(count_).fetch_add(1, std::memory_order_relaxed);
     else

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <utility>
@@ -12,6 +11,7 @@
 #include "Kes/Ptr.h"
 #include "Kes/Types.h"
 #include "Kes/internal/LockIfThreaded.h"
+#include "Kes/internal/SlabBypass.h"
 
 // From the system come arenas of some MiB, cut into slabs; a slab holds objects of one size; an object that
 // is freed goes to the list of its size, or back to its slab.
@@ -43,30 +43,34 @@ constexpr std::size_t sizeIndex(std::size_t size) { return (size + sizeStep - 1)
 constexpr std::size_t sizeCount = sizeIndex(maxSlabSize) + 1;
 
 // A stack of free objects of one size. It does not read or write them; the memory of those that will be taken
-// next is fetched ahead. Its limit is 0, so that it takes none, until the first allocation of the size.
+// next is fetched ahead. It has no room, so that it is empty and full at once, before the first allocation of
+// the size, and for good once objects may have come from the general allocator.
 struct FreeList {
   static constexpr U32 ahead = 4;
 
-  U32 count = 0;
-  U32 limit = 0;
-  // The first `ahead` are null, for fetching past the end.
-  std::array<void*, ahead + maxListed> objects{};
+  void** top = nullptr;  // behind the last object
+  void** bottom = nullptr;
+  void** limit = nullptr;
 
-  bool empty() const { return count == 0; }
-  bool full() const { return count == limit; }
+  bool empty() const { return top == bottom; }
+  bool full() const { return top >= limit; }
   void* take() {
-    --count;
-    __builtin_prefetch(objects[count], /*rw=*/1);
-    return objects[ahead + count];
+    --top;
+    __builtin_prefetch(*(top - ahead), /*rw=*/1);
+    return *top;
   }
-  void put(void* object) { objects[ahead + count++] = object; }
+  void put(void* object) { *top++ = object; }
 };
+
+// A list's places. The first are null, for fetching past the bottom.
+using FreePlaces = std::array<void*, FreeList::ahead + maxListed>;
 
 struct Slab;
 
 // The slabs of one size: those with room, from the first of which objects are taken, and the full ones.
 struct SizeClass {
   U32 size = 0;
+  U32 reciprocal = 0;  // of the size, in units of 2^-32, rounded up
   U32 perSlab = 0;
   U32 firstObject = 0;  // bytes from the slab's begin
   Slab* partial = nullptr;
@@ -99,6 +103,7 @@ void layOut(SizeClass& sizeClass, U32 size) {
   U32 objects = slabSize / size;
   while (firstObjectAfter(objects) + objects * size > slabSize) --objects;
   sizeClass.size = size;
+  sizeClass.reciprocal = static_cast<U32>((U64{1} << 32) / size + 1);
   sizeClass.perSlab = objects;
   sizeClass.firstObject = firstObjectAfter(objects);
 }
@@ -139,6 +144,7 @@ static_assert(Arena::largest / slabSize * sizeof(U32) <= slabSize, "the numbers 
 // of it, or several under the guard. Only the arenas are read without it: they do not change while there are
 // threads.
 constinit std::array<FreeList, sizeCount> freeLists{};
+constinit std::array<FreePlaces, sizeCount> freePlaces{};
 constinit std::array<SizeClass, sizeCount> classes{};
 constinit std::array<Arena, 64> arenas{};
 constinit U32 arenaCount = 0;
@@ -146,7 +152,7 @@ constinit U32 arenaCount = 0;
 constinit Slab* spare = nullptr;
 constinit U32 spares = 0;
 // Whether objects that are small enough for slabs may have come from the general allocator.
-constinit std::atomic<bool> mixed = false;
+constinit bool mixed = false;
 
 void link(Slab* slab, Slab*& list) {
   slab->previous = nullptr;
@@ -243,7 +249,9 @@ void returnToSlab(void* object) {
     unlink(slab, owner.full);
     link(slab, owner.partial);
   }
-  auto const index = static_cast<U32>(static_cast<std::byte*>(object) - slab->objects()) / owner.size;
+  // Exact for every object of a slab, and faster than a division.
+  auto const offset = static_cast<U64>(static_cast<std::byte*>(object) - slab->objects());
+  auto const index = static_cast<U32>(offset * owner.reciprocal >> 32);
   U32 const word = index / bitsPerWord;
   slab->freeBits()[word] |= U64{1} << index % bitsPerWord;
   slab->firstWord = std::min(slab->firstWord, word);
@@ -253,23 +261,26 @@ void returnToSlab(void* object) {
   dispose(slab);
 }
 
+void prepare(std::size_t index) {
+  FreeList& list = freeLists[index];
+  layOut(classes[index], static_cast<U32>(index * sizeStep));
+  list.top = list.bottom = freePlaces[index].data() + FreeList::ahead;
+  list.limit = mixed ? list.bottom : list.bottom + maxListed;
+}
+
 [[gnu::noinline, gnu::cold]] void* allocateSlow(std::size_t size) {
-  bool const small = !bypass && size <= maxSlabSize;
-  if (small && !threadSafePtrs()) {
+  if (!bypass && size <= maxSlabSize && !threadSafePtrs()) {
     std::size_t const index = sizeIndex(std::max<std::size_t>(size, 1));
     FreeList& list = freeLists[index];
-    if (classes[index].size == 0) {
-      layOut(classes[index], static_cast<U32>(index * sizeStep));
-      list.limit = maxListed;
-    }
+    if (classes[index].size == 0) prepare(index);
     if (list.empty()) refill(list, classes[index]);
     if (!list.empty()) return list.take();
+    slabBypass();
   }
-  if (small) mixed.store(true, std::memory_order_relaxed);
   return ::operator new(size);
 }
 
-[[gnu::noinline, gnu::cold]] void freeSlow(void* memory) noexcept {
+[[gnu::noinline, gnu::cold]] void freeOfAnyOrigin(void* memory) noexcept {
   if (memory == nullptr) return;
   if (arenaOf(memory) == nullptr) return ::operator delete(memory);
   LockIfThreaded const guard;
@@ -279,7 +290,7 @@ void returnToSlab(void* object) {
 }  // namespace
 
 void* slabAllocate(std::size_t size) {
-  if (size <= maxSlabSize && !threadSafePtrs()) [[likely]] {
+  if (size <= maxSlabSize) [[likely]] {
     FreeList& list = freeLists[sizeIndex(size)];
     if (!list.empty()) [[likely]]
       return list.take();
@@ -288,21 +299,27 @@ void* slabAllocate(std::size_t size) {
 }
 
 void slabFree(void* memory, std::size_t size) noexcept {
-  if (size <= maxSlabSize && memory != nullptr && !threadSafePtrs() && !mixed.load(std::memory_order_relaxed))
-      [[likely]] {
+  if (size <= maxSlabSize && memory != nullptr) [[likely]] {
     FreeList& list = freeLists[sizeIndex(size)];
     if (!list.full()) [[likely]]
       return list.put(memory);
+    if (!bypass && !mixed) return returnToSlab(memory);
   }
-  freeSlow(memory);
+  freeOfAnyOrigin(memory);
 }
 
-void slabFreeUnsized(void* memory) noexcept { freeSlow(memory); }
+void slabFreeUnsized(void* memory) noexcept { freeOfAnyOrigin(memory); }
 
 void slabTrim() noexcept {
   LockIfThreaded const guard;
   for (FreeList& list : freeLists)
     while (!list.empty()) returnToSlab(list.take());
+}
+
+void slabBypass() noexcept {
+  slabTrim();
+  mixed = true;
+  for (FreeList& list : freeLists) list.limit = list.bottom;
 }
 
 }  // namespace Kes

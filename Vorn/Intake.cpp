@@ -12,9 +12,10 @@ namespace {
 
 [[noreturn, gnu::cold]] void raiseNull() { throw Kes::RangeException("null ValidPtr"); }
 
-void expectValid(Entry::Ptr const& entry) {
+inline Entry const& valid(Entry::Ptr const& entry) {
   if (!entry) [[unlikely]]
     raiseNull();
+  return *entry;
 }
 
 // The record in the newest chunk that updates under a key may be merged into; null when there is none.
@@ -52,8 +53,10 @@ inline bool hasRoom(Chunk const* tailChunk) {
   return tailChunk != nullptr && tailChunk->entrys() != entriesPerChunk;
 }
 
+// The level first: it is off.
 inline void traceTail(Chunk const* tailChunk) {
-  if (tailChunk != nullptr) VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
+  if (defaultTraceHandle().enabled(8) && tailChunk != nullptr) [[unlikely]]
+    VORN_TRACE(8, "tailChunk->entrys() " << tailChunk->entrys());
 }
 
 // Has a record judged as the log's latest. The time stands in the log before the host's code runs, which may
@@ -155,10 +158,9 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
 
 Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& entry,
                                          Microseconds const& coalesceTime, Kes::U32 entryKey) {
-  expectValid(entry);
+  Entry const& record = valid(entry);
   PortData& port = portFor(intfId, "updateEntry");
   traceTail(port.chunkTail());
-  Entry const& record = *entry;
   Entry* const matched = latestUnderKey(port, entryKey);
   if (matched != nullptr && merge(*matched, record, coalesceTime)) return record.timestamp();
   VORN_TRACE(8, addOperation);
@@ -166,14 +168,14 @@ Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& 
 }
 
 Microseconds CongestionData::doAddToLog(Pylo::IntfId intfId, Entry::Ptr const& entry) {
-  expectValid(entry);
+  valid(entry);
   VORN_TRACE(8, addOperation);
   return append(intfId, portFor(intfId, "doAddToLog"), entry, /*entryKey=*/nullptr);
 }
 
 Microseconds CongestionData::doAddToGlobalLog(Entry::Ptr const& entry) {
   VORN_TRACE(8, "const Vorn::Microseconds Vorn::CongestionData::doAddToGlobalLog(const Ptr&)");
-  expectValid(entry);
+  valid(entry);
   Entry::Ptr const record = entry;
   GlobalBufferChunk::Ptr log = globalBufferChunk();
   if (!log) raiseNull();
