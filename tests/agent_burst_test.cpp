@@ -279,7 +279,8 @@ TEST_F(Feed, StepsOfTheWallClockMoveNothingInABurst) {
   std::string const report =
       ::Test::Bench::written([&](auto* f) { recorder->doMergeAndDumpEntries(f, "csv", "", ""); });
   EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 5) << report;
-  EXPECT_NE(clock->status().find("set 2 times, the last time by -7200.000 s, 60 s ago"), std::string::npos);
+  EXPECT_NE(clock->status().find("jumped 2 times, the last time by -7200.000 s, 60 s ago"),
+            std::string::npos);
 }
 
 TEST_F(Feed, AQueueMadeAnewStartsAnew) {
@@ -417,7 +418,7 @@ TEST(Clock, FollowsStepsAtOnceAndSmallOnesBackwardsSlowly) {
   EXPECT_EQ(after(0, -1001), 11'166'000U) << "at once";
   EXPECT_EQ(clock->offset(), 11'166'000 - 7'120'000);
   EXPECT_EQ(after(20000, 0), 31'166'000U);
-  EXPECT_EQ(clock->status(), "the wall clock was set 2 times, the last time by -1.001 s, 20 s ago");
+  EXPECT_EQ(clock->status(), "the wall clock jumped 2 times, the last time by -1.001 s, 20 s ago");
   readings = {};
   EXPECT_EQ(Kes::makePtr<AgentClock>([] { return readings; })->now().value(), 1U) << "never 0";
 }

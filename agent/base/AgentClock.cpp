@@ -62,7 +62,9 @@ void AgentClock::follow(Readings const& readings) const {
   lastStepAt_ = readings.monotonicNanoseconds;
   if (::getpid() != process_) return;
   note(LOG_NOTICE,
-       Kes::format("the wall clock was set by %+.3f s: records follow it from here on", inSeconds(step))
+       Kes::format("the wall clock jumped by %+.3f s (it was set, or the machine slept): records follow it "
+                   "from here on",
+                   inSeconds(step))
            .str());
 }
 
@@ -85,7 +87,7 @@ S64 AgentClock::offset() const {
 std::string AgentClock::status() const {
   now();
   if (steps_ == 0) return {};
-  return Kes::format("the wall clock was set %u %s, the last time by %+.3f s, %.0f s ago", steps_,
+  return Kes::format("the wall clock jumped %u %s, the last time by %+.3f s, %.0f s ago", steps_,
                      steps_ == 1 ? "time" : "times", inSeconds(lastStep_),
                      inSeconds(lastMonotonic_ - lastStepAt_))
       .str();

@@ -9,6 +9,7 @@
 
 #include "Kes/Format.h"
 #include "agent/base/Journal.h"
+#include "agent/base/Printable.h"
 
 namespace Agent {
 
@@ -17,6 +18,7 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::chrono::minutes quiet{1};
+constexpr std::size_t longestReason = 200;
 
 std::uint64_t failures = 0;
 std::string last;
@@ -28,7 +30,7 @@ void countFailure(std::exception const& error) noexcept {
   ++failures;
   try {
     bool const noMemory = dynamic_cast<std::bad_alloc const*>(&error) != nullptr;
-    last = noMemory ? "out of memory" : error.what();
+    last = noMemory ? "out of memory" : printable(error.what(), longestReason);
     auto const now = steady_clock::now();
     if (noted && now - *noted < quiet) return;
     noted = now;

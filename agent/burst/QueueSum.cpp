@@ -1,6 +1,7 @@
 #include "agent/burst/QueueSum.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "agent/base/Saturated.h"
 
@@ -16,51 +17,51 @@ void add(U32& sum, Kes::U64 value) { sum = saturated(sum + value); }
 
 void QueueSum::add(SampledQueue& queue, QueueProgress const& progress) {
   U32 const startThreshold = queue.traits().startThreshold;
-  look_.stamp = progress.stamp;
-  Agent::add(look_.backlogBefore, progress.backlogBefore);
-  Agent::add(look_.backlog, progress.backlog);
-  if (progress.backlogBefore > startThreshold || progress.backlog > startThreshold)
-    look_.sent += progress.sent;
-  look_.left += progress.left;
-  Agent::add(look_.drops, progress.drops);
-  Agent::add(look_.lateDrops, progress.lateDrops);
-  look_.lost |= progress.lost;
-  startThreshold_ = std::max(startThreshold_, startThreshold);
+  QueueProgress& sum = look_.progress;
+  look_.present = true;
+  look_.startThreshold = std::max(look_.startThreshold, startThreshold);
+  sum.stamp = progress.stamp;
+  Agent::add(sum.backlogBefore, progress.backlogBefore);
+  Agent::add(sum.backlog, progress.backlog);
+  if (progress.backlogBefore > startThreshold || progress.backlog > startThreshold) sum.sent += progress.sent;
+  sum.left += progress.left;
+  Agent::add(sum.drops, progress.drops);
+  Agent::add(sum.lateDrops, progress.lateDrops);
+  sum.lost |= progress.lost;
   if (!measuring_) return;
   LatencyMeter const& share = queue.measured(measurement_, progress);
-  waiting_ |= share.pending();
+  look_.waiting |= share.pending();
   longest_ = std::max(longest_, share.latency());
 }
 
 void QueueSum::addUnread(SampledQueue const& queue) {
   U32 const backlog = queue.lastReading().backlog;
-  Agent::add(look_.backlogBefore, backlog);
-  Agent::add(look_.backlog, backlog);
-  startThreshold_ = std::max(startThreshold_, queue.traits().startThreshold);
-  waiting_ |= backlog != 0;
+  look_.present = true;
+  look_.startThreshold = std::max(look_.startThreshold, queue.traits().startThreshold);
+  Agent::add(look_.progress.backlogBefore, backlog);
+  Agent::add(look_.progress.backlog, backlog);
+  look_.waiting |= backlog != 0;
 }
 
 void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
-  if (look_.stamp == 0) {
-    look_ = {};
-    startThreshold_ = 0;
-    waiting_ = false;
-    return;
-  }
-  Agent::add(look_.drops, lost_);
-  look_.lost |= lost_ != 0;
+  Look look = std::exchange(look_, {});
+  QueueProgress& sum = look.progress;
+  if (!look.present) return finish(sink);
+  if (sum.stamp == 0) return;
+  Agent::add(sum.drops, lost_);
+  sum.lost |= lost_ != 0;
   lost_ = 0;
   if (last_) {
-    look_.elapsed = look_.stamp - last_->stamp;
+    sum.elapsed = sum.stamp - last_->stamp;
     // What is not held any more by those that are here has gone with its queue.
-    look_.lost |=
-        last_->backlog > look_.backlogBefore && last_->backlog - look_.backlogBefore > startThreshold_;
-    look_.backlogBefore = last_->backlog;
+    sum.lost |=
+        last_->backlog > sum.backlogBefore && last_->backlog - sum.backlogBefore > look.startThreshold;
+    sum.backlogBefore = last_->backlog;
   }
-  bool const measured = measuring_ && !waiting_;
+  bool const measured = measuring_ && !look.waiting;
   if (measured) measuring_ = false;
   bool told = false;
-  detector_.handleProgress(look_, {startThreshold_, interval}, [&](CongestionUpdate const& update) {
+  detector_.handleProgress(sum, {look.startThreshold, interval}, [&](CongestionUpdate const& update) {
     // The detector measures what all queues sent together.
     if (update.late && update.drops == 0) return;
     tell(update, sink);
@@ -73,10 +74,16 @@ void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
     late.drops = 0;
     tell(late, sink);
   }
-  last_ = look_;
-  look_ = {};
-  startThreshold_ = 0;
-  waiting_ = false;
+  last_ = sum;
+}
+
+// No queue is left: whatever was congested is over.
+void QueueSum::finish(CongestionSink& sink) {
+  U32 const lost = saturated(std::exchange(lost_, 0));
+  if (auto const update = detector_.handleVanished(lost)) tell(*update, sink);
+  detector_ = {};
+  last_.reset();
+  measuring_ = false;
 }
 
 void QueueSum::tell(CongestionUpdate update, CongestionSink& sink) {

@@ -23,22 +23,30 @@ class QueueSum {
   void addUnread(SampledQueue const& queue);
   // Packets that are lost with queues that have gone.
   void addLost(Kes::U64 packets) { lost_ += packets; }
-  // The look is over: tells the sink what it shows. A look that has read none is none.
+  // The look is over: tells the sink what it shows. A look that has read none is none, but where there are no
+  // queues at all a congestion of the sum has ended.
   void finishLook(Kes::U64 interval, CongestionSink& sink);
 
  private:
+  // What the look under way has shown so far.
+  struct Look {
+    QueueProgress progress;
+    Kes::U32 startThreshold = 0;
+    bool present = false;  // there are queues, read or not
+    bool waiting = false;  // one of them still holds some of what is measured
+  };
+
+  void finish(CongestionSink& sink);
   void tell(CongestionUpdate update, CongestionSink& sink);
 
-  QueueProgress look_;
+  Look look_;
   Kes::U64 lost_ = 0;
-  Kes::U32 startThreshold_ = 0;
   std::optional<QueueProgress> last_;
   CongestionDetector detector_;
 
   CongestionUpdate told_;     // the last update
   bool measuring_ = false;    // what was held at the peak of the burst
   Kes::U32 measurement_ = 0;  // its number
-  bool waiting_ = false;      // a queue still holds some of it
   Kes::U32 longest_ = 0;      // microseconds, of those that have let go
 };
 

@@ -34,7 +34,12 @@ bool QueueRoster::fits(std::span<QdiscSample const> samples) const {
 void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces& interfaces,
                         CongestionSink& sink) {
   QueueTree const tree(samples);
-  std::vector<Queue> before = std::exchange(queues_, {});
+  // Most of what memory can be short for is asked for before anything is touched.
+  std::vector<Queue> room;
+  room.reserve(tree.queues().size());
+  index_.reserve(std::max(queues_.size(), samples.size()));
+  known_.reserve(samples.size());
+  std::vector<Queue> before = std::exchange(queues_, std::move(room));
   index_.clear();
   for (std::size_t i = 0; i < before.size(); ++i) index_.emplace_back(before[i].id, i);
   std::sort(index_.begin(), index_.end());

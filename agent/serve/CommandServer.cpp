@@ -52,6 +52,8 @@ uid_t userBehind(int socket) {
 // Who may always ask, and owns what is recorded.
 bool isTrusted(uid_t user) { return user == 0 || user == ::geteuid(); }
 
+bool anybody(uid_t) { return true; }
+
 template <class... Holders>
 std::size_t placesOf(uid_t user, Holders const&... holders) {
   auto const isOwn = [user](auto const& holder) { return holder.user == user; };
@@ -124,11 +126,11 @@ void CommandServer::attempt(Client client, Step step) noexcept {
 void CommandServer::handleNewcomers() {
   // Newcomers stay in the backlog until a client has left, or a moment has passed.
   bool const isFull = clients_.size() + reporting_.size() >= limits_.connections.all;
-  if (isFull && !dropSilent(std::nullopt)) return listenAgain(false);
+  if (isFull && !dropSilent(anybody)) return listenAgain(false);
   FileDescriptor socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket) {
     bool const exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-    if (exhausted && !dropSilent(std::nullopt)) listenAgain(false);
+    if (exhausted && !dropSilent(anybody)) listenAgain(false);
     return;
   }
   uid_t const user = userBehind(socket.get());
@@ -145,16 +147,18 @@ void CommandServer::handleNewcomers() {
 bool CommandServer::makeRoomFor(uid_t user) {
   if (isFree(limits_.connections, user, clients_, reporting_)) return true;
   bool const ownLimit = placesOf(user, clients_, reporting_) >= limits_.connections.each;
-  return dropSilent(ownLimit ? std::optional(user) : std::nullopt);
+  return dropSilent(
+      [&](uid_t other) { return ownLimit ? other == user : isTrusted(user) || !isTrusted(other); });
 }
 
-// Ends the connection of a client, of `user`'s or of anybody's, that has had time to ask and has not. One
+// Ends the connection of a client, of a user who may lose one, that has had time to ask and has not. One
 // whose line has come and was not read yet is no silent one.
-bool CommandServer::dropSilent(std::optional<uid_t> user) {
+template <class MayLose>
+bool CommandServer::dropSilent(MayLose mayLose) {
   Instant const latest = steady_clock::now() + limits_.request - limits_.silence;
   auto const isSilent = [&](Connection const& client) {
     return client.state == State::requesting && client.deadline <= latest && client.text.empty() &&
-           (!user || client.user == *user) && !hasSentSomething(client.socket.get());
+           mayLose(client.user) && !hasSentSomething(client.socket.get());
   };
   auto const silent = std::find_if(clients_.begin(), clients_.end(), isSilent);
   if (silent == clients_.end()) return false;

@@ -27,8 +27,8 @@ namespace Agent {
 //  - Connections and reports are limited, in all and for each user, and some of both are kept for root and
 //    the user that the agent runs as, whom only the limits of all bind.
 //  - A newcomer beyond a limit takes the place of a client that has been silent for a while and has sent
-//    nothing. If there is none it is refused in plain words, or waits in the socket's backlog where nobody at
-//    all may come in.
+//    nothing; none of theirs, unless it is one of theirs. If there is none it is refused in plain words, or
+//    waits in the socket's backlog where nobody at all may come in.
 //  - Requests for reports that find no room wait: users take turns, the requests of one in order of arrival.
 //    They are refused when their turn has not come within the waiting limit.
 // A client that goes away is forgotten at once and its child ended; a change that it has asked for by then is
@@ -99,7 +99,8 @@ class CommandServer {
 
   void handleNewcomers();
   bool makeRoomFor(uid_t user);
-  bool dropSilent(std::optional<uid_t> user);
+  template <class MayLose>
+  bool dropSilent(MayLose mayLose);
   void refuse(int socket, uid_t user);
   void listenAgain(bool on);
   void handleClient(Client client, std::uint32_t events);
