@@ -30,58 +30,7 @@ using Kes::U64;
 
 constexpr U32 frame = 1514;
 constexpr U64 interval = 1000;
-constexpr double rate = 12.5;  // bytes a microsecond: 100 Mbit/s
 constexpr QueueTraits fifo = {.startThreshold = 2 * frame, .packetBytes = frame, .dropsFromInside = false};
-
-struct Updates final : CongestionSink {
-  std::vector<CongestionUpdate> all;
-  void handlePresent(QueueAddress const&) override {}
-  void handleUpdate(QueueAddress const&, CongestionUpdate const& update) override { all.push_back(update); }
-  void handleGone(QueueAddress const&) override {}
-  void handleTotal(CongestionUpdate const&) override {}
-};
-
-// The counters of a queue, at `time`, into which `bytes` come at once at `burst`, with three packets too
-// many.
-QueueReading modelReading(double time, double burst, double bytes, U64 sentBefore, U32 dropsBefore) {
-  if (time < burst) return {static_cast<U64>(time), sentBefore, 0, dropsBefore};
-  double const backlog = std::max(0.0, bytes - (time - burst) * rate);
-  return {static_cast<U64>(time), sentBefore + static_cast<U64>(bytes - backlog), static_cast<U32>(backlog),
-          dropsBefore + 3};
-}
-
-// Readings come at random phases, in the second round a tenth of them 4 ms late; the drops wrap.
-TEST(Queue, BurstsOfKnownTruthAtRandomPhases) {
-  std::mt19937 random(1);
-  for (double const late : {0.0, 4000.0}) {
-    SampledQueue queue({Pylo::IntfId("eth0"), 0, 0}, fifo, {1000, 0, 0, 0xFFFFFFF0});
-    std::bernoulli_distribution isLate(0.1);
-    U64 sent = 0;
-    for (U32 burst = 1; burst <= 400; ++burst) {
-      double const bytes = std::uniform_real_distribution(25000.0, 250000.0)(random) + late * rate;
-      double const at = burst * 100000.0 + std::uniform_real_distribution(2000.0, 9000.0)(random);
-      Updates updates;
-      for (double time = burst * 100000.0; time < at + bytes / rate + 9000;
-           time += isLate(random) ? 1000 + late : 1000)
-        queue.handleReading(modelReading(time, at, bytes, sent, 3 * burst - 0x13U), interval, updates);
-      sent += static_cast<U64>(bytes);
-      U64 drops = 0;
-      for (auto const& update : updates.all) {
-        EXPECT_EQ(update.begins, &update == &updates.all.front());
-        drops += update.drops;
-      }
-      ASSERT_FALSE(updates.all.empty());
-      auto const& last = updates.all.back();
-      EXPECT_TRUE(last.ends || last.late);
-      EXPECT_EQ(drops, 3U);
-      EXPECT_LE(last.qLen, bytes);
-      EXPECT_NEAR(last.peakBound, bytes, 2);
-      EXPECT_NEAR(last.latency, last.qLen / rate, 100 + late / 2);
-      EXPECT_NEAR(static_cast<double>(last.timestamp - updates.all.front().timestamp), bytes / rate,
-                  burst > 1 ? 750 : 750 + late / 2);
-    }
-  }
-}
 
 // The clocks of an agent, and what makes it one.
 AgentClock::Readings clocks;
@@ -169,6 +118,35 @@ class Feed : public testing::Test {
   QueueSum sum;
   U64 sent = 0;
 };
+
+// Looks come at random phases, in the second half a tenth of them 4 ms late; the drops wrap.
+TEST_F(Feed, BurstsOfKnownTruthAtRandomPhases) {
+  constexpr double rate = 12500;  // bytes a millisecond: 100 Mbit/s
+  std::mt19937 random(1);
+  U32 drops = 0xFFFFFFF0;
+  sampled = SampledQueue(address, fifo, {1000, 0, 0, drops});
+  for (U32 burst = 1; burst <= 800; ++burst) {
+    double const late = burst <= 400 ? 0 : 4;
+    double const bytes = std::uniform_real_distribution(25000.0, 250000.0)(random) + late * rate;
+    double const at = burst * 100 + std::uniform_real_distribution(2.0, 9.0)(random);
+    double time = burst * 100;
+    for (; time < at; time += std::bernoulli_distribution(0.1)(random) ? 1 + late : 1)
+      look(time, sent, 0, drops);
+    drops += 3;
+    for (; time < at + bytes / rate + 9; time += std::bernoulli_distribution(0.1)(random) ? 1 + late : 1) {
+      double const left = std::max(0.0, bytes - (time - at) * rate);
+      look(time, sent + static_cast<U64>(bytes - left), static_cast<U32>(left), drops);
+    }
+    sent += static_cast<U64>(bytes);
+    ASSERT_EQ(records().size(), burst);
+    LinuxEntry const& record = *records().back();
+    EXPECT_EQ(record.drops(), 3U);
+    EXPECT_LE(record.qLen(), bytes);
+    EXPECT_NEAR(record.peakBound(), bytes, 2);
+    EXPECT_NEAR(record.latency(), record.qLen() / rate * 1e3, 100 + late * 500);
+    EXPECT_NEAR(static_cast<double>(record.duration().value()), bytes / rate * 1e3, 750);
+  }
+}
 
 TEST_F(Feed, OneBurstIsOneRecordWhateverItCrosses) {
   look(1001, 0, 40000, 1);
