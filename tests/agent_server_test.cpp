@@ -132,9 +132,8 @@ class CommandServerTest : public testing::Test {
   static std::string rest(FileDescriptor const& socket) {
     std::string all;
     char block[65536];
-    for (ssize_t got; (got = ::recv(socket.get(), block, sizeof block, 0)) > 0;) {
+    for (ssize_t got; (got = ::recv(socket.get(), block, sizeof block, 0)) > 0;)
       all.append(block, static_cast<std::size_t>(got));
-    }
     return all;
   }
   // What vorn-show gets: "RECORDS TEXT", where the text is what the agent says of the report.
