@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
