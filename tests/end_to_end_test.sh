@@ -42,12 +42,15 @@ fail() {
   exit 1
 }
 
+vorn-show() { "$show_program" --socket "$socket" "$@"; }
+vorn-agent() { "$agent_program" --socket "$socket" "$@"; }
+
 # show STATUS PATTERN WORD...: vorn-show must end with STATUS and say a line that matches the extended regular
 # expression. What it said is in $scratch/out.
 show() {
   local wanted=$1 pattern=$2 status=0
   shift 2
-  "$show_program" --socket "$socket" "$@" >"$scratch/out" 2>&1 || status=$?
+  vorn-show "$@" >"$scratch/out" 2>&1 || status=$?
   [ "$status" -eq "$wanted" ] || fail "vorn-show $* ended with $status, not $wanted"
   grep -qE -- "$pattern" "$scratch/out" || fail "vorn-show $*: no line like $pattern"
 }
@@ -70,9 +73,9 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
-  until_true "$show_program" --socket "$socket" status >"$scratch/out" 2>&1
+  until_true vorn-show status >"$scratch/out" 2>&1
 }
 
 # end_agent SIGNAL STATUS: the agent must end with STATUS when it gets SIGNAL.
@@ -136,10 +139,10 @@ show 1 'unmatched square bracket' raw '-ibr['
 show 2 'unmatched square bracket' --match 'br['
 show 2 'no-such-option' --no-such-option
 socket=$scratch/nobody show 3 'cannot reach the agent' status
-{ "$show_program" --socket "$socket" 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
+{ vorn-show 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
 [ "$(cat "$scratch/status" "$scratch/err")" = 0 ] || fail "a reader that leaves early"
 status=0
-"$show_program" --socket "$socket" >&- 2>"$scratch/out" || status=$?
+vorn-show >&- 2>"$scratch/out" || status=$?
 [ "$status" = 1 ] && [ "$(lines 'standard output')" = 1 ] || fail "a closed output: $status"
 
 # The documents: each command is accepted, and refused by the agent just where they show it; each title of a sample is
@@ -159,11 +162,8 @@ status=0
   END { for (i = 1; i <= n; i++) print status[i], commands[i] }' README.md docs/*.md | sort -u) >"$scratch/commands"
 [ "$(wc -l <"$scratch/commands")" -ge 25 ] || fail "the documents have no commands"
 while read -r wanted command; do
-  eval "set -- $command"
-  program=$show_program status=0
-  [ "$1" = vorn-show ] || program=$agent_program
-  shift
-  "$program" --socket "$socket" "$@" >"$scratch/out" 2>&1 || status=$?
+  status=0
+  eval "$command" >"$scratch/out" 2>&1 || status=$?
   [ "$status" -eq "$wanted" ] || fail "$command, of the documents, ended with $status, not $wanted"
 done <"$scratch/commands"
 show 0 '^400$' get numSharedChunks # as one of them has it
@@ -175,7 +175,7 @@ for report in "" --drops --latency global stats status --help --csv "stats --csv
   [[ $report = *--csv ]] || [ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-show $report do not fit"
   cat "$scratch/out"
 done >"$scratch/reports"
-"$agent_program" --help >"$scratch/out"
+vorn-agent --help >"$scratch/out"
 [ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-agent --help do not fit"
 grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$here"/../docs/*.md | sort -u | while read -r title; do
   grep -Fxq -- "$title" "$scratch/reports" || fail "a title of the documents is not printed: $title"
@@ -185,10 +185,10 @@ done
 for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
 show 0 '^failures: none$' status
 messages 'SIGHUP is ignored' 1
-refused() { ! "$agent_program" --socket "$@" 2>>"$scratch/messages" || fail "an agent starts with $*"; }
-refused "$socket" # taken
-refused "$scratch/other.sock" --pool 0
-SIM_NUM_SHARED_CHUNKS=0 refused "$scratch/other.sock"
+refused() { ! vorn-agent "$@" 2>>"$scratch/messages" || fail "an agent starts with $*"; }
+refused # its place is taken
+socket=$scratch/other.sock refused --pool 0
+socket=$scratch/other.sock SIM_NUM_SHARED_CHUNKS=0 refused
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
 start_agent
