@@ -136,6 +136,7 @@ messages QUEUEMONITOR_LENGTH_OVER_THRESHOLD
 
 # How vorn-show ends.
 show 1 'unmatched square bracket' raw '-ibr['
+show 1 'no interface matches no' --interface no-such0
 show 2 'unmatched square bracket' --match 'br['
 show 2 'no-such-option' --no-such-option
 socket=$scratch/nobody show 3 'cannot reach the agent' status
