@@ -140,8 +140,7 @@ show 1 'no interface matches no' --interface no-such0
 show 2 'unmatched square bracket' --match 'br['
 show 2 'no-such-option' --no-such-option
 socket=$scratch/nobody show 3 'cannot reach the agent' status
-{ vorn-show 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
-[ "$(cat "$scratch/status" "$scratch/err")" = 0 ] || fail "a reader that leaves early"
+{ sleep 0.1; vorn-show 2>"$scratch/err" && [ ! -s "$scratch/err" ]; } | true || fail "a reader that has left by then"
 status=0
 vorn-show >&- 2>"$scratch/out" || status=$?
 [ "$status" = 1 ] && [ "$(lines 'standard output')" = 1 ] || fail "a closed output: $status"
