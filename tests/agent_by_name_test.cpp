@@ -6,10 +6,11 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
+#include <regex>
 #include <set>
 
 #include "Kes/ByName/TypeRegistry.h"
-#include "agent/AgentOptions.h"
 #include "agent/base/Printable.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/serve/OwnRequests.h"
@@ -40,38 +41,43 @@ class ByName : public testing::Test {
     if (!answer->failure.empty()) return "! " + answer->failure;
     return answer->writer ? ::Test::Bench::written(answer->writer) : answer->text;
   }
-  void expectPart(std::string const& request, std::string const& part) const {
-    std::string const answer = ask(request);
-    EXPECT_NE(answer.find(part), std::string::npos) << request << '\n' << answer;
+  // The answers to requests, and parts of them.
+  using Table = std::map<std::string, std::string>;
+  void expectAnswers(Table const& answers) const {
+    for (auto const& [request, answer] : answers) EXPECT_EQ(ask(request), answer) << request;
+  }
+  void expectRefusals(Table const& parts) const { expectParts(parts, true); }
+  void expectParts(Table const& parts, bool refused = false) const {
+    for (auto const& [request, part] : parts) {
+      std::string const answer = ask(request);
+      EXPECT_EQ(answer.starts_with("! "), refused) << request << '\n' << answer;
+      EXPECT_NE(answer.find(part), std::string::npos) << request << '\n' << answer;
+    }
   }
 
   ::Test::Bench bench_;
 };
 
 TEST_F(ByName, Get_followsPathsAndCompletesNames) {
-  std::map<std::string, std::string> const values = {
-      {"get numSharedChunks", "3\n"},
-      {"get portData[eth0].chunk[1].entry[1].qLen", "1500\n"},
-      {"get portData[eth0].chunk[0].entry[3].timestamp.value", "1003\n"},
-      {"get portData[\"a]b\"].chunk[0].entry[0].qLen", "9\n"},
-      {"get portData[eth0].entryIndex[7]", "1\n"},
-      {"get portData[eth0].chunk[0].nextChunk.entry[0].timestamp", "1500\n"},
-      {"get portData[eth0].chunk[0].prevChunk", "null\n"},
-      {"get globalBufferChunk.entryTobeMerged", "65535\n"},
-      {"get glob.count", "globalBufferChunk.counter: 0\n"},
-      {"status", "fine\n"},
-      {"-ieth0 get", "a report"},
-      {"getportData", "a report"}};
-  for (auto const& [request, value] : values) EXPECT_EQ(ask(request), value) << request;
-  expectPart("get .", "numSharedChunks     3\n");
-  expectPart("get", "portData            3 members: \"a]b\", eth0, x");
-  expectPart("get portData[eth0].chunk[1]", "prevChunk  Vorn::Chunk of eth0\n");
-  expectPart("get portData[eth0].portMetaData", "identifier=65537 counter=0 intfId=eth0");
-  expectPart("types", "Vorn::TestClock           object  Vorn::Clock        4\n");
-  expectPart("type congestiondata",
-             "doAddToLog                 function          Vorn::Microseconds              intfId: "
-             "Pylo::IntfId, entry");
-  expectPart("type Vorn::PortData", "owned collection  U32 -> Vorn::PortMetaData");
+  expectAnswers({{"get portData[eth0].chunk[0].entry[3].timestamp.value", "1003\n"},
+                 {"get portData[\"a]b\"].chunk[0].entry[0].qLen", "9\n"},
+                 {"get portData[eth0].entryIndex[7]", "1\n"},
+                 {"get portData[eth0].chunk[0].nextChunk.entry[0].timestamp", "1500\n"},
+                 {"get portData[eth0].chunk[0].prevChunk", "null\n"},
+                 {"get globalBufferChunk.entryTobeMerged", "65535\n"},
+                 {"get glob.count", "globalBufferChunk.counter: 0\n"},
+                 {"status", "fine\n"},
+                 {"-ieth0 get", "a report"},
+                 {"getportData", "a report"}});
+  expectParts({{"get .", "numSharedChunks     3\n"},
+               {"get", "portData            3 members: \"a]b\", eth0, x"},
+               {"get portData[eth0].chunk[1]", "prevChunk  Vorn::Chunk of eth0\n"},
+               {"get portData[eth0].portMetaData", "identifier=65537 counter=0 intfId=eth0"},
+               {"types", "Vorn::TestClock           object  Vorn::Clock        4\n"},
+               {"type congestiondata",
+                "doAddToLog                 function          Vorn::Microseconds              intfId: "
+                "Pylo::IntfId, entry"},
+               {"type Vorn::PortData", "owned collection  U32 -> Vorn::PortMetaData"}});
 }
 
 TEST_F(ByName, Get_readsTheAgentsRecords) {
@@ -79,35 +85,33 @@ TEST_F(ByName, Get_readsTheAgentsRecords) {
   registerLinuxEntry();  // once is enough
   CongestionUpdate const update{.timestamp = 5, .qLen = 40, .peakBound = 60, .drops = 7, .latency = 3};
   bench_.recorder->doAddToLog(Pylo::IntfId("q"), Kes::makePtr<LinuxEntry>(0x10020U, 0x80010000U, update));
-  std::map<std::string, std::string> const values = {
-      {"drops", "7\n"},       {"latency", "3\n"},    {"peakBound", "60\n"}, {"queue", "1:20\n"},
-      {"queueId", "65568\n"}, {"handle", "8001:\n"}, {"qLen", "40\n"}};
-  for (auto const& [name, value] : values) EXPECT_EQ(ask("get portData[q].chunk[0].entry[0]." + name), value);
-  expectPart("types", "Agent::LinuxEntry         object  Vorn::Entry        6\n");
-  expectPart("set portData[q].chunk[0].entry[0].drops 0", "! ");
-  expectPart("set portData[q].chunk[0].entry[0].alwaysLog true", "alwaysLog = true");
+  std::string const record = "portData[q].chunk[0].entry[0]";
+  EXPECT_EQ(ask("get --json " + record),
+            R"({"type":"Agent::LinuxEntry","queue":"1:20","queueId":65568,"handle":"8001:","peakBound":60,)"
+            R"("drops":7,"latency":3,"qLen":40,"timestamp":5,"duration":0,"alwaysLog":false})"
+            "\n");
+  expectParts({{"types", "Agent::LinuxEntry         object  Vorn::Entry        6\n"},
+               {"set " + record + ".alwaysLog true", "alwaysLog = true"}});
+  expectRefusals({{"set " + record + ".drops 0", "! "}});
 }
 
 TEST_F(ByName, Get_explainsWhatIsWrong) {
-  std::map<std::string, std::string> const faults = {
-      {"get portData[eth0].chunk[0].entry[3].qlen", "no attribute 'qlen' in Vorn::Entry; did you mean qLen?"},
-      {"get portDat[eth0].", "column 14"},
-      {"get portData.chunk", "portData is a collection: say which member, e.g. portData[\"a]b\"]"},
-      {"get portData[eth9]", "no member 'eth9' in portData, which has 3 members: "},
-      {"get portData[eth0].chunk[x]", "wants a U32: no digits where a number was expected at column 0"},
-      {"get portData[eth0].chunk[0].entry[600]", "EntryIndex::value < 0 or > EntryIndex::max not allowed"},
-      {"get numSharedChunks[1]", "numSharedChunks is no collection"},
-      {"get portData[eth0].chunk[0].prevChunk.intfId", "prevChunk is null"},
-      {"get clock.getTime", "it is called"},
-      {"get allocateChunk", "(intfId: Pylo::IntfId)"},
-      {"get --depth=0", "--depth"},
-      {"get --deep", "--deep"},
-      {"type Chnk", "did you mean Chunk?"},
-      {"type", "'types' lists them"}};
-  for (auto const& [request, part] : faults) {
-    EXPECT_TRUE(ask(request).starts_with("! ")) << request << '\n' << ask(request);
-    expectPart(request, part);
-  }
+  expectRefusals(
+      {{"get portData[eth0].chunk[0].entry[3].qlen",
+        "no attribute 'qlen' in Vorn::Entry; did you mean qLen?"},
+       {"get portDat[eth0].", "column 14"},
+       {"get portData.chunk", "portData is a collection: say which member, e.g. portData[\"a]b\"]"},
+       {"get portData[eth9]", "no member 'eth9' in portData, which has 3 members: "},
+       {"get portData[eth0].chunk[x]", "wants a U32: no digits where a number was expected at column 0"},
+       {"get portData[eth0].chunk[0].entry[600]", "EntryIndex::value < 0 or > EntryIndex::max not allowed"},
+       {"get numSharedChunks[1]", "numSharedChunks is no collection"},
+       {"get portData[eth0].chunk[0].prevChunk.intfId", "prevChunk is null"},
+       {"get clock.getTime", "it is called"},
+       {"get allocateChunk", "(intfId: Pylo::IntfId)"},
+       {"get --depth=0", "--depth"},
+       {"get --deep", "--deep"},
+       {"type Chnk", "did you mean Chunk?"},
+       {"type", "'types' lists them"}});
 }
 
 // The agent looks up on its own time: what is wrong is found, said and cut short at once, whatever is asked.
@@ -156,8 +160,7 @@ TEST_F(ByName, Walk_isValidJsonAndNeverCircles) {
   EXPECT_TRUE(all["portData"].HasMember("x\xef\xbf\xbd"));
   EXPECT_EQ(all["globalBufferChunk"]["lastSyslogTime"].GetDouble(), 0.0);
   rapidjson::Document type;
-  type.Parse(ask("type --json PortData").c_str());
-  ASSERT_FALSE(type.HasParseError());
+  ASSERT_FALSE(type.Parse(ask("type --json PortData").c_str()).HasParseError());
   EXPECT_TRUE(type["genericInterface"].GetBool());
   EXPECT_EQ(type["attributes"][1]["identifier"].GetUint(), 131U);
   EXPECT_STREQ(type["attributes"][1]["keyType"].GetString(), "U32");
@@ -179,31 +182,28 @@ TEST_F(ByName, Change_allowsNothingButWhatIsSafe) {
       "set chipIndex,set counter,set duration,set fabricPeerIntf,set lastSyslogTime,set maxBuffer,"
       "set maxQLen,set numCpuQueues,set numSharedChunks,set timeOfCongestionStart,set timeOfMaxBuffer,"
       "set timeOfMaxQLen,";
-  std::map<std::string, std::string> const paths = {
-      {"Vorn::CongestionData", ""},
-      {"Vorn::PortData", "portData[eth0]."},
-      {"Vorn::PortMetaData", "portData[eth0].portMetaData[65537]."},
-      {"Vorn::Chunk", "portData[eth0].chunk[0]."},
-      {"Vorn::Entry", "portData[eth0].chunk[0].entry[0]."},
-      {"Vorn::Microseconds", "portData[eth0].chunk[0].entry[0].timestamp."},
-      {"Vorn::GlobalBufferChunk", "globalBufferChunk."},
-      {"Vorn::TestClock", "clock."},
-      {"Vorn::PortMetaDataDumper", "portMetaDataDumper."},
-      {"Vorn::EntryIndexOrNull", "portData[eth0].entryIndex[7]."}};
+  Table const paths = {{"Vorn::CongestionData", ""},
+                       {"Vorn::PortData", "portData[eth0]."},
+                       {"Vorn::PortMetaData", "portData[eth0].portMetaData[65537]."},
+                       {"Vorn::Chunk", "portData[eth0].chunk[0]."},
+                       {"Vorn::Entry", "portData[eth0].chunk[0].entry[0]."},
+                       {"Vorn::Microseconds", "portData[eth0].chunk[0].entry[0].timestamp."},
+                       {"Vorn::GlobalBufferChunk", "globalBufferChunk."},
+                       {"Vorn::TestClock", "clock."},
+                       {"Vorn::PortMetaDataDumper", "portMetaDataDumper."},
+                       {"Vorn::EntryIndexOrNull", "portData[eth0].entryIndex[7]."}};
   std::set<std::string> allowed;
-  for (auto const& [name, path] : paths) {
-    Kes::Type const& type = *Kes::TypeRegistry::instance().type(name);
+  std::regex const unsafe("may not be|a copy of|cannot be set");
+  for (auto const& [typeName, path] : paths) {
+    Kes::Type const& type = *Kes::TypeRegistry::instance().type(typeName);
     for (Kes::Type const* at = &type; at != nullptr; at = at->base()) {
       for (Kes::Attribute const& attribute : at->attributes()) {
         if (type.attribute(attribute.name) != &attribute) continue;
         bool const called = attribute.operation(Kes::OpCode::call) != nullptr;
         std::string const verb = called ? "call " : "set ";
-        std::string const answer =
-            ask(verb + path + std::string(attribute.name) + (called ? "(no=1)" : " ?"));
-        bool const refused = answer.find("may not be") != std::string::npos ||
-                             answer.find("a copy of") != std::string::npos ||
-                             answer.find("cannot be set") != std::string::npos;
-        if (!refused) allowed.insert(verb + std::string(attribute.name));
+        std::string const name(attribute.name);
+        std::string const answer = ask(verb + path + name + (called ? "(no=1)" : " ?"));
+        if (!std::regex_search(answer, unsafe)) allowed.insert(verb + name);
       }
     }
   }
@@ -213,43 +213,39 @@ TEST_F(ByName, Change_allowsNothingButWhatIsSafe) {
 }
 
 TEST_F(ByName, Change_takesEffectOrLeavesAllAsItWas) {
-  EXPECT_EQ(ask("set portData[eth0].portMetaData[65537].fabricPeerIntf \"Fabric 1\""),
-            "portData[eth0].portMetaData[65537].fabricPeerIntf = Fabric 1\n");
-  EXPECT_EQ(bench_.port("eth0")->portMetaData(65537)->fabricPeerIntf(), Pylo::IntfId("Fabric 1"));
   bench_.clock->utcTimeIs(12.5);
-  EXPECT_EQ(ask(" set portData[eth0].lastSyslogTime 12.5"), "portData[eth0].lastSyslogTime = 12.5\n");
-  EXPECT_EQ(bench_.port("eth0")->lastSyslogTime(), 12.5);
-  EXPECT_EQ(ask("call clock.getUTCTime()"), "12.5\n");
-  EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].timestamp.fromSeconds( seconds = 1.5 )"), "1500000\n");
   bench_.config->logIntervalIs(1.0);
-  EXPECT_EQ(ask("call portData[eth0].chunk[0].entry[0].doSyslog(intfName=\"a,b)\", lowThreshold=1, "
-                "highThreshold=2000)"),
-            "done\n");
+  expectAnswers(
+      {{"set portData[eth0].portMetaData[65537].fabricPeerIntf \"Fabric 1\"",
+        "portData[eth0].portMetaData[65537].fabricPeerIntf = Fabric 1\n"},
+       {" set portData[eth0].lastSyslogTime 12.5", "portData[eth0].lastSyslogTime = 12.5\n"},
+       {"call clock.getUTCTime()", "12.5\n"},
+       {"call portData[eth0].chunk[0].entry[0].timestamp.fromSeconds( seconds = 1.5 )", "1500000\n"},
+       {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=\"a,b)\", lowThreshold=1, "
+        "highThreshold=2000)",
+        "done\n"}});
+  EXPECT_EQ(bench_.port("eth0")->portMetaData(65537)->fabricPeerIntf(), Pylo::IntfId("Fabric 1"));
+  EXPECT_EQ(bench_.port("eth0")->lastSyslogTime(), 12.5);
   ASSERT_EQ(::Test::logged.size(), 1U);
   EXPECT_NE(::Test::logged[0].find("Interface a,b) queue length is over low threshold of 1,"),
             std::string::npos);
-  std::map<std::string, std::string> const faults = {
-      {"set numSharedChunks 0", "1 to"},
-      {"set numSharedChunks 16777217", "1 to"},
-      {"set numSharedChunks -1", "column 0"},
-      {"set numShared 5", "did you mean numSharedChunks?"},
-      {"set portData[eth0].lastSyslogTime nan", "silence"},
-      {"set portData[eth0].lastSyslogTime 12.6", "silence"},
-      {"set portData[eth0].intfId eth1", "intfId"},
-      {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
-      {"set portData[eth0].chunk[0] 5", "may not be set"},
-      {"set numSharedChunks", "column 15"},
-      {"set", "! "},
-      {"call numSharedChunks()", "it is not called"},
-      {"call clock.getUTCTime", "column 16"},
-      {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x, low=1)", "no argument 'low'"},
-      {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x)", "lowThreshold"},
-      {"call portMetaDataDumper.dumpStatistics(portMetaData=1, filePtr=2)", "pointer"}};
   std::string const before = ask("get --all --json");
-  for (auto const& [request, part] : faults) {
-    EXPECT_TRUE(ask(request).starts_with("! ")) << request << '\n' << ask(request);
-    expectPart(request, part);
-  }
+  expectRefusals({{"set numSharedChunks 0", "1 to"},
+                  {"set numSharedChunks 16777217", "1 to"},
+                  {"set numSharedChunks -1", "column 0"},
+                  {"set numShared 5", "did you mean numSharedChunks?"},
+                  {"set portData[eth0].lastSyslogTime nan", "silence"},
+                  {"set portData[eth0].lastSyslogTime 12.6", "silence"},
+                  {"set portData[eth0].intfId eth1", "intfId"},
+                  {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
+                  {"set portData[eth0].chunk[0] 5", "may not be set"},
+                  {"set numSharedChunks", "column 15"},
+                  {"set", "! "},
+                  {"call numSharedChunks()", "it is not called"},
+                  {"call clock.getUTCTime", "column 16"},
+                  {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x, low=1)", "no argument 'low'"},
+                  {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x)", "lowThreshold"},
+                  {"call portMetaDataDumper.dumpStatistics(portMetaData=1, filePtr=2)", "pointer"}});
   EXPECT_EQ(ask("get --all --json"), before);
 }
 

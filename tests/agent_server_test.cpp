@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -7,11 +6,13 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <new>
 #include <thread>
 
@@ -28,6 +29,7 @@ constexpr long forever = -1;
 struct Shared {
   std::atomic<long> allocationsLeft = forever;  // of the agent, before one fails
   std::atomic<int> changes = 0;                 // made by request
+  std::atomic<bool> ready = false;              // the agent serves
 };
 Shared* counted = nullptr;  // where allocations count: in the agent
 
@@ -51,7 +53,7 @@ using namespace std::chrono_literals;
 struct TestEntry final : Vorn::Entry {
   using Entry::Entry;
   Kes::S32 dumpEntry(Kes::VoidPtr file, Kes::CharPtrConst time, Kes::CharPtrConst name, bool) const override {
-    return std::fprintf(static_cast<std::FILE*>(file), "%s %s %0200d\n", time, name, 0) < 0 ? -1 : 0;
+    return std::fprintf(static_cast<std::FILE*>(file), "# %s %s %0200d\n", time, name, 0) < 0 ? -1 : 0;
   }
   // A writer that fails breaks its report off.
   Kes::S32 dumpDrops(Kes::VoidPtr, Kes::CharPtrConst, Kes::CharPtrConst) const override { return -1; }
@@ -65,18 +67,11 @@ class CommandServerTest : public testing::Test {
  protected:
   CommandServerTest() {
     path_ = testing::TempDir() + "vorn-agent-test." + std::to_string(::getpid());
-    void* const memory =
-        ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    EXPECT_NE(memory, MAP_FAILED);
-    shared_ = new (memory) Shared;
-    int ready[2];
-    EXPECT_EQ(::pipe(ready), 0);
+    int const memory = PROT_READ | PROT_WRITE;
+    shared_ = new (::mmap(nullptr, sizeof(Shared), memory, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Shared;
     agent_ = ::fork();
-    if (agent_ == 0) serve(ready[1]);
-    ::close(ready[1]);
-    char byte;
-    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
-    ::close(ready[0]);
+    if (agent_ == 0) serve();
+    for (int i = 0; i < 20'000 && !shared_->ready; ++i) std::this_thread::sleep_for(1ms);
   }
   ~CommandServerTest() override {
     int status = 0;
@@ -87,13 +82,12 @@ class CommandServerTest : public testing::Test {
     ::unlink((path_ + ".lock").c_str());
   }
 
-  [[noreturn]] void serve(int ready) {
+  [[noreturn]] void serve() {
     auto const recorder = Kes::makePtr<Vorn::CongestionData>(
         Kes::makePtr<Vorn::Hardware::Status>(), Kes::makePtr<Vorn::Clock>(), Kes::makePtr<Vorn::Config>(),
         Kes::makePtr<Vorn::PortMetaDataDumper>());
-    for (Kes::U32 i = 1; i <= 100'000; ++i) {
+    for (Kes::U32 i = 1; i <= 100'000; ++i)
       recorder->doAddToLog(Pylo::IntfId("eth0"), Kes::makePtr<TestEntry>(i, Vorn::Microseconds(i)));
-    }
     recorder->portDataIs(Pylo::IntfId(std::string(2'000'000, 'a')));
     EventLoop loop;
     CommandServer::Limits const limits{.connections{8, 4, 2},
@@ -104,66 +98,59 @@ class CommandServerTest : public testing::Test {
                                        .verdict = 5s,
                                        .report{8s, 50ms}};
     std::optional<CommandServer> server;
-    auto const own = [&](std::string const& request, uid_t) -> std::optional<CommandServer::Answer> {
-      if (request.starts_with("set")) ++shared_->changes;
-      if (request.starts_with("set")) return CommandServer::Answer{.text = "set\n"};
+    auto const own = [&](std::string const& request, uid_t user) -> std::optional<CommandServer::Answer> {
+      bool const sets = request.starts_with("set");
+      shared_->changes += sets;
+      if (sets) return CommandServer::Answer{.text = "set by " + std::to_string(user) + '\n'};
       if (request != "status") return std::nullopt;
       return CommandServer::Answer{.text = server->status() + '\n' + failureStatus() + '\n'};
     };
     server.emplace(
         loop, path_, recorder, own, [] { return std::vector<std::string>{"quiet0"}; }, limits);
     counted = shared_;
-    if (::write(ready, "x", 1) == 1) loop.run();
+    shared_->ready = true;
+    loop.run();
     std::abort();
   }
 
-  FileDescriptor connect() { return connectTo(path_, /*patienceSeconds=*/20); }
-  // To an agent that may be failing just then.
-  FileDescriptor tellIt(std::string const& bytes) {
-    FileDescriptor socket = connect();
-    bool const told = ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0 || errno == EPIPE;
-    EXPECT_TRUE(told);
+  FileDescriptor connect(uid_t user) {
+    uid_t const own = ::geteuid();
+    EXPECT_EQ(::seteuid(user), 0);
+    FileDescriptor socket = connectTo(path_, /*patienceSeconds=*/20);
+    EXPECT_EQ(::seteuid(own), 0);
     return socket;
   }
-  FileDescriptor request(std::string const& bytes) {
-    FileDescriptor socket = connect();
-    EXPECT_EQ(::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(bytes.size()));
+  // To an agent that may be failing just then.
+  FileDescriptor request(std::string const& bytes, uid_t user = ::geteuid()) {
+    FileDescriptor socket = connect(user);
+    bool const told = ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0 || errno == EPIPE;
+    EXPECT_TRUE(told);
     return socket;
   }
   // What a bare client gets.
   static std::string rest(FileDescriptor const& socket) {
     std::string all;
     char block[65536];
-    for (ssize_t got; (got = ::recv(socket.get(), block, sizeof block, 0)) > 0;) {
+    for (ssize_t got; (got = ::recv(socket.get(), block, sizeof block, 0)) > 0;)
       all.append(block, static_cast<std::size_t>(got));
-    }
     return all;
   }
-  // What vorn-show gets: the number of records; what the agent says of the report.
-  std::pair<std::size_t, std::string> show(std::string const& words) {
-    std::string report;
-    AnswerEnd const end =
-        fetchReport(connect().get(), {words, {}}, [&](std::string_view bytes) { report += bytes; });
-    std::size_t records = 0;
-    for (std::size_t at = 0; (at = report.find(" eth0 ", at)) != std::string::npos; ++at) ++records;
+  // What vorn-show gets: "RECORDS TEXT", where the text is what the agent says of the report.
+  std::string show(std::string const& words, uid_t user = ::geteuid()) {
+    std::ptrdiff_t records = 0;
+    auto const count = [&](std::string_view bytes) {
+      records += std::count(bytes.begin(), bytes.end(), '#');
+    };
+    AnswerEnd const end = fetchReport(connect(user).get(), {words, {}}, count);
     std::string const speaker = end.kind == AnswerEnd::Kind::refused ? "the agent says: " : "";
     EXPECT_TRUE(end.text.starts_with(speaker)) << end.text;
-    return {records, end.text.substr(speaker.size())};
+    return std::to_string(records) + ' ' + end.text.substr(speaker.size());
   }
-  void expectHealthy() { EXPECT_EQ(show("-ieth0 -s7"), std::pair(std::size_t{7}, std::string())); }
+  void expectHealthy() { EXPECT_EQ(show("-ieth0 -s7"), "7 "); }
 
-  // How many files the agent has open.
-  std::ptrdiff_t openFiles() const {
-    std::filesystem::directory_iterator const open("/proc/" + std::to_string(agent_) + "/fd");
+  static std::ptrdiff_t openFiles(pid_t process) {
+    std::filesystem::directory_iterator const open("/proc/" + std::to_string(process) + "/fd");
     return std::distance(begin(open), end(open));
-  }
-  // The same from a user who is neither root nor the agent's.
-  FileDescriptor strangersRequest(std::string const& bytes) {
-    EXPECT_EQ(::seteuid(stranger), 0);
-    FileDescriptor socket = request(bytes);
-    EXPECT_EQ(::seteuid(0), 0);
-    return socket;
   }
 
   std::string path_;
@@ -172,18 +159,19 @@ class CommandServerTest : public testing::Test {
 };
 
 TEST_F(CommandServerTest, Requests_getWholeReportsAndVerdicts) {
-  EXPECT_EQ(show(""), std::pair(std::size_t{100'000}, std::string()));
-  EXPECT_EQ(show("status").second, "");
+  std::map<std::string, std::string> const answers = {
+      {"", "100000 "},
+      {"status", "0 "},
+      {"-d", "0 the report broke off"},
+      {"-ieth[0", "0 bad interface pattern: unmatched square bracket"},
+      {"-ieth0,eth1,eth2 -s1", "1 no interface matches eth1"},
+      {"-ieth0,quiet. -s1", "1 "},  // it is there and has no records
+      {"-i csv -a", "0 "},          // no interface was named
+      {"-i(a*)*b", "0 the report's patterns took too long"}};
+  for (auto const& [words, answer] : answers) EXPECT_EQ(show(words), answer) << words;
   EXPECT_TRUE(rest(request("status\n")).starts_with("clients: 1 connected, 0 wait"));
-  EXPECT_EQ(show("-d").second, "the report broke off");
   std::string const bare = rest(request("-s1\r\n"));
-  EXPECT_TRUE(bare.starts_with("\nReport generated at ")) << bare;
-  EXPECT_TRUE(bare.ends_with("0\n")) << bare;
-  EXPECT_EQ(show("-ieth[0").second, "bad interface pattern: unmatched square bracket");
-  EXPECT_EQ(show("-ieth0,eth1,eth2 -s1").second, "no interface matches eth1");
-  EXPECT_EQ(show("-ieth0,quiet.").second, "") << "it is there and has no records";
-  EXPECT_EQ(show("-i csv -a").second, "") << "no interface was named";
-  EXPECT_EQ(show("-i(a*)*b").second, "the report's patterns took too long");
+  EXPECT_TRUE(bare.starts_with("\nReport generated at ") && bare.ends_with("0\n")) << bare;
   EXPECT_NE(rest(request("-ieth(0\n")).find("error: bad interface pattern"), std::string::npos);
 }
 
@@ -192,8 +180,8 @@ TEST_F(CommandServerTest, Nasty_requestsAreRefusedInPlainWords) {
   EXPECT_EQ(rest(request("checked " + std::string(9000, 'x'))).substr(0, 5), std::string("\0the ", 5));
   EXPECT_EQ(rest(request(std::string("-s1\0-c\n", 7))), "error: the request holds control characters\n");
   EXPECT_EQ(rest(request("-s1")), "error: no whole request line arrived in time\n");
-  EXPECT_TRUE(show("-i" + std::string(3000, '(')).second.starts_with("bad interface pattern"));
-  EXPECT_EQ(rest(request("set 1\n")), "set\n");
+  EXPECT_TRUE(show("-i" + std::string(3000, '(')).starts_with("0 bad interface pattern"));
+  EXPECT_EQ(rest(request("set 1\n")), "set by " + std::to_string(::geteuid()) + '\n');
   for (int i = 0; i < 20; ++i) request("set 1\n").reset();
   request("set 10").reset();  // perhaps of "set 100"
   expectHealthy();
@@ -207,7 +195,7 @@ TEST_F(CommandServerTest, Nasty_requestsAreRefusedInPlainWords) {
 TEST_F(CommandServerTest, Nasty_clientsNeitherStallNorKill) {
   auto const before = std::chrono::steady_clock::now();
   std::vector<FileDescriptor> silent;
-  for (int i = 0; i < 200; ++i) silent.push_back(connect());
+  for (int i = 0; i < 200; ++i) silent.push_back(request(""));
   expectHealthy();
   EXPECT_LT(std::chrono::steady_clock::now() - before, 8s) << "the silent ones sat their time out";
   silent.clear();
@@ -225,7 +213,7 @@ TEST_F(CommandServerTest, Nasty_clientsNeitherStallNorKill) {
   char byte;
   for (FileDescriptor const& client : stalled) ASSERT_EQ(::recv(client.get(), &byte, 1, 0), 1);
   FileDescriptor const third = request("-s1\n");
-  EXPECT_EQ(show("status").second, "");  // the third has been read by now
+  EXPECT_EQ(show("status"), "0 ");  // the third has been read by now
   stalled[1].reset();
   EXPECT_TRUE(rest(third).starts_with("\nReport"));
   // or not for ever.
@@ -236,9 +224,8 @@ TEST_F(CommandServerTest, Nasty_clientsNeitherStallNorKill) {
   pid_t child = 0;
   std::ifstream(process + "/children") >> child;
   ASSERT_NE(child, 0);
-  std::filesystem::directory_iterator const open("/proc/" + std::to_string(child) + "/fd");
-  EXPECT_EQ(std::distance(begin(open), end(open)), 2) << "more than the client's socket and standard error";
-  while (show("-s1").second != "") continue;
+  EXPECT_EQ(openFiles(child), 2) << "more than the client's socket and standard error";
+  while (show("-s1") != "1 ") continue;
   EXPECT_TRUE(rest(stalled[0]).ends_with(std::string("\0the report took too long\n", 26)));
   expectHealthy();
 }
@@ -246,35 +233,33 @@ TEST_F(CommandServerTest, Nasty_clientsNeitherStallNorKill) {
 TEST_F(CommandServerTest, Nobody_shutsOthersOut) {
   if (::geteuid() != 0) GTEST_SKIP() << "takes root to be two users";
   // One report of a user's at a time, and nobody else waits for it.
-  FileDescriptor const slow = strangersRequest("-i(a*)*b\n");
-  FileDescriptor const waiting = strangersRequest("-i(a*)*b\n");
-  EXPECT_EQ(show("-s1").second, "");
+  FileDescriptor const slow = request("-i(a*)*b\n", stranger);
+  FileDescriptor const waiting = request("-i(a*)*b\n", stranger);
+  EXPECT_EQ(show("-s1"), "1 ");
   EXPECT_NE(rest(waiting), "") << "after its turn, or when that did not come";
   EXPECT_EQ(rest(slow), "\nerror: the report's patterns took too long\n");
   // Four connections of a user's, and a fifth when one of them has kept silent for a while.
   std::vector<FileDescriptor> held;
-  for (int i = 0; i < 4; ++i) held.push_back(strangersRequest("x"));
-  EXPECT_EQ(::seteuid(stranger), 0);
-  EXPECT_EQ(show("status").second, "user 65534 has too many connections");
-  EXPECT_EQ(::seteuid(0), 0);
-  EXPECT_EQ(show("status").second, "");
+  for (int i = 0; i < 4; ++i) held.push_back(request("x", stranger));
+  EXPECT_EQ(show("status", stranger), "0 user 65534 has too many connections");
+  EXPECT_EQ(show("status"), "0 ");
   held.clear();
-  for (int i = 0; i < 4; ++i) held.push_back(strangersRequest(""));
+  for (int i = 0; i < 4; ++i) held.push_back(request("", stranger));
   std::this_thread::sleep_for(200ms);
-  EXPECT_TRUE(rest(strangersRequest("status\n")).starts_with("clients: 4 connected"));
+  EXPECT_EQ(rest(request("set 1\n", stranger)), "set by 65534\n");
 }
 
 TEST_F(CommandServerTest, Failed_allocationsCostTheirClientAlone) {
-  std::ptrdiff_t const idle = openFiles();
+  std::ptrdiff_t const idle = openFiles(agent_);
   auto const isIdle = [&] {
-    return rest(tellIt("status\n")).starts_with("clients: 1 connected, 0 wait for a report, 0 get one\n") &&
-           openFiles() == idle;
+    return rest(request("status\n")).starts_with("clients: 1 connected, 0 wait for a report, 0 get one\n") &&
+           openFiles(agent_) == idle;
   };
   int failures = 0;
   for (std::string const bytes : {"checked -s1\n", "-i(a\n", "status\n", "set 1\n", "half a line", ""}) {
     for (long left = 0; shared_->allocationsLeft == forever; ++left, ++failures) {
       shared_->allocationsLeft = left;
-      FileDescriptor client = tellIt(bytes);
+      FileDescriptor client = request(bytes);
       if (bytes.ends_with('\n')) rest(client);
       client.reset();
       bool idleAgain = isIdle();  // what is left of the allowance may have been spent on this
@@ -288,11 +273,23 @@ TEST_F(CommandServerTest, Failed_allocationsCostTheirClientAlone) {
   EXPECT_NE(rest(request("status\n")).find("were given up; the last: out of memory"), std::string::npos);
 }
 
+// A socket of that name in the test's directory.
+struct Name {
+  ~Name() { ::unlink(path.c_str()); }
+  FileDescriptor bound(int type) const {
+    ::unlink(path.c_str());
+    FileDescriptor socket(::socket(AF_UNIX, type, 0));
+    sockaddr_un const address = socketAddress(path);
+    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+    return socket;
+  }
+  std::string const path = testing::TempDir() + "vorn-name-test." + std::to_string(::getpid());
+};
+
 TEST(ServerSocketTest, One_agentGetsTheName) {
-  std::string const path = testing::TempDir() + "vorn-socket-test." + std::to_string(::getpid());
-  FileDescriptor const stale(::socket(AF_UNIX, SOCK_STREAM, 0));
-  sockaddr_un const address = socketAddress(path);
-  ASSERT_EQ(::bind(stale.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+  Name const name;
+  std::string const& path = name.path;
+  FileDescriptor const stale = name.bound(SOCK_STREAM);
   {
     FileDescriptor const starting(::open((path + ".lock").c_str(), O_RDWR | O_CREAT, 0600));
     ASSERT_EQ(::flock(starting.get(), LOCK_EX), 0);
@@ -306,30 +303,23 @@ TEST(ServerSocketTest, One_agentGetsTheName) {
 }
 
 TEST(SystemLogTest, Never_waitsAndForgetsNothingUncounted) {
-  std::string const path = testing::TempDir() + "vorn-log-test." + std::to_string(::getpid());
-  auto const listen = [&path] {
-    ::unlink(path.c_str());
-    FileDescriptor daemon(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0));
-    sockaddr_un const address = socketAddress(path);
-    EXPECT_EQ(::bind(daemon.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
-    return daemon;
-  };
-  FileDescriptor daemon = listen();
+  Name const name;
+  FileDescriptor daemon = name.bound(SOCK_DGRAM | SOCK_NONBLOCK);
+  SystemLog log(name.path);
   std::vector<std::string> read;
-  auto const readAll = [&](SystemLog& log) {
-    for (ssize_t got = 1; got > 0; log.offerKept()) {
+  auto const readAll = [&] {
+    do {
+      log.offerKept();
       char line[4096];
-      while ((got = ::recv(daemon.get(), line, sizeof line, 0)) > 0)
+      for (ssize_t got; (got = ::recv(daemon.get(), line, sizeof line, 0)) > 0;)
         read.emplace_back(line, static_cast<std::size_t>(got));
-      if (log.kept() != 0) got = 1;
-    }
+    } while (log.kept() != 0);
   };
-  SystemLog log(path);
   for (int i = 0; i < 1000; ++i) log.write(SystemLog::threshold, 28, "S", "number\x1b " + std::to_string(i));
-  std::size_t const kept = log.kept();
-  EXPECT_GT(kept, 0U) << "nobody has read";
-  EXPECT_EQ(log.counts(SystemLog::threshold).sent + kept + log.counts(SystemLog::threshold).lost, 1000U);
-  readAll(log);
+  auto const counts = log.counts(SystemLog::threshold);
+  EXPECT_GT(log.kept(), 0U) << "nobody has read";
+  EXPECT_EQ(counts.sent + log.kept() + counts.lost, 1000U);
+  readAll();
   ASSERT_EQ(read.size(), log.counts(SystemLog::threshold).sent);
   for (std::size_t i = 0; i < read.size(); ++i) {
     EXPECT_TRUE(read[i].starts_with("<28>")) << read[i];
@@ -337,11 +327,10 @@ TEST(SystemLogTest, Never_waitsAndForgetsNothingUncounted) {
   }
   daemon.reset();  // and is started again
   log.write(SystemLog::other, 28, "", "meanwhile");
-  daemon = listen();
-  readAll(log);
+  daemon = name.bound(SOCK_DGRAM | SOCK_NONBLOCK);
+  readAll();
   EXPECT_TRUE(read.back().ends_with("]: meanwhile"));
   EXPECT_EQ(log.counts(SystemLog::other).lost, 0U);
-  ::unlink(path.c_str());
 }
 
 }  // namespace

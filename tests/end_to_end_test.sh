@@ -42,23 +42,27 @@ fail() {
   exit 1
 }
 
-# expect WHAT COMMAND...: the command must succeed.
-expect() {
-  local what=$1
-  shift
-  "$@" || fail "$what"
-}
+vorn-show() { "$show_program" --socket "$socket" "$@"; }
+vorn-agent() { "$agent_program" --socket "$socket" "$@"; }
 
-# show STATUS WORD...: vorn-show must end with STATUS; its output is in $scratch/out, its complaints in .../err.
+# show STATUS PATTERN WORD...: vorn-show must end with STATUS and say a line that matches the extended regular
+# expression. What it said is in $scratch/out.
 show() {
-  local wanted=$1 status=0
-  shift
-  "$show_program" --socket "$socket" "$@" >"$scratch/out" 2>"$scratch/err" || status=$?
-  [ "$status" -eq "$wanted" ] || fail "vorn-show $* ended with $status, not $wanted: $(cat "$scratch/err")"
+  local wanted=$1 pattern=$2 status=0
+  shift 2
+  vorn-show "$@" >"$scratch/out" 2>&1 || status=$?
+  [ "$status" -eq "$wanted" ] || fail "vorn-show $* ended with $status, not $wanted"
+  grep -qE -- "$pattern" "$scratch/out" || fail "vorn-show $*: no line like $pattern"
 }
 
-# Lines of the last report that match an extended regular expression.
+# Lines of the last report that match.
 lines() { grep -cE -- "$1" "$scratch/out" || true; }
+
+# messages PATTERN NUMBER: so many of the agent's messages must match, or any number above 0.
+messages() {
+  local found
+  found=$(grep -cE -- "$1" "$scratch/messages") && [ "$found" -eq "${2:-$found}" ] || fail "messages like $1: $found"
+}
 
 until_true() {
   for _ in {1..200}; do
@@ -69,9 +73,9 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 "$@" 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
-  until_true "$show_program" --socket "$socket" status >"$scratch/out" 2>&1
+  until_true vorn-show status >"$scratch/out" 2>&1
 }
 
 # end_agent SIGNAL STATUS: the agent must end with STATUS when it gets SIGNAL.
@@ -113,64 +117,33 @@ until_true drained
 
 # What was sent is what was recorded, each burst in its place and time.
 all_recorded() {
-  show 0 --csv
+  show 0 '^record' --csv
   awk -f "$here/../scripts/match-bursts" "$scratch/out" "$scratch/sent" >"$scratch/match"
 }
 until_true all_recorded
-expect "no record without a burst" grep -qx 'bursts sent 6, recorded 6' "$scratch/match"
-show 0 status
-expect "the agent counts them" grep -qE '; 6 bursts seen$' "$scratch/out"
-show 0 --csv
-expect "only column names stand above the records" sh -c "head -n 1 '$scratch/out' | grep -q ^type,"
-
-show 0 --interface br-c0
+grep -qx 'bursts sent 6, recorded 6' "$scratch/match" || fail "a record without a burst: $(cat "$scratch/match")"
+show 0 '; 6 bursts seen$' status
+show 0 '^type,' --csv
+[ "$(sed -n '/^type,/=' "$scratch/out")" = 1 ] || fail "more than column names above the records"
+show 0 ' br-c0 ' --interface br-c0
 [ "$(lines ' br-c0 ')" -ge 4 ] && [ "$(lines 'up\.1')" -eq 0 ] || fail "--interface br-c0"
-show 0 --match 'br-[a-c]0' --count 2
+show 0 ' br-c0 ' --match 'br-[a-c]0' --count 2
 [ "$(lines ' br-c0 ')" -eq 2 ] || fail "--match, --count"
-show 0 --interface br-c0 --drops
-expect "the burst that was too long shows its drops" grep -qE ' [1-9][0-9]* *$' "$scratch/out"
-show 0 stats --csv --interface up.1
-expect "its bursts are counted" grep -qE '^up\.1,root,0,[2-9]$' "$scratch/out"
-[ "$(lines br-c0)" -eq 0 ] || fail "stats --interface"
-show 0 global --csv
-[ "$(lines 'br-c0|up\.1')" -eq 0 ] && [ "$(lines '^global')" -gt 0 ] || fail "global --csv: $(cat "$scratch/out")"
-expect "a queue above its threshold is in the messages" grep -q QUEUEMONITOR_LENGTH_OVER_THRESHOLD "$scratch/messages"
-
-# By name: everybody reads, root and the agent's user change.
-show 0 get 'portData["up.1"].chunk[0].entry[0].qLen'
-expect "a queue length alone on its line" grep -qxE '[1-9][0-9]*' "$scratch/out"
-show 0 get portData --all --json
-expect "the records of both links" grep -qE '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' "$scratch/out"
-show 1 get 'portData[up.1].chunk[0].entry[0].qlen'
-expect "the right name is offered" grep -q "no attribute 'qlen' in Agent::LinuxEntry; did you mean qLen?" "$scratch/err"
-show 0 set numSharedChunks 7
-show 0 get numSharedChunks
-expect "the pool is set" grep -qx 7 "$scratch/out"
-expect "the change is in the messages" grep -q 'user 0: set numSharedChunks 7' "$scratch/messages"
-show 1 call 'allocateChunk(intfId=up.1)'
-stranger=(setpriv --reuid=65534 --clear-groups)
-chmod 711 "$scratch"
-if "${stranger[@]}" "$show_program" --version >/dev/null 2>&1; then
-  expect "a stranger reads" "${stranger[@]}" "$show_program" --socket "$socket" get numSharedChunks
-  "${stranger[@]}" "$show_program" --socket "$socket" set numSharedChunks 8 2>"$scratch/err" && fail "a stranger sets"
-  expect "why is said" grep -q 'only root and user 0, .*; you are user 65534' "$scratch/err"
-fi
+show 0 ' br-c0 .* [1-9][0-9]* *$' --drops # of the burst that was too long
+show 0 '^up\.1,root,0,[2-9]$' stats --csv --interface up.1
+show 0 '^global,' global --csv
+messages QUEUEMONITOR_LENGTH_OVER_THRESHOLD
 
 # How vorn-show ends.
-show 1 raw '-ibr['
-expect "a bad pattern is named" grep -q 'unmatched square bracket' "$scratch/err"
-show 2 --match 'br['
-show 2 --no-such-option
-"$show_program" --socket "$scratch/nobody" 2>/dev/null && fail "no agent"
-[ $? -eq 3 ] || fail "exit status without an agent"
-{ "$show_program" --socket "$socket" 2>"$scratch/err"; echo $? >"$scratch/status"; } | head -n 1 >"$scratch/out"
-[ "$(cat "$scratch/status")" = 0 ] && [ ! -s "$scratch/err" ] || fail "a reader that leaves early"
-
+show 1 'unmatched square bracket' raw '-ibr['
+show 1 'no interface matches no' --interface no-such0
+show 2 'unmatched square bracket' --match 'br['
+show 2 'no-such-option' --no-such-option
+socket=$scratch/nobody show 3 'cannot reach the agent' status
+{ sleep 0.1; vorn-show 2>"$scratch/err" && [ ! -s "$scratch/err" ]; } | true || fail "a reader that has left by then"
 status=0
-"$show_program" --socket "$socket" >&- 2>"$scratch/err" || status=$?
-[ "$status" = 1 ] && grep -q 'standard output' "$scratch/err" || fail "a closed output: $status"
-show 1 --interface no-such0
-expect "what matches nothing is said" grep -q 'no interface matches no' "$scratch/err"
+vorn-show >&- 2>"$scratch/out" || status=$?
+[ "$status" = 1 ] && [ "$(lines 'standard output')" = 1 ] || fail "a closed output: $status"
 
 # The documents: each command is accepted, and refused by the agent just where they show it; each title of a sample is
 # printed. The links have other names here, what stands for something else (NAME) is left out, and an agent finds its
@@ -187,34 +160,35 @@ expect "what matches nothing is said" grep -q 'no interface matches no' "$scratc
     status[++n] = command ~ /^vorn-agent/ && command !~ /--help/ ? 1 : 0; commands[n] = command
   }
   END { for (i = 1; i <= n; i++) print status[i], commands[i] }' README.md docs/*.md | sort -u) >"$scratch/commands"
-expect "the documents have commands" [ "$(wc -l <"$scratch/commands")" -ge 25 ]
+[ "$(wc -l <"$scratch/commands")" -ge 25 ] || fail "the documents have no commands"
 while read -r wanted command; do
-  eval "set -- $command"
-  program=$show_program status=0
-  [ "$1" = vorn-show ] || program=$agent_program
-  shift
-  "$program" --socket "$socket" "$@" >"$scratch/out" 2>&1 || status=$?
+  status=0
+  eval "$command" >"$scratch/out" 2>&1 || status=$?
   [ "$status" -eq "$wanted" ] || fail "$command, of the documents, ended with $status, not $wanted"
 done <"$scratch/commands"
+show 0 '^400$' get numSharedChunks # as one of them has it
+messages 'user 0: set numSharedChunks 400' 1
+show 0 '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' get portData --all --json
 for report in "" --drops --latency global stats status --help --csv "stats --csv"; do
   # shellcheck disable=SC2086  # words
-  show 0 $report
-  [[ $report = *--csv ]] || expect "lines fit" sh -c "! ('$agent_program' --help; cat '$scratch/out') | grep -E '.{101}' >&2"
+  show 0 '' $report
+  [[ $report = *--csv ]] || [ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-show $report do not fit"
   cat "$scratch/out"
 done >"$scratch/reports"
+vorn-agent --help >"$scratch/out"
+[ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-agent --help do not fit"
 grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$here"/../docs/*.md | sort -u | while read -r title; do
-  expect "a title of the documents is printed: $title" grep -Fxq -- "$title" "$scratch/reports"
+  grep -Fxq -- "$title" "$scratch/reports" || fail "a title of the documents is not printed: $title"
 done
 
 # How the agent starts and ends.
 for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
-show 0 status
-expect "the agent goes on" grep -qx 'failures: none' "$scratch/out"
-[ "$(grep -c 'SIGHUP is ignored' "$scratch/messages")" = 1 ] || fail "SIGHUP is not noted once"
-refused() { ! "$agent_program" --socket "$@" 2>>"$scratch/messages"; }
-expect "a second agent is refused" refused "$socket"
-expect "a pool of 0 is refused" refused "$scratch/other.sock" --pool 0
-SIM_NUM_SHARED_CHUNKS=0 expect "a pool of 0 from the environment is refused" refused "$scratch/other.sock"
+show 0 '^failures: none$' status
+messages 'SIGHUP is ignored' 1
+refused() { ! vorn-agent "$@" 2>>"$scratch/messages" || fail "an agent starts with $*"; }
+refused # its place is taken
+socket=$scratch/other.sock refused --pool 0
+socket=$scratch/other.sock SIM_NUM_SHARED_CHUNKS=0 refused
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
 start_agent
