@@ -3,44 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <map>
 
+#include "tests/FailingAllocations.h"
 #include "tests/support.h"
-
-namespace {
-// How many allocations are left before one fails.
-constexpr std::size_t forever = ~std::size_t{0};
-std::size_t allocationsLeft = forever;
-
-void* allocated(std::size_t size, std::size_t alignment) {
-  if (allocationsLeft != forever && allocationsLeft-- == 0) {
-    allocationsLeft = forever;
-    throw std::bad_alloc();
-  }
-  void* const memory = std::aligned_alloc(alignment, (size + alignment) / alignment * alignment);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) { return allocated(size, 16); }
-[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
-  return allocated(size, static_cast<std::size_t>(alignment));
-}
-[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept try {
-  return allocated(size, 16);
-} catch (std::bad_alloc const&) {
-  return nullptr;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
