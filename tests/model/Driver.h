@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "tests/model/ModelRecorder.h"
+#include "tests/model/ModelReports.h"
 
 namespace Test {
 
@@ -47,10 +47,7 @@ class Driver : public Bench {
     if (logged != model_.logged) return "system log";
     logged.clear();
     model_.logged.clear();
-    if (model_.global)
-      if (std::string const what = differenceOf(*recorder->globalBufferChunk(), *model_.global);
-          !what.empty())
-        return "global: " + what;
+    if (model_.global && slotsOf(*recorder->globalBufferChunk()) != *model_.global) return "global log";
     if (TestEntry::alive != model_.records()) return "records alive " + std::to_string(TestEntry::alive);
     std::string const fault = brokenMeanwhile_.empty() ? recorder->checkInvariants() : brokenMeanwhile_;
     return danglingKeys_ && fault.ends_with("outside of the newest chunk") ? "" : fault;
@@ -72,7 +69,8 @@ class Driver : public Bench {
     command += kinds[below(10)];
     std::vector<std::string> order;
     for (auto i = recorder->portDataIterator(); i; ++i) order.push_back(i.key().stringValue().str());
-    std::string const expected = model_.report(Vorn::parseCommand(command), order);
+    std::string const expected =
+        Model::Reports(model_, clock->utcTime()).report(Vorn::parseCommand(command), order);
     if (std::string const actual = report(command); actual != expected)
       return command + '\n' + actual + expected;
     ++(expected.ends_with(footer) ? complete : broken);
@@ -193,21 +191,16 @@ class Driver : public Bench {
     (*i)->entryDel(Vorn::EntryIndex(static_cast<U16>(slot)));
   }
 
-  // What is not the same in a log and in the model's, or nothing.
-  static std::string differenceOf(Vorn::EntryQueue const& real, Model::Slots& model) {
-    Vorn::EntryQueue::EntryMetadata const state = real.entryMetadata();
-    if (state.count != model.records.size()) return "count " + std::to_string(state.count);
-    if (state.head.value() != model.head) return "head " + std::to_string(state.head.value());
-    for (U32 k = 0; k < state.count; ++k) {
-      U16 const slot = static_cast<U16>(model.slot(k));
-      Vorn::Entry const* const entry = real.entry(Vorn::EntryIndex(slot)).get();
-      Model::Record const* const record = model.at(slot);
-      if ((entry == nullptr) != (record == nullptr)) return "presence in slot " + std::to_string(slot);
-      if (entry != nullptr && (entry->qLen() != record->qLen || entry->timestamp() != us(record->timestamp) ||
-                               entry->duration() != us(record->duration)))
-        return "record in slot " + std::to_string(slot);
+  // A log as the model holds it.
+  static Model::Slots slotsOf(Vorn::EntryQueue const& log) {
+    Vorn::EntryQueue::EntryMetadata const state = log.entryMetadata();
+    Model::Slots slots{state.head.value(), std::deque<std::optional<Model::Record>>(state.count)};
+    for (auto i = log.entryIterator(); i; ++i) {
+      auto const& entry = static_cast<TestEntry const&>(**i);
+      slots.records[slots.place(i.key().value())] = {
+          entry.qLen(), entry.timestamp().value(), entry.duration().value(), entry.alwaysLog(), entry.result};
     }
-    return "";
+    return slots;
   }
 
   std::string differenceOfPort(Model::Port& expected) const {
@@ -216,8 +209,7 @@ class Driver : public Bench {
     if (actual->chunks() != expected.chunks.size()) return "chunks " + std::to_string(actual->chunks());
     if (actual->lastSyslogTime() != expected.lastSyslog) return "lastSyslogTime";
     for (auto [i, k] = std::pair(actual->chunkIterator(), 0U); i; ++i, ++k)
-      if (std::string const what = differenceOf(**i, expected.chunks[k]); !what.empty())
-        return "chunk " + std::to_string(k) + ": " + what;
+      if (slotsOf(**i) != expected.chunks[k]) return "chunk " + std::to_string(k);
     for (U32 key = 0; key < 4; ++key) {
       auto const known = expected.slotUnderKey.find(key);
       if (actual->entryIndex(key).value() != (known == expected.slotUnderKey.end() ? 500 : known->second))
