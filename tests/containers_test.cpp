@@ -121,7 +121,7 @@ void againstPositions(Random random) {
       ASSERT_EQ(valueAt(queue, model.head + i), i < model.count() ? model.numbers[i] : 0);
     if constexpr (!isArray) {
       std::deque<int> walked(model.count());
-      for (auto i = queue.iterator(); i; ++i) walked[i.key() - model.head] = valueOf(*i);
+      for (auto i = queue.iterator(); i; ++i) ASSERT_NE(walked[i.key() - model.head] = valueOf(*i), 0);
       ASSERT_EQ(walked, model.numbers);
     }
   }

@@ -325,17 +325,14 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
   EXPECT_TRUE(Vorn::typesRegistered() && Vorn::initialisationDone());
   EXPECT_FALSE(Kes::GenericOf<U32>::type().hasGenericIf() ||
                Kes::GenericOf<Vorn::Config>::type().hasGenericIf());
-  std::istringstream in(expectedTypes);
-  string listed;
-  for (string word; in >> word;) listed += word + ' ';
   string listing;
   Lines lines = table();
   std::map<string, string> others;
   for (Kes::Type const* const type : Kes::TypeRegistry::instance().types().subspan(1)) {
-    string const base = type->isValue() ? "" : string(type->base()->shortName()) + ' ';
-    listing += string(type->shortName()) + ' ' + base + string(type->keyAttribute()) +
-               (type->keyAttribute().empty() ? "" : " ") +
-               std::to_string(type->attributes().front().identifier) + ' ';
+    listing += string(type->shortName()) + ' ';
+    if (!type->isValue()) listing += string(type->base()->shortName()) + ' ';
+    if (!type->keyAttribute().empty()) listing += string(type->keyAttribute()) + ' ';
+    listing += std::to_string(type->attributes().front().identifier) + ' ';
     for (Kes::Attribute const& attribute : type->attributes()) {
       listing += string(attribute.name) + ':' +
                  (attribute.owned ? 'o' : "mxcpfk"[static_cast<int>(attribute.kind)]) + ' ';
@@ -346,17 +343,14 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
                             string(Kes::nameOf(operation.code));
         auto const line = lines.extract(name);
         ASSERT_TRUE(line) << name;
-        string const& arguments = line.mapped().first;
-        auto const& run = line.mapped().second;
-        auto const outcome = [&](bool byName) {
+        auto const& [arguments, run] = line.mapped();
+        auto const outcome = [&, &arguments = arguments, &run = run](bool byName) {
           World world;
-          GenericIf::Ptr const subject = world.subject(*type);
-          GenericIf::Ptr const result =
-              byName ? subject->attributeOp({subject->attributeId(attribute.name), operation.code},
+          string const result =
+              world.digest(byName ? perform(world.subject(*type), string(attribute.name), operation.code,
                                             world.arguments(arguments, operation))
-                     : run(world);
-          string const shown = world.digest(result);
-          return shown + world.state();
+                                  : run(world));
+          return result + world.state();
         };
         string like = outcome(/*byName=*/false);
         EXPECT_EQ(outcome(/*byName=*/true), like) << name;
@@ -367,7 +361,9 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
       }
     }
   }
-  EXPECT_EQ(listing, listed);
+  string expected = expectedTypes;
+  std::replace(expected.begin(), expected.end(), '\n', ' ');
+  EXPECT_EQ(listing, expected);
   EXPECT_TRUE(lines.empty()) << lines.begin()->first;
 }
 
@@ -392,14 +388,7 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
   GenericIf::Ptr const port = toGeneric(bench.port("eth0"));
   GenericIf::Ptr const constant = toGeneric(Kes::Ptr<Vorn::PortData const>(bench.port("eth0")));
   GenericIf::Ptr const index = toGeneric(Vorn::EntryIndex(3));
-  struct Case {
-    GenericIf::Ptr object;
-    char const* attribute;
-    OpCode code;
-    char const* arguments;
-    char const* text;
-  };
-  Case const cases[] = {
+  std::tuple<GenericIf::Ptr, char const*, OpCode, char const*, char const*> const cases[] = {
       {index, "qlen", OpCode::read, "", "UnknownAttribute: no attribute 'qlen' in Vorn::EntryIndex [qlen]"},
       {recorder, "allocateChunk", OpCode::call, "intfId=eth0 intfId=eth1",
        "UnknownArgument: CongestionData [intfId]"},
@@ -422,12 +411,11 @@ TEST(Registry, Errors_areSpecificAndLeaveTheObjectAsDocumented) {
       {get(port, "chunkTobeMerged"), "intfId", OpCode::read, "", "Range: null ValidPtr"},
       {port, "mergeEntries", OpCode::set, "value=yes",
        "Parse: neither true nor false at column 0 deserializing yes"},
-      {index, "value", OpCode::set, "value=7x", "Parse: junk at column 1 deserializing 7x"},
       {index, "value", OpCode::set, "value=x",
        "Parse: no digits where a number was expected at column 0 deserializing x"}};
   auto const noValue = [](string const&, std::size_t) { return nullptr; };
-  for (Case const& c : cases)
-    EXPECT_EQ(failure([&] { perform(c.object, c.attribute, c.code, args(c.arguments, noValue)); }), c.text);
+  for (auto const& [object, attribute, code, given, text] : cases)
+    EXPECT_EQ(failure(std::bind(perform, object, attribute, code, args(given, noValue))), text);
   EXPECT_EQ(failure([&] { set(port, "chunkTobeMerged", toGeneric(Vorn::Entry::Ptr())); }),
             "Type: Chunk [value]");
   EXPECT_EQ(failure([&] { set(index, "value", toGeneric(U32{4})); }), "Type: U16 [value]");
