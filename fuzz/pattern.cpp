@@ -97,8 +97,11 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
       pattern.size() <= 24 && pattern.find('{') == std::string::npos &&
       std::count_if(pattern.begin(), pattern.end(), [](char c) { return std::strchr("*+?|", c); }) <= 2;
   if (!small || compiled.starts_with("error")) return 0;
-  std::string const part = name.substr(0, 5);
-  bool const expected = std::regex_match(part, std::regex(pattern));
-  Fuzz::check(std::regex_match(part, Vorn::compilePattern(pattern)) == expected, "standard", pattern);
+  for (std::string const& like :
+       {name.substr(0, 8), name.substr(0, 5) + "1\n", name.substr(0, 2), "x" + name.substr(0, 3)}) {
+    bool const expected = std::regex_match(like, std::regex(pattern));
+    Fuzz::check(std::regex_match(like, Vorn::compilePattern(pattern)) == expected, "standard", pattern);
+    Fuzz::check(filter.matches(like) == expected, "filter and standard", pattern);
+  }
   return 0;
 }

@@ -1,4 +1,4 @@
-// The framework's containers, each against a plain model under random operations. A failure names its seed.
+// The framework's containers, each against a plain model under random operations.
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -35,6 +35,13 @@ struct Random {
   std::mt19937 engine;
 };
 
+using Array = Kes::ArrayQueue<NumberPtr, 6>;
+using Ring = Kes::RingQueue<NumberPtr>;
+U32 headOf(Array const& queue) { return queue.head(); }
+U32 headOf(Ring const& queue) { return queue.headPosition(); }
+int valueAt(Array const& queue, U32 slot) { return valueOf(queue.slot(slot % Array::capacity)); }
+int valueAt(Ring const& queue, U32 position) { return valueOf(queue.at(position)); }
+
 // The model of both queues that may have holes: numbers from the head on, holes as 0, where the head stands,
 // and how many changes there were.
 struct Positions {
@@ -57,115 +64,84 @@ struct Positions {
   }
 };
 
-void arrayQueueAgainstModel(Random random) {
-  constexpr U32 size = 6;
-  Kes::ArrayQueue<NumberPtr, size> queue;
+// The ring's positions run over 2^32; the array has few slots, and refuses what they do not take.
+template <class Queue>
+void againstPositions(Random random) {
+  constexpr bool isArray = std::is_same_v<Queue, Array>;
+  constexpr U32 size = Array::capacity;
+  Queue queue;
   Positions model;
-  for (int step = 1; step < 400; ++step) {
+  queue.stateIs(model.head = isArray ? 0 : 0U - random.below(200), 0);
+  for (int step = 1; step < 500; ++step) {
     U32 const count = model.count();
-    U32 const slot = random.below(size);
-    U32 const k = (slot + size - model.head) % size;
-    U32 const dice = random.below(30);
-    if (dice < 8) {
-      ASSERT_EQ(raised([&] { queue.enq(made(step)); }), count == size ? "ArrayQueueStack full" : "");
-      if (count != size) model.numbers.push_back(step), ++model.changes;
-    } else if (dice < 12) {
-      ASSERT_EQ(valueOf(queue.deq()), model.take(0, true));
-    } else if (dice < 20) {
-      ASSERT_EQ(valueOf(queue.del(slot)), model.take(k, true));
-    } else if (dice < 27) {
-      bool const prepends = k == size - 1 && count != 0 && count < size - 1;
-      bool const fits = k <= count || count == 0 || prepends;
-      ASSERT_EQ(raised([&] { queue.put(slot, made(step)); }), fits ? "" : "outside of queue");
+    // In the ring from one position before the head to two behind the tail.
+    U32 const k = isArray ? random.below(size) : random.below(count + 3) - 1;
+    U32 const position = isArray ? (model.head + k) % size : model.head + k;
+    U32 const dice = random.below(step % 100 < 50 ? 40 : 26);
+    if (dice < 6) {
+      ASSERT_EQ(valueOf(queue.deq()), model.take(0, isArray));
+    } else if (dice < 14) {
+      ASSERT_EQ(valueOf(queue.del(position)), model.take(k, isArray));
+    } else if (dice < 21) {
+      bool const prepends = count != 0 && (isArray ? k == size - 1 && count < size - 1 : k == ~0U);
+      bool const fits = !isArray || k <= count || count == 0 || prepends;
+      ASSERT_EQ(raised([&] { queue.put(position, made(step)); }), fits ? "" : "outside of queue");
       model.changes += fits;
-      if (count == 0 || prepends) model.head = slot;
-      if (prepends || count == 0)
-        model.numbers.push_front(step);
+      if (count == 0 || prepends)
+        model.head = position, model.numbers.push_front(step);
       else if (fits)
         model.numbers.resize(std::max(count, k + 1)), model.numbers[k] = step;
-    } else if (dice < 29) {
+    } else if (dice < 22 && isArray) {
       // Whatever stands in the new range stays.
       U32 const newCount = random.below(size + 1);
       std::deque<int> kept;
-      for (U32 i = 0; i < newCount; ++i)
-        kept.push_back((k + i) % size < count ? model.numbers[(k + i) % size] : 0);
-      EXPECT_EQ(raised([&] { queue.stateIs(slot, size + 1); }), "bad size");
-      ASSERT_EQ(queue.head(), slot);
-      queue.stateIs(model.head = slot, newCount);
+      for (U32 i = k; i < k + newCount; ++i) kept.push_back(i % size < count ? model.numbers[i % size] : 0);
+      EXPECT_EQ(raised([&] { queue.stateIs(position, size + 1); }), "bad size");
+      ASSERT_EQ(headOf(queue), position);
+      queue.stateIs(model.head = position, newCount);
       model.numbers = kept;
-    } else {
+    } else if (dice < 22) {
+      queue.stateIs(model.head = 0U - random.below(50), random.below(64));
+    } else if (dice < 23) {
+      model.changes +=
+          count - (isArray ? 0 : static_cast<U32>(std::count(model.numbers.begin(), model.numbers.end(), 0)));
       model.head += count;
-      model.changes += count;
       model.numbers.clear();
       queue.delAll();
-    }
-    model.head %= size;
-    ASSERT_EQ(queue.head(), model.head);
-    ASSERT_EQ(queue.count(), model.count());
-    ASSERT_EQ(queue.modificationCount(), model.changes);
-    for (U32 i = 0; i < size; ++i)
-      ASSERT_EQ(valueOf(queue.slot((model.head + i) % size)), i < model.count() ? model.numbers[i] : 0);
-  }
-}
-
-TEST(Containers, ArrayQueue) {
-  for (unsigned seed = 1; seed <= 200; ++seed) {
-    SCOPED_TRACE(seed);
-    ASSERT_NO_FATAL_FAILURE(arrayQueueAgainstModel({std::mt19937(seed)}));
-  }
-}
-
-// Positions run over 2^32.
-void ringQueueAgainstModel(Random random) {
-  Kes::RingQueue<NumberPtr> queue;
-  Positions model;
-  queue.stateIs(model.head = 0U - random.below(200), 0);
-  for (int step = 1; step < 600; ++step) {
-    U32 const count = model.count();
-    U32 const k = random.below(count + 3) - 1;  // one position before the head, two behind the tail
-    U32 const position = model.head + k;
-    U32 const dice = random.below(step % 100 < 50 ? 16 : 12);
-    if (dice < 4) {
-      ASSERT_EQ(valueOf(queue.deq()), model.take(0, false));
-    } else if (dice < 8) {
-      ASSERT_EQ(valueOf(queue.del(position)), model.take(k, false));
-    } else if (dice < 10 && count != 0) {
-      queue.put(position, made(step));
-      ++model.changes;
-      if (k == ~0U)
-        model.numbers.push_front(step), --model.head;
-      else
-        model.numbers.resize(std::max(count, k + 1)), model.numbers[k] = step;
-    } else if (dice == 10 && random.below(10) == 0) {
-      queue.stateIs(model.head = 0U - random.below(50), random.below(64));
     } else {
-      queue.enq(made(step));
-      model.numbers.push_back(step);
-      ++model.changes;
+      bool const full = isArray && count == size;
+      ASSERT_EQ(raised([&] { queue.enq(made(step)); }), full ? "ArrayQueueStack full" : "");
+      if (!full) model.numbers.push_back(step), ++model.changes;
     }
+    if (isArray) model.head %= size;
+    ASSERT_EQ(headOf(queue), model.head);
     ASSERT_EQ(queue.count(), model.count());
-    ASSERT_EQ(queue.headPosition(), model.head);
     ASSERT_EQ(queue.modificationCount(), model.changes);
-    auto i = queue.iterator();
-    for (U32 at = 0; at < model.count(); ++at) {
-      ASSERT_EQ(valueOf(queue.at(model.head + at)), model.numbers[at]);
-      if (model.numbers[at] == 0) continue;
-      ASSERT_TRUE(i && i.key() == model.head + at && valueOf(*i) == model.numbers[at]);
-      ++i;
+    for (U32 i = 0; i < std::max(size, model.count()); ++i)
+      ASSERT_EQ(valueAt(queue, model.head + i), i < model.count() ? model.numbers[i] : 0);
+    if constexpr (!isArray) {
+      std::deque<int> walked(model.count());
+      for (auto i = queue.iterator(); i; ++i) ASSERT_NE(walked[i.key() - model.head] = valueOf(*i), 0);
+      ASSERT_EQ(walked, model.numbers);
     }
-    ASSERT_FALSE(i);
   }
 }
+
+// A failure names its seed.
+void underSeeds(void (*test)(Random)) {
+  for (unsigned seed = 1; seed <= 400; ++seed) {
+    SCOPED_TRACE(seed);
+    ASSERT_NO_FATAL_FAILURE(test({std::mt19937(seed)}));
+  }
+}
+
+TEST(Containers, ArrayQueue) { underSeeds(againstPositions<Array>); }
 
 TEST(Containers, RingQueue) {
-  for (unsigned seed = 1; seed <= 200; ++seed) {
-    SCOPED_TRACE(seed);
-    ASSERT_NO_FATAL_FAILURE(ringQueueAgainstModel({std::mt19937(seed)}));
-  }
-  Kes::RingQueue<NumberPtr> queue;
+  underSeeds(againstPositions<Ring>);
+  Ring queue;
   EXPECT_EQ(queue.capacity(), 8U);
   queue.put(5, made(1));
-  EXPECT_EQ(valueOf(queue.at(5)), 1);
   EXPECT_NE(raised([&] { queue.put(1U << 25, made(2)); }), "");
   EXPECT_NE(raised([&] { queue.stateIs(0, (1U << 24) + 1); }), "");
   EXPECT_EQ(queue.count(), 1U);
@@ -173,7 +149,7 @@ TEST(Containers, RingQueue) {
   EXPECT_EQ(queue.capacity(), 16U);  // 8, and doubled by the ninth
   queue.stateIs(5, 20);
   EXPECT_GE(queue.capacity(), 20U);
-  EXPECT_EQ(valueOf(queue.at(13)), 9);
+  EXPECT_EQ(valueAt(queue, 13), 9);
 }
 
 // Keys stand on both sides of 2^32.
@@ -243,12 +219,7 @@ void linkQueueAgainstModel(Random random) {
   }
 }
 
-TEST(Containers, LinkQueue) {
-  for (unsigned seed = 1; seed <= 400; ++seed) {
-    SCOPED_TRACE(seed);
-    ASSERT_NO_FATAL_FAILURE(linkQueueAgainstModel({std::mt19937(seed)}));
-  }
-}
+TEST(Containers, LinkQueue) { underSeeds(linkQueueAgainstModel); }
 
 // Few hashes, so that runs of equal ones form and are closed again.
 TEST(Containers, HashMap) {

@@ -3,44 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <map>
 
+#include "tests/FailingAllocations.h"
 #include "tests/support.h"
-
-namespace {
-// How many allocations are left before one fails.
-constexpr std::size_t forever = ~std::size_t{0};
-std::size_t allocationsLeft = forever;
-
-void* allocated(std::size_t size, std::size_t alignment) {
-  if (allocationsLeft != forever && allocationsLeft-- == 0) {
-    allocationsLeft = forever;
-    throw std::bad_alloc();
-  }
-  void* const memory = std::aligned_alloc(alignment, (size + alignment) / alignment * alignment);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) { return allocated(size, 16); }
-[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
-  return allocated(size, static_cast<std::size_t>(alignment));
-}
-[[gnu::noinline]] void* operator new(std::size_t size, std::nothrow_t const&) noexcept try {
-  return allocated(size, 16);
-} catch (std::bad_alloc const&) {
-  return nullptr;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -215,7 +183,6 @@ struct Case {
 
 TEST(Allocations, FailAtEveryPointInTurn) {
   Kes::threadSafePtrsIs(true);  // small objects come from the general allocator, too
-  std::FILE* const null = std::fopen("/dev/null", "w");
   Bench original;
   original.recorder->numSharedChunksIs(9);
   for (U32 i = 0; i < 5800; ++i) original.update("A1", i, ++original.time, 0, i % 4);
@@ -234,9 +201,7 @@ TEST(Allocations, FailAtEveryPointInTurn) {
   auto const update = [](char const* name) {
     return [name](Bench& b, auto& r) { b.recorder->updateEntry(Pylo::IntfId(name), r, us(0), 7); };
   };
-  auto const write = [null](char const* command) {
-    return [=](Bench& b, auto&) { b.recorder->doMergeAndDumpEntries(null, command, "", ""); };
-  };
+  auto const write = [](char const* command) { return [command](Bench& b, auto&) { b.report(command); }; };
   Case const cases[] = {
       {"new interface", nothing, add("A1")},
       {"new interface under a key", nothing, update("A1")},
@@ -310,7 +275,6 @@ TEST(Allocations, FailAtEveryPointInTurn) {
     }
     EXPECT_GT(failures, 1U) << c.name;
   }
-  std::fclose(null);
   Kes::threadSafePtrsIs(false);
 }
 

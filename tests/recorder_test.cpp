@@ -81,39 +81,37 @@ TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
 // What the other tests rely on: each way of breaking logs and pool is told, and mending it too.
 TEST_F(Recorder, InvariantsAreLookedAt) {
   fill("A1", 1, 501);
-  Vorn::Chunk::Ptr const first(port("A1")->chunk(0)), shared(port("A1")->chunk(1));
-  auto const stranger = Vorn::Chunk::ChunkIs();
-  stranger->intfIdIs(Pylo::IntfId("B1"));
+  Vorn::PortData::Ptr const log = port("A1");
+  Vorn::Chunk::Ptr const first(log->chunk(0)), shared(log->chunk(1)), stranger = Vorn::Chunk::ChunkIs();
+  Pylo::IntfId const a1("A1"), b1("B1");
+  stranger->intfIdIs(b1);
   EXPECT_EQ(recorder->chunkArrayModificationCount(), 1U);
-  auto const broken = [&](char const* what, auto const& breaks, auto const& mends) {
-    breaks();
-    EXPECT_EQ(recorder->checkInvariants(), what);
-    mends();
-    EXPECT_EQ(recorder->checkInvariants(), "");
-  };
-  auto const pooled = [&](char const* what, Vorn::Chunk::Ptr const& chunk) {
-    broken(
-        what, [&] { recorder->chunkArrayEnq(chunk); }, [&] { recorder->chunkArrayDel(1); });
-  };
-  pooled("a chunk stands in the pool twice", shared);
-  pooled("a private chunk is in the pool", first);
-  pooled("a free chunk names an owner", stranger);
-  broken(
-      "a shared chunk is not in the pool", [&] { recorder->chunkArrayDel(0); },
-      [&] { recorder->chunkArrayEnq(shared); });
-  broken(
-      "A1: a chunk names another owner", [&] { first->intfIdIs(Pylo::IntfId("B1")); },
-      [&] { first->intfIdIs(Pylo::IntfId("A1")); });
-  broken(
-      "A1: prevChunk is not the older neighbour", [&] { shared->prevChunkIs(nullptr); },
-      [&] { shared->prevChunkIs(first); });
-  broken(
-      "A1: nextChunk is not the newer neighbour", [&] { first->nextChunkIs(nullptr); },
-      [&] { first->nextChunkIs(shared); });
-  auto const indexIs = [&](Vorn::EntryIndexOrNull index) { port("A1")->entryIndexIs(3, index); };
-  broken(
-      "A1: an entry index points outside of the newest chunk", [&] { indexIs(Vorn::EntryIndexOrNull(499)); },
-      [&] { indexIs(Vorn::EntryIndexOrNull()); });
+  std::string told;
+  auto const look = [&] { told += recorder->checkInvariants() + '\n'; };
+  for (Vorn::Chunk::Ptr const& chunk : {shared, first, stranger})
+    recorder->chunkArrayEnq(chunk), look(), recorder->chunkArrayDel(1), look();
+  recorder->chunkArrayDel(0), look(), recorder->chunkArrayEnq(shared), look();
+  first->intfIdIs(b1), look(), first->intfIdIs(a1), look();
+  shared->prevChunkIs(nullptr), look(), shared->prevChunkIs(first), look();
+  first->nextChunkIs(nullptr), look(), first->nextChunkIs(shared), look();
+  log->entryIndexIs(3, Vorn::EntryIndexOrNull(499)), look(), log->entryIndexIs(3, {}), look();
+  EXPECT_EQ(told, R"(a chunk stands in the pool twice
+
+a private chunk is in the pool
+
+a free chunk names an owner
+
+a shared chunk is not in the pool
+
+A1: a chunk names another owner
+
+A1: prevChunk is not the older neighbour
+
+A1: nextChunk is not the newer neighbour
+
+A1: an entry index points outside of the newest chunk
+
+)");
 }
 
 // What the model does not reach: differences that wrap, and positions that a host spoils.
@@ -134,29 +132,6 @@ TEST_F(Recorder, KeysWithoutAFittingRecordMergeNothing) {
   update("A1", 7, ++time, 10, 4);
   EXPECT_EQ(port("A1")->entryIndex(4).value(), 0);
   EXPECT_EQ(chunk->entry(EntryIndex(0))->qLen(), 7U);
-}
-
-TEST_F(Recorder, JudgesByTheWallClockAndTheThresholdsInForce) {
-  auto const at = [&](Kes::Seconds now, U32 qLen, char const* name) {
-    clock->utcTimeIs(now);
-    logged.clear();
-    append(name, record(qLen, ++time));
-    return logged.empty() ? "" : logged[0];
-  };
-  std::string const begin = "QUEUEMONITOR_LENGTH_OVER_THRESHOLD: Interface ";
-  status->defHighThresholdIs(70);
-  status->defLowThresholdIs(40);
-  config->logIntervalIs(10);
-  clock->timeIs(1e6);  // not the time that counts
-  EXPECT_EQ(at(10, 99, "Ethernet1"), "");
-  EXPECT_EQ(at(10.5, 99, "Ethernet1"),
-            begin + "Et1 queue length is over high threshold of 70, current length is 99");
-  EXPECT_EQ(at(26, 69, "Ethernet1"),
-            begin + "Et1 queue length is over low threshold of 40, current length is 69");
-  config->portConfigIs("Cpu1", {5, 12});  // low above high: the high one is tested first
-  EXPECT_EQ(at(60, 5, "Cpu1"), begin + "Cp1 queue length is over high threshold of 5, current length is 5");
-  config->portConfigDel("Cpu1");
-  EXPECT_EQ(at(300, 9, "Cpu1"), begin + "Cp1 queue length is over high threshold of 0, current length is 9");
 }
 
 TEST_F(Recorder, HostsMayDeleteThePortWhileItIsJudgedOrEmptied) {
@@ -254,15 +229,15 @@ TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
 TEST(Chunk, RejectedIndexesTouchNothing) {
   auto const chunk = Vorn::Chunk::ChunkIs();
   EntryIndex index;
-  EXPECT_NE(raised([&] { index.valueIs(600); }), "");
-  using Operation = std::function<void()>;
-  for (Operation const& operation :
-       {Operation([&] { chunk->entry(index); }), Operation([&] { chunk->entryDel(index); }),
-        Operation([&] { chunk->entryIs(index, record(1, 1)); }),
-        Operation([&] { chunk->entryIs(index, nullptr); }), Operation([&] {
-          chunk->entryMetadataIs({index, 1});
-        })})
+  auto const rejected = [](auto const& operation) {
     EXPECT_EQ(raised(operation), "EntryIndex::value < 0 or > EntryIndex::max not allowed");
+  };
+  rejected([&] { index.valueIs(600); });
+  rejected([&] { chunk->entry(index); });
+  rejected([&] { chunk->entryDel(index); });
+  rejected([&] { chunk->entryIs(index, record(1, 1)); });
+  rejected([&] { chunk->entryIs(index, nullptr); });
+  rejected([&] { chunk->entryMetadataIs({index, 1}); });
   EXPECT_EQ(chunk->entrys(), 0U);
 }
 
@@ -278,13 +253,7 @@ TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
   chunk = holder.get();
   holder = nullptr;
   chunk->doClear();
-  using Operation = std::function<void(Vorn::Chunk&)>;
-  for (Operation const& operation : {Operation([](auto& c) { c.doClear(); }),
-                                     Operation([](auto& c) { c.entryDelAll(); }), Operation([](auto& c) {
-                                       c.entryMetadataIs({EntryIndex(0), 0});
-                                     }),
-                                     Operation([](auto& c) { c.entryIs(EntryIndex(0), record(1, 1)); }),
-                                     Operation([](auto& c) { c.entryDel(EntryIndex(0)); })}) {
+  auto const lost = [&](auto const& operation) {
     holder = Vorn::Chunk::ChunkIs();
     for (U32 i = 0; i < 2; ++i) {
       TestEntry::Ptr const entry = record(i, i);
@@ -294,7 +263,12 @@ TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
     operation(*holder);
     EXPECT_EQ(holder, nullptr);
     EXPECT_EQ(TestEntry::alive, 0);
-  }
+  };
+  lost([](Vorn::Chunk& c) { c.doClear(); });
+  lost([](Vorn::Chunk& c) { c.entryDelAll(); });
+  lost([](Vorn::Chunk& c) { c.entryMetadataIs({EntryIndex(0), 0}); });
+  lost([](Vorn::Chunk& c) { c.entryIs(EntryIndex(0), record(1, 1)); });
+  lost([](Vorn::Chunk& c) { c.entryDel(EntryIndex(0)); });
 }
 
 TEST_F(Recorder, StatisticsOfEqualNumbersComeInNaturalOrder) {
@@ -308,17 +282,18 @@ TEST_F(Recorder, StatisticsOfEqualNumbersComeInNaturalOrder) {
 
 TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   Vorn::Entry::Ptr const none;
-  EXPECT_EQ(raised([&] { recorder->doAddToLog(Pylo::IntfId("A1"), none); }), "null ValidPtr");
-  EXPECT_EQ(raised([&] { recorder->updateEntry(Pylo::IntfId("A1"), none, us(1), 1); }), "null ValidPtr");
-  EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(record(1, 1)); }), "null ValidPtr");
-  EXPECT_EQ(raised([&] { recorder->chunkArrayEnq(nullptr); }), "null ValidPtr");
+  Pylo::IntfId const a1("A1");
+  auto const refused = [](auto const& operation) { EXPECT_EQ(raised(operation), "null ValidPtr"); };
+  refused([&] { recorder->doAddToLog(a1, none); });
+  refused([&] { recorder->updateEntry(a1, none, us(1), 1); });
+  refused([&] { recorder->doAddToGlobalLog(record(1, 1)); });
+  refused([&] { recorder->chunkArrayEnq(nullptr); });
   recorder->allocateGlobalChunk();
-  EXPECT_EQ(raised([&] { recorder->doAddToGlobalLog(none); }), "null ValidPtr");
+  refused([&] { recorder->doAddToGlobalLog(none); });
   EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 0U);
   EXPECT_EQ(port("A1"), nullptr);
-  EXPECT_TRUE(raised([&] {
-                recorder->portDataIs(Pylo::IntfId("B1"))->portMetaDataIs(nullptr);
-              }).starts_with("null _portMetaData"));
+  auto const log = recorder->portDataIs(a1);
+  EXPECT_TRUE(raised([&] { log->portMetaDataIs(nullptr); }).starts_with("null _portMetaData"));
   recorder->doMergeAndDumpEntries(nullptr, "", "", "");
   EXPECT_EQ(recorder->doDumpEntriesInCSVFormat(nullptr, "", "", true), -1);
   EXPECT_EQ(traced.size(), 2U);
@@ -350,24 +325,6 @@ TEST_F(Recorder, StartRecordsStayWithTheRecorder) {
       testing::ExitedWithCode(0), "");
   recorder = nullptr;
   EXPECT_EQ(data->ptrCount(), 1U);
-}
-
-TEST_F(Recorder, AgeAndCountLimits) {
-  clock->utcTimeIs(100);
-  for (U64 const second : {89U, 90U, 95U}) append("A1", record(1, second * 1000000));
-  EXPECT_EQ(report("-t10"), "\nReport generated at 100.000000\n" + std::string(header) +
-                                "text 95000000 A1 1 0\ntext 90000000 A1 1 0\n" + footer);
-  auto const lines = [&](char const* command) {
-    std::string const text = report(command);
-    return std::count(text.begin(), text.end(), '\n') - 4;  // frame
-  };
-  for (char const* all :
-       {"", "-t0", "-tabc", "-s0", "-t-5", "unknown", "-t20 -x", "-iA1", "-i.*,[x]", "-s2 csv"})
-    EXPECT_EQ(lines(all), 3) << all;
-  for (char const* none : {"-i", "-iA", "-iA10", "-iFabric"}) EXPECT_EQ(lines(none), 0) << none;
-  EXPECT_EQ(lines("-s2"), 2);
-  append("A1", record(1, 101000000));  // later than the report: its age wraps and ends the report
-  EXPECT_EQ(lines("-t10"), 0);
 }
 
 }  // namespace

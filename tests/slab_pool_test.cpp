@@ -10,12 +10,9 @@
 #include <fstream>
 #include <iterator>
 #include <random>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "Kes/SlabPool.h"
-#include "Vorn/Vorn.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -63,14 +60,12 @@ Vorn::Entry::Ptr made(unsigned kind, unsigned mark) {
 
 TEST(SlabPool, Records_ofAllKindsKeepTheirBytes) {
   std::mt19937 random(7);
-  std::vector<Vorn::Entry::Ptr> records(20'000);
-  std::vector<unsigned> marks(records.size());
+  std::vector<std::pair<Vorn::Entry::Ptr, unsigned>> records(20'000);
   for (unsigned mark = 0; mark < 200'000; ++mark) {
-    std::size_t const at = random() % records.size();
-    Vorn::Entry::Ptr& slot = records[at];
-    ASSERT_TRUE(!slot || (slot->qLen() == marks[at] && slot->timestamp().value() == marks[at]));
+    auto& [slot, marked] = records[random() % records.size()];
+    ASSERT_TRUE(!slot || (slot->qLen() == marked && slot->timestamp().value() == marked));
     slot = random() % 3 == 0 ? nullptr : made(static_cast<unsigned>(random()), mark);
-    marks[at] = mark;
+    marked = mark;
     if (mark % 1000 == 0) Kes::slabTrim();
   }
 }
@@ -106,19 +101,15 @@ TEST(SlabPool, Memory_comesBackWhateverWayItWent) {
 TEST(SlabPool, Threads_shareItOnceSwitched) {
   std::vector<Vorn::Entry::Ptr> handed(50'000);
   for (unsigned i = 0; i < handed.size(); ++i) handed[i] = made(i % 4, i);
-  Kes::threadSafePtrsIs(true);
-  auto const work = [&handed](std::size_t first) {
-    for (std::size_t i = first; i < handed.size(); i += 2)
-      for (unsigned k = 0; k < 4; ++k) handed[i] = made(k, static_cast<unsigned>(i));
-  };
-  std::thread other(work, 1);
-  work(0);
-  other.join();
-  Kes::threadSafePtrsIs(false);
-  for (std::size_t i = 0; i < handed.size(); ++i) ASSERT_EQ(handed[i]->qLen(), i);
-  handed.clear();
-  for (unsigned i = 0; i < 10'000; ++i) handed.push_back(made(i % 4, i));
-  for (std::size_t i = 0; i < handed.size(); ++i) ASSERT_EQ(handed[i]->qLen(), i);
+  ::Test::inTwoThreads([&](unsigned which) {
+    for (unsigned i = which; i < handed.size(); i += 2)
+      for (unsigned k = 0; k < 4; ++k) handed[i] = made(k, i);
+  });
+  for (int turn = 0; turn < 2; ++turn) {
+    for (std::size_t i = 0; i < handed.size(); ++i) ASSERT_EQ(handed[i]->qLen(), i);
+    handed.clear();
+    for (unsigned i = 0; i < 10'000; ++i) handed.push_back(made(i % 4, i));
+  }
 }
 
 // A child is forked at any moment of another thread's work; it makes and frees records, and ends.
@@ -140,8 +131,7 @@ TEST(SlabPool, Forks_whileAnotherThreadUsesIt) {
     pid_t const child = fork();
     if (child == 0) {
       alarm(10);
-      before[0] = nullptr;
-      made(0, 3);
+      before[0] = made(0, 3);
       Kes::slabTrim();
       _exit(0);
     }

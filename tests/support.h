@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Vorn/Vorn.h"
@@ -26,6 +27,15 @@ std::string raised(Operation operation) {
     return exception.what();
   }
   return "";
+}
+
+// Does the same at a time in two threads, numbered 0 and 1, with pointers that may be shared.
+inline void inTwoThreads(std::function<void(unsigned which)> const& work) {
+  Kes::threadSafePtrsIs(true);
+  std::thread other(work, 1);
+  work(0);
+  other.join();
+  Kes::threadSafePtrsIs(false);
 }
 
 inline Vorn::Microseconds us(U64 count) { return Vorn::Microseconds(count); }

@@ -32,18 +32,15 @@ constexpr char indexRange[] = "EntryIndex::value < 0 or > EntryIndex::max not al
 constexpr char indexOrNullRange[] = "EntryIndexOrNull::value < 0 or > EntryIndexOrNull::null not allowed";
 
 TEST(Values, MicrosecondsTruncateSaturateAndWrap) {
-  auto const from = [](double seconds) { return Microseconds::fromSeconds(seconds).value(); };
-  EXPECT_EQ(from(0.0), 0U);
-  EXPECT_EQ(from(4.35), 4349999U);
-  EXPECT_EQ(from(1e13), 10000000000000000000U);  // beyond 2^63
-  EXPECT_EQ(from(1e14), Microseconds::max());
-  EXPECT_EQ(from(-1.0), 0U);
-  EXPECT_EQ(from(std::nan("")), 0U);
-  EXPECT_EQ(from(std::numeric_limits<double>::infinity()), Microseconds::max());
+  // Numbers beyond 2^63 are numbers still.
+  std::pair<double, Kes::U64> const cases[] = {
+      {0.0, 0},  {4.35, 4349999},   {1e13, 10000000000000000000U},  {1e14, Microseconds::max()},
+      {-1.0, 0}, {std::nan(""), 0}, {INFINITY, Microseconds::max()}};
+  for (auto const& [seconds, expected] : cases)
+    EXPECT_EQ(Microseconds::fromSeconds(seconds).value(), expected) << seconds;
   EXPECT_EQ(Microseconds::toSeconds(Microseconds(1500000)), 1.5);
   EXPECT_EQ(Microseconds::toSeconds(Microseconds(Microseconds::max())), 18446744073709551616.0 / 1e6);
-  Microseconds time(Microseconds::max());
-  EXPECT_EQ((time += 3).value(), 2U);
+  EXPECT_EQ((Microseconds(Microseconds::max()) += 3).value(), 2U);
 }
 
 TEST(Values, TextsAreDigitsAndReadBack) {
@@ -55,8 +52,6 @@ TEST(Values, TextsAreDigitsAndReadBack) {
   EXPECT_EQ(strepToValue<Microseconds>("18446744073709551615").value(), Microseconds::max());
   EXPECT_TRUE(strepToValue<EntryIndexOrNull>("500").isNull());
   EXPECT_EQ(raised([] { strepToValue<Microseconds>("12x"); }), "junk at column 2 deserializing 12x");
-  EXPECT_EQ(raised([] { strepToValue<EntryIndex>("7x"); }), "junk at column 1 deserializing 7x");
-  EXPECT_EQ(raised([] { strepToValue<EntryIndexOrNull>("7x"); }), "junk at column 1 deserializing 7x");
   EXPECT_EQ(raised([] { strepToValue<EntryIndex>("500"); }), indexRange);
   EXPECT_EQ(raised([] { strepToValue<EntryIndexOrNull>("501"); }), indexOrNullRange);
   for (char const* text : {"", "-1", "+1", " 1", "x", "18446744073709551616"})
@@ -88,20 +83,14 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
   using Enabled = Vorn::Config::Enabled;
   auto const config = Kes::makePtr<Vorn::Config>();
   auto const status = Kes::makePtr<Vorn::Hardware::Status>();
-  EXPECT_FALSE(Vorn::isVornEnabled(config, status));
-  for (bool const byDefault : {true, false}) {
-    status->vornEnabledByDefaultIs(byDefault);
-    config->enabledIs(Enabled::notConfigured);
-    EXPECT_EQ(Vorn::isVornEnabled(config, status), byDefault);
-    config->enabledIs(Enabled::enabled);
-    EXPECT_TRUE(Vorn::isVornEnabled(config, status));
-    config->enabledIs(Enabled::disabled);
-    EXPECT_FALSE(Vorn::isVornEnabled(config, status));
-  }
-  status->defCpuHighThresholdIs(9);
-  status->defCpuLowThresholdIs(4);
-  Vorn::Thresholds const cpu = Vorn::portThresholds(config, status, Pylo::IntfId("Cpu0"));
-  EXPECT_TRUE(cpu.high == 9 && cpu.low == 4);
+  std::string enabled = std::to_string(Vorn::isVornEnabled(config, status));
+  for (bool const byDefault : {true, false})
+    for (Enabled const word : {Enabled::notConfigured, Enabled::enabled, Enabled::disabled}) {
+      status->vornEnabledByDefaultIs(byDefault);
+      config->enabledIs(word);
+      enabled += std::to_string(Vorn::isVornEnabled(config, status));
+    }
+  EXPECT_EQ(enabled, "0110010");
 }
 
 TEST(Values, ShortNames) {

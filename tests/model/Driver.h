@@ -2,22 +2,20 @@
 
 #include <random>
 
-#include "tests/model/Pair.h"
+#include "tests/model/ModelReports.h"
 
 namespace Test {
 
-using Report = Vorn::CommandOptions::Report;
-
-// Does what `choose` says, which is any number below a limit. `seed` makes the records; where it ends in 0
-// there are many more ports.
-class Driver : public Pair {
+// A recorder and its model, which are given the same: what `choose` says, which is any number below a limit.
+// `seed` makes the records; where it ends in 0 there are many more ports.
+class Driver : public Bench {
  public:
   Driver(unsigned seed, std::function<U32(U32 limit)> choose)
       : random_(seed), choose_(std::move(choose)), failures_(below(2) == 0), surgery_(below(2) == 0) {
     // Some have hundreds of ports, which all begin at the same time.
     for (U32 i = 0; seed % 10 == 0 && i < 150; ++i) names_.push_back("Ethernet" + std::to_string(20 + i));
     for (std::string const& name : names_) append(name, anyRecord());
-    checksEachRecord = seed < 20 && names_.size() < 10 && !surgery_;
+    checksEachRecord_ = seed < 20 && names_.size() < 10 && !surgery_;
     status->defHighThresholdIs(70);
     status->defLowThresholdIs(40);
     status->defCpuHighThresholdIs(20);
@@ -39,37 +37,40 @@ class Driver : public Pair {
     if (surgery_) surgery();
   }
 
+  // What is not the same on both sides, or nothing.
+  std::string difference() {
+    for (Model::Port& expected : model_.ports)
+      if (std::string const what = differenceOfPort(expected); !what.empty())
+        return expected.name + ": " + what;
+    if (recorder->portDataMap().size() != model_.ports.size()) return "number of ports";
+    if (recorder->chunkArrayCount() != model_.pooled()) return "pool";
+    if (logged != model_.logged) return "system log";
+    logged.clear();
+    model_.logged.clear();
+    if (model_.global && slotsOf(*recorder->globalBufferChunk()) != *model_.global) return "global log";
+    if (TestEntry::alive != model_.records()) return "records alive " + std::to_string(TestEntry::alive);
+    std::string const fault = brokenMeanwhile_.empty() ? recorder->checkInvariants() : brokenMeanwhile_;
+    return danglingKeys_ && fault.ends_with("outside of the newest chunk") ? "" : fault;
+  }
+
   // What is not the same in a report of some options, or nothing.
   std::string differenceOfReports() {
-    // The clock stands so that an age limit falls among the records.
+    // The clock stands so that an age limit falls among the records, or behind some: their age wraps.
     U32 const age = below(3) == 0 ? 1 + below(3) : 0;
-    clock->utcTimeIs(age + static_cast<double>(time - below(2000)) / 1e6);
-    Vorn::CommandOptions options;
+    clock->utcTimeIs((below(8) == 0 ? 0 : age) + static_cast<double>(time - below(2000)) / 1e6);
     std::string command = "unknown";
-    options.ageLimit = age;
     if (age != 0) command += " -t" + std::to_string(age);
-    if (below(3) == 0) command += " -s" + std::to_string(options.entryCount = below(400));
-    if ((options.drops = below(8) == 0)) command += " -d";
-    if ((options.latency = below(8) == 0)) command += " -l";
-    if ((options.showAll = below(2) == 0)) command += " -a";
-    if (below(3) == 0) {
-      static char const* const filters[] = {"", "Et1,Et3/2", "Et[13].*,Fabric", ".*1,Cp.*", "Et10"};
-      char const* const filter = filters[below(5)];
-      command += std::string(" -i") + filter;
-      options.allInterfaces = false;
-      Vorn::split(filter, ",", options.interfacePatterns);
-      for (std::string& pattern : options.interfacePatterns)
-        if (pattern == "Fabric") pattern = "Fc.*";
-    }
-    U32 const kind = below(10);
-    options.report = kind < 5   ? Report::text
-                     : kind < 8 ? Report::csv
-                     : kind < 9 ? Report::statistics
-                                : Report::globalBuffer;
-    command += kind < 5 ? "" : kind < 8 ? " csv" : kind < 9 ? " -c" : " -b";
+    if (below(3) == 0) command += " -s" + std::to_string(below(400));
+    for (char const* const option : {" -d", " -l", " -a", " -a", " -a"})
+      if (below(8) == 0) command += option;
+    static char const* const filters[] = {"", "Et1,Et3/2", "Et[13].*,Fabric", ".*1,Cp.*", "Et10"};
+    if (below(3) == 0) command += std::string(" -i") + filters[below(5)];
+    static char const* const kinds[] = {"", "", "", "", "", " csv", " csv", " csv", " -c", " -b"};
+    command += kinds[below(10)];
     std::vector<std::string> order;
     for (auto i = recorder->portDataIterator(); i; ++i) order.push_back(i.key().stringValue().str());
-    std::string const expected = model.report(options, order);
+    std::string const expected =
+        Model::Reports(model_, clock->utcTime()).report(Vorn::parseCommand(command), order);
     if (std::string const actual = report(command); actual != expected)
       return command + '\n' + actual + expected;
     ++(expected.ends_with(footer) ? complete : broken);
@@ -94,26 +95,52 @@ class Driver : public Pair {
     return result;
   }
 
+  TestEntry::Ptr made(Model::Record const& from) const {
+    TestEntry::Ptr const entry = record(from.qLen, from.timestamp);
+    entry->durationIs(us(from.duration)).alwaysLogIs(from.alwaysLog);
+    entry->result = from.result;
+    return entry;
+  }
+  void append(std::string const& name, Model::Record const& from) {
+    model_.append(name, from);
+    recorder->doAddToLog(Pylo::IntfId(name), made(from));
+  }
+  void numSharedChunksIs(U32 count) {
+    model_.numSharedChunks = count;
+    recorder->numSharedChunksIs(count);
+  }
+  void del(std::string const& name) {
+    model_.del(name);
+    recorder->portDataDel(Pylo::IntfId(name));
+  }
+
   void records() {
     std::string const& name = anyName();
     U32 const series = below(3);
-    for (U32 left = below(4) == 0 ? below(700) : below(8); left > 0; --left)
-      if (series == 0)
-        append(name, anyRecord());
-      else
-        update(name, anyRecord(), chance(4), chance(3));
+    for (U32 left = below(4) == 0 ? below(700) : below(8); left > 0; --left) {
+      Model::Record const from = anyRecord();
+      if (series == 0) {
+        append(name, from);
+      } else {
+        U64 const coalesceTime = chance(4);
+        U32 const key = chance(3);
+        model_.update(name, from, coalesceTime, key);
+        recorder->updateEntry(Pylo::IntfId(name), made(from), us(coalesceTime), key);
+      }
+      if (checksEachRecord_ && brokenMeanwhile_.empty()) brokenMeanwhile_ = recorder->checkInvariants();
+    }
     messages += static_cast<int>(logged.size());
   }
 
   void globalRecords() {
     recorder->allocateGlobalChunk();
-    if (!model.global) model.global.emplace();
+    if (!model_.global) model_.global.emplace();
     for (U32 left = below(4) == 0 ? below(600) : below(8); left > 0; --left) {
       Model::Record const from = anyRecord();
-      model.appendGlobal(from);
+      model_.appendGlobal(from);
       recorder->doAddToGlobalLog(made(from));
     }
-    recorder->globalBufferChunk()->counterIs(model.global->counter = below(3));
+    recorder->globalBufferChunk()->counterIs(model_.global->counter = below(3));
   }
 
   void settings() {
@@ -135,10 +162,10 @@ class Driver : public Pair {
     if (!data) return;
     U32 const identifier = 1 + below(2);
     U64 const unit = names_.size() * 2;
-    U64 const oldest = model.find(names_[index])->chunks.front().records.front()->timestamp;
+    U64 const oldest = model_.find(names_[index])->chunks.front().records.front()->timestamp;
     U64 const about = below(2) == 0 ? time - below(900) : oldest + below(3);
     U64 const start = below(4) == 0 ? 0 : about / unit * unit + index * 2 + identifier;
-    Model::MetaData& expected = model.find(names_[index])->metaData[identifier];
+    Model::MetaData& expected = model_.find(names_[index])->metaData[identifier];
     expected = {below(3), start};
     if (!data->portMetaData(identifier))
       data->newPortMetaData(Vorn::portMetaDataFactory(identifier, data->intfId()));
@@ -148,7 +175,7 @@ class Driver : public Pair {
 
   // Deletes a record by hand: inside any chunk, at the ends of the newest only.
   void surgery() {
-    Model::Port* const from = model.find(anyName());
+    Model::Port* const from = model_.find(anyName());
     if (from == nullptr) return;
     U32 const k = below(static_cast<U32>(from->chunks.size()));
     Model::Chunk& chunk = from->chunks[k];
@@ -157,13 +184,44 @@ class Driver : public Pair {
     U32 const size = static_cast<U32>(chunk.records.size());
     U32 const slot = newest && below(2) == 0 ? (below(2) == 0 ? chunk.head : chunk.tail())
                                              : chunk.slot(1 + below(size - 2));
-    danglingKeys = true;
+    danglingKeys_ = true;
     chunk.del(slot);
     auto i = port(from->name.c_str())->chunkIterator();
     for (U32 skipped = 0; skipped < k; ++skipped) ++i;
     (*i)->entryDel(Vorn::EntryIndex(static_cast<U16>(slot)));
   }
 
+  // A log as the model holds it.
+  static Model::Slots slotsOf(Vorn::EntryQueue const& log) {
+    Vorn::EntryQueue::EntryMetadata const state = log.entryMetadata();
+    Model::Slots slots{state.head.value(), std::deque<std::optional<Model::Record>>(state.count)};
+    for (auto i = log.entryIterator(); i; ++i) {
+      auto const& entry = static_cast<TestEntry const&>(**i);
+      slots.records[slots.place(i.key().value())] = {
+          entry.qLen(), entry.timestamp().value(), entry.duration().value(), entry.alwaysLog(), entry.result};
+    }
+    return slots;
+  }
+
+  std::string differenceOfPort(Model::Port& expected) const {
+    Vorn::PortData::Ptr const actual = port(expected.name.c_str());
+    if (!actual) return "missing";
+    if (actual->chunks() != expected.chunks.size()) return "chunks " + std::to_string(actual->chunks());
+    if (actual->lastSyslogTime() != expected.lastSyslog) return "lastSyslogTime";
+    for (auto [i, k] = std::pair(actual->chunkIterator(), 0U); i; ++i, ++k)
+      if (slotsOf(**i) != expected.chunks[k]) return "chunk " + std::to_string(k);
+    for (U32 key = 0; key < 4; ++key) {
+      auto const known = expected.slotUnderKey.find(key);
+      if (actual->entryIndex(key).value() != (known == expected.slotUnderKey.end() ? 500 : known->second))
+        return "position under key " + std::to_string(key);
+    }
+    return "";
+  }
+
+  Model::Recorder model_{*this};
+  bool danglingKeys_ = false;  // a record under a key was deleted by hand
+  bool checksEachRecord_ = false;
+  std::string brokenMeanwhile_{};  // the first fault that such a check found
   std::mt19937 random_;
   std::function<U32(U32)> const choose_;
   bool const failures_;
