@@ -7,8 +7,10 @@
 #include <deque>
 #include <map>
 #include <random>
+#include <set>
 
 #include "Kes/ArrayQueue.h"
+#include "Kes/Hash.h"
 #include "Kes/HashMap.h"
 #include "Kes/LinkQueue.h"
 #include "Kes/RingQueue.h"
@@ -251,6 +253,11 @@ TEST(Containers, HashMap) {
       ASSERT_EQ(map.find(at) != nullptr ? valueOf(*map.find(at)) : 0,
                 expected.contains(at) ? expected[at] : 0);
   }
+  // Keys that differ in their upper half alone.
+  std::set<U64> places;
+  for (U64 n = 0; n < 256; ++n)
+    places.insert((Kes::hashNumber(n << 16) ^ Kes::hashNumber(n << 16) >> 32) % 256);
+  EXPECT_GT(places.size(), 100U);
 }
 
 // On a stack that a recursion over the elements would overrun many times over.
