@@ -20,7 +20,9 @@ namespace Vorn {
 //                     within another is too much already. Of a list of names (Et1|Et2|Et3, in no group) only
 //                     the |s and the longest name count: one of 900 names may have all 4,096 characters.
 //   error_backref     a back-reference (\1), which nothing matches in bounded time.
-// Groups select nothing: a match tells yes or no.
+// Groups select nothing: a match tells yes or no. The promise is that of GNU's standard library, whose
+// matcher that takes polynomial time is asked for; with another one the patterns are bounded as above, the
+// time is its own.
 VORN_EXPORT std::regex compilePattern(std::string const& pattern);
 
 }  // namespace Vorn
