@@ -9,7 +9,7 @@ constinit bool threadSafePtrs = false;
 }  // namespace detail
 
 void threadSafePtrsIs(bool on) {
-  if (on) slabBypass();
+  if (on && !threadSafePtrs()) slabBypass();
   detail::threadSafePtrs = on;
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "tests/support.h"
 
 namespace {
@@ -41,7 +43,9 @@ TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
   for (U32 qLen = 1; qLen <= 3; ++qLen) fill("A1", qLen);
   Vorn::PortData::Ptr const kept = port("A1");
   Vorn::Chunk::Ptr const oldestShared = kept->chunk(1);
+  kept->mergeEntriesIs(true);
   recorder->portDataDel(Pylo::IntfId("A1"));
+  EXPECT_FALSE(kept->mergeEntries());
   EXPECT_EQ(kept->chunks(), 0U);
   EXPECT_EQ(oldestShared->ptrCount(), 2U);  // here and in the pool
   fill("A1", 4, 501);                       // made again: gets its own old chunk as a free one
@@ -313,6 +317,8 @@ TEST_F(Recorder, StartRecordsStayWithTheRecorder) {
   port("A1")->newPortMetaData(data);
   report("");
   EXPECT_EQ(Vorn::startEntry, std::vector{data});
+  EXPECT_THROW(report("-i["), std::regex_error);
+  EXPECT_TRUE(Vorn::startEntry.empty());
   // A host that ends without destroying its recorder has no objects destroyed behind its own statics.
   static Vorn::CongestionData* kept = nullptr;
   EXPECT_EXIT(

@@ -91,6 +91,12 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
       enabled += std::to_string(Vorn::isVornEnabled(config, status));
     }
   EXPECT_EQ(enabled, "0110010");
+  auto const highOf = [&](char const* name) {
+    return Vorn::portThresholds(config, status, Pylo::IntfId(name)).high;
+  };
+  config->portConfigIs("Ethernet1", {.highThreshold = 7, .lowThreshold = 3});
+  EXPECT_EQ(highOf("Ethernet1"), 7U);
+  EXPECT_EQ(highOf("Ethernet2"), status->defHighThreshold());
 }
 
 TEST(Values, ShortNames) {
