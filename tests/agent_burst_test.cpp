@@ -175,6 +175,10 @@ TEST_F(Feed, SteadyLossWithoutAQueueIsOneBurst) {
   EXPECT_EQ(lines(), "1002500,104000,0,10000,,99;");
   EXPECT_EQ(metaData()->counter(), 1U);
   EXPECT_EQ(feed.bursts(), 1U);
+  look(1200, 1'000'000, 9000, 99);
+  look(1201, 1'009'000, 0, 99);
+  look(5000, 1'050'000, 0, 130);
+  EXPECT_EQ(feed.bursts(), 3U) << "a burst that was seen to end did not last on unseen";
 }
 
 TEST_F(Feed, MessagesOfTheMergedRecordByTheLogInterval) {
@@ -322,6 +326,10 @@ TEST_F(Feed, WhatVanishesIsLost) {
             "1299500,4700,100000,102500,4200,1;"
             "5002000,0,0,0,,324;");
   EXPECT_EQ(recorder->globalBufferChunk()->counter(), 5U) << "the sum without queues was not congested";
+  look(6000, 62500, 0, 1);
+  sum.addLost(7);
+  sum.finishLook(interval, feed);
+  EXPECT_EQ(total().drops(), 7U) << "lost with the last queue, short as it was";
 }
 
 TEST_F(Feed, StatisticsOutlastRenamesAndQueuesThatGo) {

@@ -109,6 +109,7 @@ TEST(ReportFilter, Forms_whereverTheStreamIsCut) {
       {{.report = Report::statistics, .interfaces = {"eth0"}}, text, frame + title + eth0 + end},
       {{.report = Report::statistics, .csv = true}, text, quoted},
       {{.count = 2, .all = true}, records + global, frame + records},
+      {{.count = 4'294'967'295, .all = true}, records + global, frame + records + global},
       {{.csv = true}, all, all},
       {{.lastSeconds = 10, .csv = true}, all, names + edge + start},
       {{.count = 2, .csv = true}, all, names + edge + start},

@@ -92,10 +92,12 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
     U64 const timestamp = !wasOpen ? startOf(progress, limits.interval)
                           : high   ? progress.stamp
                                    : endBefore(progress);
-    // Drops between two quiet looks may have come at any time between them: that a look is late is no pause.
+    // Drops between two quiet looks may have come at any time between them: where such loss goes on, that a
+    // look is late is no pause.
     bool const unseen = !wasOpen && !high;
     U64 const margin = limits.interval / 2;
-    U64 const since = unseen ? std::min(timestamp, progress.stamp - progress.elapsed + margin) : timestamp;
+    U64 const since =
+        unseen && unseen_ ? std::min(timestamp, progress.stamp - progress.elapsed + margin) : timestamp;
     bool const goesOn = wasOpen || follows(since, limits.interval);
     if (!goesOn) {
       peak_ = peakBound_ = 0;
@@ -109,6 +111,7 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
     open_ = high;
     // Where a burst goes on, what was told of it stays.
     update = present(goesOn ? std::max(timestamp, *told_) : timestamp, progress.drops);
+    unseen_ = unseen;
     lasted_ = unseen ? std::max(update->timestamp + margin, progress.stamp) - margin : update->timestamp;
     update->begins = !goesOn;
     update->ends = !high;

@@ -21,7 +21,8 @@ namespace Agent {
 // The peak lies somewhere between looks. Drops between two quiet looks are congestion that came and went
 // unseen; its length is a lower bound.
 //
-// Congestion that follows after no more than three intervals is the same burst.
+// Congestion that follows after no more than three intervals is the same burst. Where only drops tell of
+// either, the time that a look came late does not count as a pause.
 class CongestionDetector {
  public:
   struct Limits {
@@ -68,6 +69,7 @@ class CongestionDetector {
   bool open_ = false;
   bool idleBefore_ = false;       // little was sent before the last look, measured by the drain rate
   std::optional<Kes::U64> told_;  // the last update's timestamp
+  bool unseen_ = false;           // only drops told of it
   Kes::U64 lasted_ = 0;           // until when, at the latest, that congestion lasted
   Kes::U32 peak_ = 0;             // of the present burst, or of the last one
   Kes::U32 peakBound_ = 0;

@@ -46,7 +46,7 @@ void QueueSum::addUnread(SampledQueue const& queue) {
 void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
   Look look = std::exchange(look_, {});
   QueueProgress& sum = look.progress;
-  if (!look.present) return finish(sink);
+  if (!look.present) return finish(interval, sink);
   if (sum.stamp == 0) return;
   Agent::add(sum.drops, lost_);
   sum.lost |= lost_ != 0;
@@ -78,12 +78,15 @@ void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
 }
 
 // No queue is left: whatever was congested is over.
-void QueueSum::finish(CongestionSink& sink) {
+void QueueSum::finish(Kes::U64 interval, CongestionSink& sink) {
   U32 const lost = saturated(std::exchange(lost_, 0));
-  if (auto const update = detector_.handleVanished(lost)) tell(*update, sink);
+  if (!last_) return;
+  QueueProgress const end = {
+      .stamp = last_->stamp, .backlogBefore = last_->backlog, .drops = lost, .lost = true};
+  detector_.handleProgress(end, {0, interval}, [&](CongestionUpdate const& update) { tell(update, sink); });
   detector_ = {};
-  last_.reset();
   measuring_ = false;
+  last_.reset();
 }
 
 void QueueSum::tell(CongestionUpdate update, CongestionSink& sink) {

@@ -36,7 +36,7 @@ class QueueSum {
     bool waiting = false;  // one of them still holds some of what is measured
   };
 
-  void finish(CongestionSink& sink);
+  void finish(Kes::U64 interval, CongestionSink& sink);
   void tell(CongestionUpdate update, CongestionSink& sink);
 
   Look look_;

@@ -123,12 +123,12 @@ void QdiscSource::look() {
 // Whether there were any.
 bool QdiscSource::takeChanges() {
   if (!changeWatch_.take(changes_)) return false;
+  for (TrafficNotice const& notice : changes_.traffic)
+    if (notice.gone && interfaces_.isWatched(notice.ifindex)) roster_.handleRemoval(notice);
   if (changes_.lost) {
     interfaces_.forgetAll();
     interfacesChanged_ = true;
   }
-  for (TrafficNotice const& notice : changes_.traffic)
-    if (notice.gone && interfaces_.isWatched(notice.ifindex)) roster_.handleRemoval(notice);
   for (LinkNotice const& notice : changes_.links)
     if (interfaces_.handleNotice(notice)) interfacesChanged_ = true;
   changes_.clear();

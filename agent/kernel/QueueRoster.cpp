@@ -34,19 +34,20 @@ bool QueueRoster::fits(std::span<QdiscSample const> samples) const {
 void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces& interfaces,
                         CongestionSink& sink) {
   QueueTree const tree(samples);
-  // Most of what memory can be short for is asked for before anything is touched.
+  enum class Fate : char { vanished, unwatched, stays };
+  // Memory that can be short is asked for before anything is touched, but for that of shares.
   std::vector<Queue> room;
   room.reserve(tree.queues().size());
   index_.reserve(std::max(queues_.size(), samples.size()));
   known_.reserve(samples.size());
+  // Of each before: whether it has vanished, is there but not to be watched as what it was, or goes on.
+  std::vector<Fate> fates(queues_.size(), Fate::vanished);
+  std::vector<std::size_t> appeared;  // in queues_
+  appeared.reserve(tree.queues().size());
   std::vector<Queue> before = std::exchange(queues_, std::move(room));
   index_.clear();
   for (std::size_t i = 0; i < before.size(); ++i) index_.emplace_back(before[i].id, i);
   std::sort(index_.begin(), index_.end());
-  // Of each before: whether it has vanished, is there but not to be watched as what it was, or goes on.
-  enum class Fate : char { vanished, unwatched, stays };
-  std::vector<Fate> fates(before.size(), Fate::vanished);
-  std::vector<std::size_t> appeared;  // in queues_
   for (QueueTree::Queue const& found : tree.queues()) {
     QdiscSample const& sample = samples[found.position];
     Interface const* const interface = interfaces.watched(sample.id.ifindex);

@@ -52,7 +52,8 @@ uid_t userBehind(int socket) {
 // Who may always ask, and owns what is recorded.
 bool isTrusted(uid_t user) { return user == 0 || user == ::geteuid(); }
 
-bool anybody(uid_t) { return true; }
+bool isStranger(uid_t user) { return !isTrusted(user); }
+bool isAnybody(uid_t) { return true; }
 
 template <class... Holders>
 std::size_t placesOf(uid_t user, Holders const&... holders) {
@@ -124,13 +125,14 @@ void CommandServer::attempt(Client client, Step step) noexcept {
 }
 
 void CommandServer::handleNewcomers() {
-  // Newcomers stay in the backlog until a client has left, or a moment has passed.
+  // Newcomers stay in the backlog until a client has left, or a moment has passed; but one may be of those
+  // who can take a silent client's place.
   bool const isFull = clients_.size() + reporting_.size() >= limits_.connections.all;
-  if (isFull && !dropSilent(anybody)) return listenAgain(false);
+  if (isFull && !dropSilent(isStranger) && findSilent(isAnybody) == clients_.end()) return listenAgain(false);
   FileDescriptor socket(::accept4(listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC));
   if (!socket) {
     bool const exhausted = errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM;
-    if (exhausted && !dropSilent(anybody)) listenAgain(false);
+    if (exhausted && !dropSilent(isStranger)) listenAgain(false);
     return;
   }
   uid_t const user = userBehind(socket.get());
@@ -155,16 +157,21 @@ bool CommandServer::makeRoomFor(uid_t user) {
 // whose line has come and was not read yet is no silent one.
 template <class MayLose>
 bool CommandServer::dropSilent(MayLose mayLose) {
+  Client const silent = findSilent(mayLose);
+  if (silent == clients_.end()) return false;
+  ++evicted_;
+  drop(silent);
+  return true;
+}
+
+template <class MayLose>
+CommandServer::Client CommandServer::findSilent(MayLose mayLose) {
   Instant const latest = steady_clock::now() + limits_.request - limits_.silence;
   auto const isSilent = [&](Connection const& client) {
     return client.state == State::requesting && client.deadline <= latest && client.text.empty() &&
            mayLose(client.user) && !hasSentSomething(client.socket.get());
   };
-  auto const silent = std::find_if(clients_.begin(), clients_.end(), isSilent);
-  if (silent == clients_.end()) return false;
-  ++evicted_;
-  drop(silent);
-  return true;
+  return std::find_if(clients_.begin(), clients_.end(), isSilent);
 }
 
 // In words. Who has not said yet whether it wants a verdict is taken for a vorn-show.

@@ -101,6 +101,8 @@ class CommandServer {
   bool makeRoomFor(uid_t user);
   template <class MayLose>
   bool dropSilent(MayLose mayLose);
+  template <class MayLose>
+  Client findSilent(MayLose mayLose);
   void refuse(int socket, uid_t user);
   void listenAgain(bool on);
   void handleClient(Client client, std::uint32_t events);

@@ -110,7 +110,7 @@ void ReportFilter::handleLine(std::string_view line) {
 
 // A blank line, the report's date, the titles, then records, newest first.
 void ReportFilter::handleCountedLine(std::string_view line) {
-  constexpr unsigned titles = 3;
+  constexpr std::uint64_t titles = 3;
   if (lines_ < titles + *form_.count) output_(std::string(line) + '\n');
   ++lines_;
 }
