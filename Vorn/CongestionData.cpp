@@ -35,7 +35,7 @@ void endLog(PortData& port) {
   port.chunkTobeMergedIs(nullptr);
   port.mergeEntriesIs(false);
   while (Chunk::Ptr const chunk = port.chunkDeq()) {
-    if (!chunk->intfId().empty()) continue;
+    if (!chunk->intfId().empty() || chunk->prevChunk()) continue;
     auto const released = chunk->entryTakeAll();
   }
   Kes::slabTrim();

@@ -44,8 +44,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
       ->type_name("PATTERN");
   app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
       ->type_name("SECONDS");
-  app.add_option("-n,--count", options.count,
-                 "history: only the N newest lines, with --all the global buffer's among them")
+  app.add_option("-n,--count", options.count, "history: only the N newest lines, --all's among them")
       ->type_name("N");
   app.add_flag("-d,--drops", options.drops, "history: packets dropped");
   app.add_flag("-l,--latency", options.latency, "history: transmit latency");

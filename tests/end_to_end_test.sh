@@ -37,8 +37,10 @@ agent=
 trap '[ -z "$agent" ] || kill -KILL "$agent"' EXIT
 
 fail() {
-  echo "FAILED: $*"
-  tail -n 20 "$scratch/messages" "$scratch/out" 2>/dev/null || true
+  {
+    echo "FAILED: $*"
+    tail -n 20 "$scratch/messages" "$scratch/out" || true
+  } >&2
   exit 1
 }
 
