@@ -77,10 +77,10 @@ void addProcess(CLI::App& app, AgentOptions& options) {
       ->type_name("PATH")
       ->capture_default_str();
   app.add_option("--state-dir", options.stateDirectory,
-                 "Keep the history there across restarts (default: $STATE_DIRECTORY; none: it is not kept)")
+                 "Keep the history there across restarts (default: $STATE_DIRECTORY)")
       ->type_name("DIR");
   app.add_option("--save-interval", options.saveInterval,
-                 "Seconds between saves of a history that has changed; 0: at the end only")
+                 "Seconds between saves, if it has changed; 0: at the end only")
       ->check(CLI::Range(0U, 86'400U))
       ->type_name("SECONDS")
       ->capture_default_str();

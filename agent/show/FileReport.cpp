@@ -1,7 +1,8 @@
 #include "agent/show/FileReport.h"
 
+#include <array>
 #include <cstdio>
-#include <cstdlib>
+#include <exception>
 #include <optional>
 #include <regex>
 
@@ -28,27 +29,42 @@ namespace {
 
 using Kind = AnswerEnd::Kind;
 
-// A stream into memory.
-class Memory {
+// A stream that hands on what is written to it. What the output throws must not pass through the C library:
+// it fails the stream, and is raised by finish().
+class Passage {
  public:
-  Memory() : stream_(::open_memstream(&text_, &size_)) {
-    if (stream_ == nullptr) throwErrno("open_memstream");
+  explicit Passage(PrintableOutput& output)
+      : output_(output), stream_(::fopencookie(this, "w", {nullptr, &pass, nullptr, nullptr})) {
+    if (stream_ == nullptr) throwErrno("fopencookie");
+    std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
   }
-  Memory(Memory const&) = delete;
-  Memory& operator=(Memory const&) = delete;
-  ~Memory() {
-    std::fclose(stream_);
-    std::free(text_);
-  }
+  Passage(Passage const&) = delete;
+  Passage& operator=(Passage const&) = delete;
+  ~Passage() { std::fclose(stream_); }
+
   std::FILE* stream() const { return stream_; }
-  std::string_view text() const {
-    if (std::fflush(stream_) != 0) throw std::bad_alloc();
-    return {text_, size_};
+  void finish() {
+    std::fflush(stream_);
+    if (fault_) std::rethrow_exception(fault_);
+    output_.finish();
   }
 
  private:
-  char* text_ = nullptr;
-  std::size_t size_ = 0;
+  static ssize_t pass(void* cookie, char const* data, std::size_t size) {
+    Passage& self = *static_cast<Passage*>(cookie);
+    if (self.fault_) return 0;
+    try {
+      self.output_.take({data, size});
+      return static_cast<ssize_t>(size);
+    } catch (...) {
+      self.fault_ = std::current_exception();
+      return 0;
+    }
+  }
+
+  PrintableOutput& output_;
+  std::array<char, 65536> buffer_;
+  std::exception_ptr fault_;
   std::FILE* const stream_;
 };
 
@@ -81,19 +97,18 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Re
   if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
   recorder->numSharedChunksIs(read.poolLimit);
   clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
-  Memory memory;
+  ReportFilter filter(command.form, std::move(output));
+  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
   AnswerEnd end{Kind::whole};
   try {
-    end = write(recorder, request, memory.stream());
+    Passage passage(report);
+    end = write(recorder, request, passage.stream());
+    passage.finish();
   } catch (std::regex_error const& error) {
     return {Kind::refused, std::string("bad interface pattern: ") + patternFault(error.code())};
   } catch (ObjectError const& error) {
     return {Kind::refused, error.what()};
   }
-  ReportFilter filter(command.form, std::move(output));
-  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
-  report.take(memory.text());
-  report.finish();
   filter.finish();
   if (read.kind == HistoryRead::Kind::whole || end.kind != Kind::whole) return end;
   return {Kind::broken, path + ": " + read.fault + "; what stands before that is shown"};
