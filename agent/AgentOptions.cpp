@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 
 #include "Kes/Trace.h"
 #include "agent/base/PoolLimit.h"
@@ -75,6 +76,14 @@ void addProcess(CLI::App& app, AgentOptions& options) {
   app.add_option("--socket", options.socketPath, "Where to listen for requests")
       ->type_name("PATH")
       ->capture_default_str();
+  app.add_option("--state-dir", options.stateDirectory,
+                 "Keep the history there across restarts (default: $STATE_DIRECTORY)")
+      ->type_name("DIR");
+  app.add_option("--save-interval", options.saveInterval,
+                 "Seconds between saves, if it has changed; 0: at the end only")
+      ->check(CLI::Range(0U, 86'400U))
+      ->type_name("SECONDS")
+      ->capture_default_str();
   app.add_flag("--stderr", options.messagesToStderr,
                "Messages go to standard error as well as to the system log");
   app.add_option("--trace", options.traceLevel, "Diagnostics up to this level (0 to 9) on standard error")
@@ -129,11 +138,19 @@ void complete(AgentOptions& options, Raw const& raw) {
   }
 }
 
+// A service manager names several with colons between them; the first is ours.
+std::string defaultStateDirectory() {
+  char const* const names = std::getenv("STATE_DIRECTORY");
+  std::string_view const all = names == nullptr ? "" : names;
+  return std::string(all.substr(0, all.find(':')));
+}
+
 }  // namespace
 
 std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv, int& exitStatus) {
   AgentOptions options;
   options.socketPath = Protocol::defaultSocketPath();
+  options.stateDirectory = defaultStateDirectory();
   Raw raw;
   CLI::App app(description, "vorn-agent");
   addSource(app, options, raw);

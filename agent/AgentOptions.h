@@ -44,6 +44,9 @@ struct AgentOptions {
   double logInterval = 60.0;        // seconds; 0: off
   double globalLogInterval = 60.0;  // seconds; 0: off
 
+  std::string stateDirectory;       // empty: the history is not kept
+  std::uint32_t saveInterval = 60;  // seconds; 0: at the end only
+
   std::optional<std::uint32_t> traceLevel;
   std::optional<int> fifoPriority;
 };

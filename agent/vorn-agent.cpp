@@ -28,6 +28,7 @@
 #include "agent/base/Signals.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/burst/CongestionFeed.h"
+#include "agent/history/HistoryKeeper.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -95,25 +96,35 @@ void serve(Agent::AgentOptions const& options) {
   auto const status = Agent::hardwareStatusOf(options);
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
+  std::optional<Agent::HistoryKeeper> history;
+  if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder);
   Agent::CongestionFeed feed(recorder, config, status, clock);
   Agent::QdiscSource source(feed, config, status,
                             {options.interval, options.startThresholdBytes, options.interfaces});
   std::optional<Agent::CommandServer> server;
   // What the agent is doing, a line each: asked for by the server's clients only.
-  auto const agentStatus = [&source, &feed, &clock, &server] {
+  auto const agentStatus = [&source, &feed, &clock, &history, &server] {
     std::string const steps = clock->status();
     return source.status() + "; " + std::to_string(feed.bursts()) + " bursts seen\n" +
-           (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' + server->status() + '\n' +
-           Agent::failureStatus();
+           (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' +
+           (history ? history->status() : "history: not kept, for want of --state-dir") + '\n' +
+           server->status() + '\n' + Agent::failureStatus();
   };
-  server.emplace(loop, options.socketPath, recorder, Agent::OwnRequests(recorder, agentStatus),
+  Kes::U64 changesByName = 0;
+  server.emplace(loop, options.socketPath, recorder,
+                 Agent::OwnRequests(recorder, agentStatus, [&changesByName] { ++changesByName; }),
                  presentInterfaces, Agent::CommandServer::Limits{});
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
   for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
     Agent::note(LOG_WARNING, remark);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
+  if (history) {
+    history->start(loop, std::chrono::seconds(options.saveInterval),
+                   [&feed, &changesByName] { return feed.changes() + changesByName; });
+  }
   loop.run();
+  if (history) history->finish();
   Agent::note(LOG_INFO, "ending");
 }
 

@@ -1,5 +1,7 @@
 // vorn-show: the command line client of vorn-agent.
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +12,8 @@
 #include "agent/base/Protocol.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/base/UnixSocket.h"
+#include "agent/history/HistoryFile.h"
+#include "agent/show/FileReport.h"
 #include "agent/show/ShowClient.h"
 
 namespace {
@@ -26,6 +30,8 @@ struct CommandLine {
   std::vector<std::string> interfaceLists;
   std::string path;  // of set, in front of the value
   std::string socketPath;
+  std::string filePath;  // answers in place of an agent
+  std::string savePath;
 };
 
 // Standard output takes no more; `reason` is errno. EPIPE: whoever reads it has seen enough (a pager, head).
@@ -57,6 +63,9 @@ void addOptions(CLI::App& app, CommandLine& line) {
          "--socket", line.socketPath,
          "Default: $XDG_RUNTIME_DIR/vorn.sock, else " + std::string(Agent::Protocol::systemSocketPath))
       ->type_name("PATH");
+  app.add_option("-f,--file", line.filePath, "Read a saved history instead of asking an agent")
+      ->type_name("PATH")
+      ->excludes("--socket");
 }
 
 // What is recorded, value by value. Words that a shell has cut at blanks are put together again.
@@ -91,6 +100,10 @@ void addReports(CLI::App& app, CommandLine& line) {
   add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
+  add("save", Report::save, "Save the whole history to a file, for --file")
+      ->add_option("PATH", line.savePath)
+      ->required()
+      ->type_name("");
   CLI::App* const raw = add("raw", Report::raw, "Send the words that follow to the agent as they are");
   raw->fallthrough(false)->prefix_command()->set_help_flag();
   raw->callback([&line, raw] {
@@ -121,22 +134,52 @@ int complain(ExitStatus status, std::string const& text) {
   return status;
 }
 
+// What it saves is the user's file, as readable as others of that user.
+Agent::AnswerEnd save(int socket, std::string const& path) {
+  std::string history;
+  Agent::AnswerEnd end = Agent::fetchHistory(socket, history);
+  if (end.kind == Agent::AnswerEnd::Kind::whole) {
+    std::string const beside = path + ".new-" + std::to_string(::getpid());
+    try {
+      Agent::replaceFile(path, beside, 0666,
+                         [&history](std::FILE* out) { std::fwrite(history.data(), 1, history.size(), out); });
+    } catch (std::system_error const& error) {
+      return {Agent::AnswerEnd::Kind::refused, error.what()};
+    }
+  }
+  return end;
+}
+
+// A file that cannot be read is no agent that cannot be reached.
+Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& command) {
+  try {
+    return Agent::reportFromFile(path, command, print);
+  } catch (std::system_error const& error) {
+    return {Agent::AnswerEnd::Kind::refused, error.what()};
+  }
+}
+
+int report(Agent::AnswerEnd const& end) {
+  if (std::fflush(stdout) != 0) throw OutputClosed{errno};
+  if (end.kind == Agent::AnswerEnd::Kind::whole) return done;
+  return complain(end.kind == Agent::AnswerEnd::Kind::noAnswer ? unreachable : refused, end.text);
+}
+
 int show(CommandLine& line) {
   for (std::string const& list : line.interfaceLists) {
     if (list.empty()) throw Agent::UsageError("--interface is empty");
     Vorn::split(list, ",", line.options.interfaces);
   }
   Agent::ShowCommand const command = Agent::showCommandFor(line.options);
+  if (!line.filePath.empty()) return report(fromFile(line.filePath, command));
   Agent::FileDescriptor socket;
   try {
     socket = connectToAgent(line);
   } catch (std::system_error const& error) {
     return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
   }
-  Agent::AnswerEnd const end = Agent::fetchReport(socket.get(), command, print);
-  if (std::fflush(stdout) != 0) throw OutputClosed{errno};
-  if (end.kind == Agent::AnswerEnd::Kind::whole) return done;
-  return complain(end.kind == Agent::AnswerEnd::Kind::noAnswer ? unreachable : refused, end.text);
+  if (line.options.report == Report::save) return report(save(socket.get(), line.savePath));
+  return report(Agent::fetchReport(socket.get(), command, print));
 }
 
 }  // namespace

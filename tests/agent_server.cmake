@@ -1,5 +1,5 @@
-# The agent's command socket, its front door by name, its client, and the command lines of both.
-foreach(name IN ITEMS agent_server_test agent_by_name_test agent_command_line_test)
+# The agent's command socket, its front door by name, its client, the command lines of both, and its saved history.
+foreach(name IN ITEMS agent_history_test agent_server_test agent_by_name_test agent_command_line_test)
   add_executable(${name} ${name}.cpp)
   target_link_libraries(${name} PRIVATE vorn-agent-lib GTest::gtest_main)
   vorn_warnings(${name})

@@ -75,7 +75,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --high 131072 --low 32768 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
   until_true vorn-show status >"$scratch/out" 2>&1
 }
@@ -157,7 +157,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
   inside && /^vorn-show: the agent says/ { status[n] = 1 }
   function add(command) {
     sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
-    if (command ~ /NAME|PATH/) return
+    if (command ~ /NAME|PATH|DIR/) return
     gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
     status[++n] = command ~ /^vorn-agent/ && command !~ /--help/ ? 1 : 0; commands[n] = command
   }
@@ -191,11 +191,30 @@ refused() { ! vorn-agent "$@" 2>>"$scratch/messages" || fail "an agent starts wi
 refused # its place is taken
 socket=$scratch/other.sock refused --pool 0
 socket=$scratch/other.sock SIM_NUM_SHARED_CHUNKS=0 refused
+# What was recorded outlives a crash, an end in order and the machine: a report is the same but for its time.
+report() { "$show_program" "$@" --all | sed '/^Report generated/d'; }
+same_report() { report "$@" >"$scratch/out" && cmp -s "$scratch/before" "$scratch/out" || fail "another report: $*"; }
+report --socket "$socket" >"$scratch/before"
+saved() { show 0 '^history: kept in .*; written [1-9][0-9]* times, failed 0 times$' status; }
+saved
+vorn-show save "$scratch/ticket"
+sleep 1.5 # the interval
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
 start_agent
+same_report --socket "$socket"
+
 end_agent QUIT 0
 start_agent
+same_report --socket "$socket"
+end_agent TERM 0
+same_report --file "$scratch/ticket"
+head -c 300 "$scratch/ticket" >"$scratch/state/history.vorn"
+start_agent
+messages 'damaged at byte .*put aside as .*damaged-1$' 1
+status=0
+"$show_program" --file "$scratch/state/history.vorn.damaged-1" >"$scratch/out" 2>&1 || status=$?
+[ "$status" = 1 ] && [ "$(lines 'damaged at byte .* is shown$')" = 1 ] || fail "--file, damaged: $status"
 end_agent TERM 0
 [ ! -e "$socket" ] || fail "the socket was left behind"
 echo "ok"

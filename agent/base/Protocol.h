@@ -11,6 +11,7 @@
 // csv"; an empty line asks for the whole history), or one of the agent's own:
 //
 //   status                      what the agent itself is doing
+//   save                        the whole history, as docs/history-format.md has it
 //   types [--json]              every registered type
 //   type NAME [--json]          one type's attributes
 //   get [--json] [--depth=N | --all] [PATH]    a value, an object or a collection by name
@@ -22,7 +23,8 @@
 //   echo -s5 | socat - UNIX-CONNECT:/run/vorn/agent.sock
 //
 // With the word "checked" in front of the request, a verdict follows the report: a NUL byte, then one line,
-// "ok" for a whole report or else the reason in plain words. No report holds a NUL byte. A connection that
+// "ok" for a whole report or else the reason in plain words. No report holds a NUL byte; in a saved history
+// there are many, so the last one of the answer is the mark. A connection that
 // ends without a verdict broke. A client that did not ask for the verdict gets the reason of a failure as a
 // last line of its own.
 namespace Agent::Protocol {
@@ -33,6 +35,7 @@ inline constexpr std::size_t maxRequestBytes = 4096;
 // No option text of the vocabulary occurs in it; the agent takes it off before the recorder sees the command.
 inline constexpr std::string_view checkedWord = "checked";
 inline constexpr std::string_view statusRequest = "status";
+inline constexpr std::string_view saveRequest = "save";
 
 inline constexpr char verdictMark = '\0';
 inline constexpr std::string_view wholeVerdict = "ok";

@@ -33,6 +33,12 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
       clock_(std::move(clock)),
       interfaces_(recorder_) {
   recorder_->allocateGlobalChunk();
+  for (auto const& [intfId, port] : recorder_->portDataMap()) {
+    for (Vorn::PortMetaData::Ptr const& queue : port->portMetaDataIterator()) {
+      queue->timeOfCongestionStartIs(Microseconds(0));
+      goneQueues_.emplace_back(intfId, queue->identifier());
+    }
+  }
 }
 
 void CongestionFeed::handlePresent(QueueAddress const& queue) {
@@ -41,6 +47,7 @@ void CongestionFeed::handlePresent(QueueAddress const& queue) {
 }
 
 void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
+  ++changes_;
   QueueId const id = {queue.intfId, queue.key};
   if (latest_.find(id) == nullptr) latest_.put(id, {});
   Burst& burst = *latest_.find(id);
@@ -58,6 +65,7 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
 }
 
 void CongestionFeed::handleTotal(CongestionUpdate const& update) {
+  ++changes_;
   auto const log = recorder_->globalBufferChunk();
   QueueAddress const sum = {{}, noQueue, 0};
   Rule const rule = {sum.intfId, Vorn::globalThresholds(config_, hwStatus_), config_->globalLogInterval()};
@@ -72,6 +80,7 @@ void CongestionFeed::handleTotal(CongestionUpdate const& update) {
 }
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
+  ++changes_;
   latest_.del({queue.intfId, queue.key});
   interfaces_.handleQueueGone(queue.intfId);
   auto const port = recorder_->portData(queue.intfId);
@@ -79,10 +88,10 @@ void CongestionFeed::handleGone(QueueAddress const& queue) {
   if (!metaData) return;
   metaData->timeOfCongestionStartIs(Microseconds(0));
   goneQueues_.emplace_back(queue.intfId, queue.key);
-  if (goneQueues_.size() <= maxGoneQueues) return;
-  auto const [intfId, key] = goneQueues_.front();
-  goneQueues_.pop_front();
-  if (auto const log = recorder_->portData(intfId)) log->portMetaDataDel(key);
+  for (; goneQueues_.size() > maxGoneQueues; goneQueues_.pop_front()) {
+    auto const& [intfId, key] = goneQueues_.front();
+    if (auto const log = recorder_->portData(intfId)) log->portMetaDataDel(key);
+  }
 }
 
 // Brings the record of the burst up to the update.

@@ -30,7 +30,9 @@ namespace Agent {
 // crossing of the high threshold may also follow a message that was of the low one.
 class CongestionFeed final : public CongestionSink {
  public:
-  // Makes the recorder's global log.
+  // Makes the recorder's global log, if it has none. What a recorder that was read back knows already stays,
+  // but no congestion of then goes on: whether it did, nobody has seen. Its queues and interfaces are gone
+  // ones until they are told to be present.
   CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
                  Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock);
 
@@ -43,6 +45,8 @@ class CongestionFeed final : public CongestionSink {
 
   // Bursts of single queues seen so far.
   Kes::U64 bursts() const { return bursts_; }
+  // How often something was handed over that may have changed the recorder.
+  Kes::U64 changes() const { return changes_; }
 
  private:
   struct QueueId {
@@ -94,6 +98,7 @@ class CongestionFeed final : public CongestionSink {
   InterfaceLogs interfaces_;
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
+  Kes::U64 changes_ = 0;
 };
 
 }  // namespace Agent

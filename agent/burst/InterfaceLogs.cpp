@@ -2,6 +2,10 @@
 
 namespace Agent {
 
+InterfaceLogs::InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {
+  for (auto const& [intfId, port] : recorder_->portDataMap()) gone_.push_back(intfId);
+}
+
 void InterfaceLogs::handleQueuePresent(Pylo::IntfId const& intfId) {
   if (Kes::U32* const count = queues_.find(intfId)) {
     ++*count;
@@ -18,9 +22,7 @@ void InterfaceLogs::handleQueueGone(Pylo::IntfId const& intfId) {
   queues_.del(intfId);
   if (!recorder_->portData(intfId)) return;
   gone_.push_back(intfId);
-  if (gone_.size() <= maxGone) return;
-  recorder_->portDataDel(gone_.front());
-  gone_.pop_front();
+  for (; gone_.size() > maxGone; gone_.pop_front()) recorder_->portDataDel(gone_.front());
 }
 
 }  // namespace Agent

@@ -11,7 +11,8 @@ namespace Agent {
 // 256 others have gone after it.
 class InterfaceLogs {
  public:
-  explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {}
+  // Interfaces that the recorder has logs of already are gone until a queue of theirs is there.
+  explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder);
 
   // As the feed is told (CongestionSink).
   void handleQueuePresent(Pylo::IntfId const& intfId);

@@ -10,17 +10,21 @@
 #include "agent/byname/ObjectChange.h"
 #include "agent/byname/ObjectLookup.h"
 #include "agent/byname/ObjectPath.h"
+#include "agent/history/HistoryWriter.h"
 
 namespace Agent {
 
-OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status)
-    : recorder_(std::move(recorder)), status_(std::move(status)) {}
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
+                         std::function<void()> changed)
+    : recorder_(std::move(recorder)), status_(std::move(status)), changed_(std::move(changed)) {}
 
 std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
   using Answer = CommandServer::Answer;
   std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
   try {
     if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
+    if (request == Protocol::saveRequest)
+      return Answer{.writer = [recorder = recorder_](std::FILE* out) { writeHistory(*recorder, out); }};
     if (isObjectChange(request)) return Answer{.text = change(request, client)};
     if (!ObjectLookup::claims(request)) return std::nullopt;
     // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.
@@ -39,6 +43,7 @@ std::string OwnRequests::change(std::string const& request, uid_t client) const 
                       ", as whom the agent runs, may set and call; you are user " + std::to_string(client));
   }
   std::string answer = changeObject(recorder_, request);
+  changed_();
   note(LOG_NOTICE, "user " + std::to_string(client) + ": " + request);
   return answer;
 }

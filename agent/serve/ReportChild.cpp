@@ -1,16 +1,11 @@
 #include "agent/serve/ReportChild.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -21,12 +16,11 @@
 #include "Kes/Format.h"
 #include "Kes/Trace.h"
 #include "Vorn/CommandOptions.h"
-#include "Vorn/InterfacePattern.h"
 #include "agent/base/Journal.h"
 #include "agent/base/PatternFault.h"
 #include "agent/base/Printable.h"
-#include "agent/base/Signals.h"
 #include "agent/base/StandardStreams.h"
+#include "agent/record/InterfaceMatch.h"
 #include "agent/record/ReportColumns.h"
 
 namespace Agent {
@@ -55,35 +49,6 @@ void noteFailure(Kes::TraceHandle const& handle, Kes::U32 level, std::string_vie
   writeToStandardError(Kes::format("%s %u %s", handle.name(), level, text.c_str()).str());
 }
 
-void keepOnly(int socket) {
-  ::close(STDIN_FILENO);
-  ::close(STDOUT_FILENO);
-  auto const kept = static_cast<unsigned>(socket);
-  if (kept > 3) ::close_range(3, kept - 1, 0);
-  ::close_range(kept + 1, ~0U, 0);
-}
-
-// Whatever runs out of memory, the recording is not what ends.
-void goFirstWhereMemoryRunsOut() {
-  FileDescriptor const score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
-  if (::write(score.get(), "1000", 4) < 0) return;  // without /proc it stays as it is
-}
-
-// On two processors a report takes turns with the agent, whose looks at the queues must not wait for it: a
-// lower weight lets the agent in as soon as it wakes (scripts/measure-agent shows what it gives).
-void yieldToTheAgent() {
-  constexpr int nicer = 10;
-  ::setpriority(PRIO_PROCESS, 0, ::getpriority(PRIO_PROCESS, 0) + nicer);
-}
-
-// The end of a timer kills: SIGALRM for time, SIGPROF for processor time.
-void startTimer(int which, std::chrono::milliseconds limit) {
-  itimerval timer{};
-  timer.it_value.tv_sec = static_cast<time_t>(limit.count() / 1000);
-  timer.it_value.tv_usec = static_cast<suseconds_t>(limit.count() % 1000 * 1000);
-  ::setitimer(which, &timer, nullptr);
-}
-
 // Bytes on their way show that the patterns are done.
 ssize_t sendToClient(void* socket, char const* data, std::size_t size) {
   startTimer(ITIMER_PROF, std::chrono::milliseconds(0));
@@ -107,20 +72,6 @@ void writeStream(int socket, ReportWriter const& writer) {
   if (std::fclose(stream) != 0 || failed) reportFailed = true;
 }
 
-// The first of the patterns that means no interface that the recorder has a log of, or that is there.
-std::optional<int> firstWithoutMatch(std::vector<std::string> const& patterns,
-                                     Vorn::CongestionData const& recorder, InterfaceNames const& interfaces) {
-  std::vector<std::string> names;
-  for (auto const& member : recorder.portDataMap()) names.push_back(member.value->intfId().shortName().str());
-  for (std::string const& name : interfaces()) names.push_back(Pylo::IntfId(name).shortName().str());
-  auto const first = std::find_if(patterns.begin(), patterns.end(), [&names](std::string const& pattern) {
-    std::regex const expression = Vorn::compilePattern(pattern);
-    return std::none_of(names.begin(), names.end(),
-                        [&](std::string const& name) { return std::regex_match(name, expression); });
-  });
-  return first == patterns.end() ? std::nullopt : std::optional(static_cast<int>(first - patterns.begin()));
-}
-
 struct Report {
   Vorn::CongestionData& recorder;
   int socket;
@@ -142,29 +93,25 @@ int write(Report const& report) {
   });
   if (options.interfacePatterns.empty()) return whole;
   startTimer(ITIMER_PROF, report.limits.patterns);
-  auto const unmatched = firstWithoutMatch(options.interfacePatterns, report.recorder, report.interfaces);
+  auto const unmatched = firstWithoutMatch(options.interfacePatterns, report.recorder, report.interfaces());
   return unmatched ? std::min<int>(nothingMatches + *unmatched, farOff) : whole;
 }
 
-[[noreturn]] void childMain(Report const& report) {
-  keepOnly(report.socket);
-  goFirstWhereMemoryRunsOut();
-  leaveTheAgentsSignals();
-  yieldToTheAgent();
-  startTimer(ITIMER_REAL, report.limits.time);
+int childMain(Report const& report) {
+  leaveTheAgent(report.limits.time, report.socket);
   Kes::traceSinkIs(&noteFailure);
   try {
     int const status = write(report);
-    ::_exit(reportFailed ? broken : status);
+    return reportFailed ? broken : status;
   } catch (std::regex_error const& error) {
-    ::_exit(badPattern + static_cast<int>(error.code()));
+    return badPattern + static_cast<int>(error.code());
   } catch (std::bad_alloc const&) {
-    ::_exit(outOfMemory);
+    return outOfMemory;
   } catch (std::exception const& error) {
     writeToStandardError("report \"" + report.command + "\": " + error.what());
-    ::_exit(failedOtherwise);
+    return failedOtherwise;
   } catch (...) {
-    ::_exit(failedOtherwise);
+    return failedOtherwise;
   }
 }
 
@@ -195,38 +142,12 @@ std::string signalFailure(int signal) {
 
 ReportChild::ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,
                          ReportWriter const& writer, InterfaceNames const& interfaces, Limits limits)
-    : command_(std::move(command)), pid_(::fork()) {
-  if (pid_ < 0) throwErrno("fork");
-  if (pid_ == 0) childMain({*recorder, clientSocket, command_, writer, interfaces, limits});
-  pidfd_ = FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
-  if (pidfd_) return;
-  int const reason = errno;
-  kill();
-  await();
-  errno = reason;
-  throwErrno("pidfd_open");
-}
-
-ReportChild::~ReportChild() {
-  if (ended_) return;
-  kill();
-  await();
-}
-
-void ReportChild::kill() {
-  if (!ended_) ::kill(pid_, SIGKILL);
-}
-
-int ReportChild::await() {
-  int status = 0;
-  while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-  }
-  ended_ = true;
-  return status;
-}
+    : command_(std::move(command)), process_([&] {
+        return childMain({*recorder, clientSocket, command_, writer, interfaces, limits});
+      }) {}
 
 std::string ReportChild::failure() {
-  int const status = await();
+  int const status = process_.await();
   return WIFEXITED(status) ? exitFailure(WEXITSTATUS(status), command_) : signalFailure(WTERMSIG(status));
 }
 

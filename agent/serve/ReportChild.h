@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdio>
 #include <functional>
@@ -9,7 +7,7 @@
 #include <vector>
 
 #include "Vorn/CongestionData.h"
-#include "agent/base/FileDescriptor.h"
+#include "agent/base/ChildProcess.h"
 
 namespace Agent {
 
@@ -43,27 +41,19 @@ class ReportChild {
   // std::system_error if no process can be had.
   ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,
               ReportWriter const& writer, InterfaceNames const& interfaces, Limits limits);
-  // Kills a child that still runs, and waits for its end.
-  ~ReportChild();
-  ReportChild(ReportChild const&) = delete;
-  ReportChild& operator=(ReportChild const&) = delete;
 
   // Readable once the child has ended.
-  int fd() const { return pidfd_.get(); }
+  int fd() const { return process_.fd(); }
 
   // Once it has ended: what went wrong, in plain words; empty for a report that was written whole.
   std::string failure();
 
   // Ends the child early; it is still to be awaited through fd().
-  void kill();
+  void kill() { process_.kill(); }
 
  private:
-  int await();
-
   std::string command_;
-  pid_t pid_;
-  FileDescriptor pidfd_;
-  bool ended_ = false;
+  ChildProcess process_;
 };
 
 }  // namespace Agent

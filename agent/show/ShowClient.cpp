@@ -95,10 +95,22 @@ class Answer {
   std::future<void> reader_;  // last: the thread uses all of the above, and is awaited before they go
 };
 
+AnswerEnd endOf(std::string verdict, bool begun, bool silent) {
+  using Kind = AnswerEnd::Kind;
+  if (verdict.ends_with('\n')) {
+    verdict.pop_back();
+    if (verdict == Protocol::wholeVerdict) return {Kind::whole};
+    return {Kind::refused, "the agent says: " + printable(verdict)};
+  }
+  if (!begun && silent) return {Kind::noAnswer, "the agent took the request and does not answer"};
+  if (!begun) return {Kind::broken, "the agent closed the connection without an answer"};
+  return {Kind::broken, silent ? "the agent fell silent: the report is not complete"
+                               : "the connection broke: the report is not complete"};
+}
+
 }  // namespace
 
 AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
-  using Kind = AnswerEnd::Kind;
   ReportFilter filter(command.form, std::move(output));
   PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
   sendRequest(socket, command.request);
@@ -124,15 +136,27 @@ AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Outp
   }
   report.finish();
   filter.finish();
-  if (verdict.ends_with('\n')) {
-    verdict.pop_back();
-    if (verdict == Protocol::wholeVerdict) return {Kind::whole};
-    return {Kind::refused, "the agent says: " + printable(verdict)};
+  return endOf(std::move(verdict), begun, silent);
+}
+
+AnswerEnd fetchHistory(int socket, std::string& history) {
+  sendRequest(socket, std::string(Protocol::saveRequest));
+  Answer answer(socket);
+  bool silent = false;
+  try {
+    for (std::string piece; !(piece = answer.next()).empty();) history += piece;
+  } catch (std::system_error const& error) {
+    if (error.code() != std::errc::resource_unavailable_try_again) throw;
+    silent = true;
   }
-  if (!begun && silent) return {Kind::noAnswer, "the agent took the request and does not answer"};
-  if (!begun) return {Kind::broken, "the agent closed the connection without an answer"};
-  return {Kind::broken, silent ? "the agent fell silent: the report is not complete"
-                               : "the connection broke: the report is not complete"};
+  bool const begun = !history.empty();
+  std::size_t const mark = history.rfind(Protocol::verdictMark);
+  std::string verdict;
+  if (mark != std::string::npos) {
+    verdict = history.substr(mark + 1);
+    history.resize(mark);
+  }
+  return endOf(std::move(verdict), begun, silent);
 }
 
 }  // namespace Agent

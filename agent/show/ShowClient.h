@@ -24,4 +24,7 @@ struct AnswerEnd {
 // arrives, printable and in the command's form. Throws std::system_error when the connection cannot be read.
 AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output);
 
+// Asks it for the whole history, as it belongs into a file. Throws as above.
+AnswerEnd fetchHistory(int socket, std::string& history);
+
 }  // namespace Agent

@@ -24,6 +24,7 @@ struct ShowOptions {
     globalBuffer,
     raw,
     status,
+    save,
     types,
     type,
     get,

@@ -1,0 +1,117 @@
+#include "agent/show/FileReport.h"
+
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <regex>
+
+#include "Vorn/CommandOptions.h"
+#include "agent/base/FileDescriptor.h"
+#include "agent/base/PatternFault.h"
+#include "agent/base/PoolLimit.h"
+#include "agent/base/Printable.h"
+#include "agent/base/Protocol.h"
+#include "agent/byname/ObjectChange.h"
+#include "agent/byname/ObjectLookup.h"
+#include "agent/byname/ObjectPath.h"
+#include "agent/history/HistoryFile.h"
+#include "agent/history/HistoryReader.h"
+#include "agent/record/InterfaceMatch.h"
+#include "agent/record/LinuxEntryType.h"
+#include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/record/ReportColumns.h"
+#include "agent/show/PrintableOutput.h"
+
+namespace Agent {
+
+namespace {
+
+using Kind = AnswerEnd::Kind;
+
+// A stream that hands on what is written to it. What the output throws must not pass through the C library:
+// it fails the stream, and is raised by finish().
+class Passage {
+ public:
+  explicit Passage(PrintableOutput& output)
+      : output_(output), stream_(::fopencookie(this, "w", {nullptr, &pass, nullptr, nullptr})) {
+    if (stream_ == nullptr) throwErrno("fopencookie");
+    std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
+  }
+  Passage(Passage const&) = delete;
+  Passage& operator=(Passage const&) = delete;
+  ~Passage() { std::fclose(stream_); }
+
+  std::FILE* stream() const { return stream_; }
+  void finish() {
+    std::fflush(stream_);
+    if (fault_) std::rethrow_exception(fault_);
+    output_.finish();
+  }
+
+ private:
+  static ssize_t pass(void* cookie, char const* data, std::size_t size) {
+    Passage& self = *static_cast<Passage*>(cookie);
+    if (self.fault_) return 0;
+    try {
+      self.output_.take({data, size});
+      return static_cast<ssize_t>(size);
+    } catch (...) {
+      self.fault_ = std::current_exception();
+      return 0;
+    }
+  }
+
+  PrintableOutput& output_;
+  std::array<char, 65536> buffer_;
+  std::exception_ptr fault_;
+  std::FILE* const stream_;
+};
+
+AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& request, std::FILE* out) {
+  if (ObjectLookup::claims(request)) {
+    ObjectLookup(recorder, request).write(out);
+    return {Kind::whole};
+  }
+  Vorn::CommandOptions const options = Vorn::parseCommand(request);
+  recorder->doMergeAndDumpEntries(out, request, columnsFor(options), /*footer=*/"");
+  auto const unmatched = firstWithoutMatch(options.interfacePatterns, *recorder, /*present=*/{});
+  if (!unmatched) return {Kind::whole};
+  return {Kind::refused, "no interface of the file matches " +
+                             options.interfacePatterns[static_cast<std::size_t>(*unmatched)]};
+}
+
+}  // namespace
+
+AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, ReportFilter::Output output) {
+  std::string const& request = command.request;
+  if (request == Protocol::statusRequest || request == Protocol::saveRequest || isObjectChange(request))
+    return {Kind::refused, "a file answers reports, types, type and get: ask an agent for the rest"};
+  registerLinuxEntry();
+  auto const clock = Vorn::testClockFactory();
+  auto const recorder = Kes::makePtr<Vorn::CongestionData>(Kes::makePtr<Vorn::Hardware::Status>(), clock,
+                                                           Kes::makePtr<Vorn::Config>(),
+                                                           Kes::makePtr<LinuxPortMetaDataDumper>());
+  recorder->numSharedChunksIs(maxPoolChunks);  // all that is in the file
+  HistoryRead const read = readHistory(readFile(path), *recorder);
+  if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
+  recorder->numSharedChunksIs(read.poolLimit);
+  clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
+  ReportFilter filter(command.form, std::move(output));
+  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
+  AnswerEnd end{Kind::whole};
+  try {
+    Passage passage(report);
+    end = write(recorder, request, passage.stream());
+    passage.finish();
+  } catch (std::regex_error const& error) {
+    return {Kind::refused, std::string("bad interface pattern: ") + patternFault(error.code())};
+  } catch (ObjectError const& error) {
+    return {Kind::refused, error.what()};
+  }
+  filter.finish();
+  if (read.kind == HistoryRead::Kind::whole || end.kind != Kind::whole) return end;
+  return {Kind::broken, path + ": " + read.fault + "; what stands before that is shown"};
+}
+
+}  // namespace Agent
