@@ -13,9 +13,10 @@ class InterfaceLogs {
  public:
   explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {}
 
-  // As the feed is told (CongestionSink).
-  void handleQueuePresent(Pylo::IntfId const& intfId);
-  void handleQueueGone(Pylo::IntfId const& intfId);
+  // As the feed is told (CongestionSink). Whether it is the interface's first queue.
+  bool handleQueuePresent(Pylo::IntfId const& intfId);
+  // Whether it was the interface's last one.
+  bool handleQueueGone(Pylo::IntfId const& intfId);
 
  private:
   Vorn::CongestionData::Ptr const recorder_;

@@ -43,7 +43,7 @@ void QueueSum::addUnread(SampledQueue const& queue) {
   look_.waiting |= backlog != 0;
 }
 
-void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
+void QueueSum::finishLook(Pace const& pace, CongestionSink& sink) {
   Look look = std::exchange(look_, {});
   QueueProgress& sum = look.progress;
   if (!look.present) return finish(sink);
@@ -61,7 +61,7 @@ void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
   bool const measured = measuring_ && !look.waiting;
   if (measured) measuring_ = false;
   bool told = false;
-  detector_.handleProgress(sum, {look.startThreshold, interval}, [&](CongestionUpdate const& update) {
+  detector_.handleProgress(sum, {look.startThreshold, pace}, [&](CongestionUpdate const& update) {
     // The detector measures what all queues sent together.
     if (update.late && update.drops == 0) return;
     tell(update, sink);

@@ -25,7 +25,7 @@ class QueueSum {
   void addLost(Kes::U64 packets) { lost_ += packets; }
   // The look is over: tells the sink what it shows. A look that has read none is none, but where there are no
   // queues at all a congestion of the sum has ended.
-  void finishLook(Kes::U64 interval, CongestionSink& sink);
+  void finishLook(Pace const& pace, CongestionSink& sink);
 
  private:
   // What the look under way has shown so far.
