@@ -92,6 +92,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
+  add("config", Report::config, "The agent's configuration in force, and where each value came from");
   CLI::App* const raw = add("raw", Report::raw, "Send the words that follow to the agent as they are");
   raw->fallthrough(false)->prefix_command()->set_help_flag();
   raw->callback([&line, raw] {

@@ -11,6 +11,7 @@
 // csv"; an empty line asks for the whole history), or one of the agent's own:
 //
 //   status                      what the agent itself is doing
+//   config                      the configuration in force, and where each value came from
 //   types [--json]              every registered type
 //   type NAME [--json]          one type's attributes
 //   get [--json] [--depth=N | --all] [PATH]    a value, an object or a collection by name
@@ -33,6 +34,7 @@ inline constexpr std::size_t maxRequestBytes = 4096;
 // No option text of the vocabulary occurs in it; the agent takes it off before the recorder sees the command.
 inline constexpr std::string_view checkedWord = "checked";
 inline constexpr std::string_view statusRequest = "status";
+inline constexpr std::string_view configRequest = "config";
 
 inline constexpr char verdictMark = '\0';
 inline constexpr std::string_view wholeVerdict = "ok";

@@ -13,14 +13,16 @@
 
 namespace Agent {
 
-OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status)
-    : recorder_(std::move(recorder)), status_(std::move(status)) {}
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
+                         std::function<std::string()> config)
+    : recorder_(std::move(recorder)), status_(std::move(status)), config_(std::move(config)) {}
 
 std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
   using Answer = CommandServer::Answer;
   std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
   try {
     if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
+    if (request == Protocol::configRequest) return Answer{.text = config_() + '\n'};
     if (isObjectChange(request)) return Answer{.text = change(request, client)};
     if (!ObjectLookup::claims(request)) return std::nullopt;
     // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.

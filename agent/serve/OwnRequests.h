@@ -12,13 +12,15 @@
 namespace Agent {
 
 // Answers the requests that are not of the recorder's vocabulary (Protocol.h lists them): the agent's own
-// status, what is looked up by name, and what is changed by name.
+// status and configuration, what is looked up by name, and what is changed by name.
 //
 // Looking up is for everybody. Changing is for root and for the user that the agent runs as, is limited to
 // what SafeChanges.h allows, and is noted in the system log.
 class OwnRequests {
  public:
-  OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status);
+  // `status` and `config` answer the requests of these names, without the last newline.
+  OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
+              std::function<std::string()> config);
 
   // Nothing for a request of the vocabulary. `client` is the user who asks.
   std::optional<CommandServer::Answer> operator()(std::string const& line, uid_t client) const;
@@ -28,6 +30,7 @@ class OwnRequests {
 
   Vorn::CongestionData::Ptr recorder_;
   std::function<std::string()> status_;
+  std::function<std::string()> config_;
 };
 
 }  // namespace Agent

@@ -24,6 +24,7 @@ struct ShowOptions {
     globalBuffer,
     raw,
     status,
+    config,
     types,
     type,
     get,
