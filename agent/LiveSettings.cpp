@@ -60,18 +60,18 @@ void LiveSettings::thresholdsAre(std::string const& name) {
 }
 
 // Whether a setting that the next options have otherwise stays as it is until the agent is started again.
-bool LiveSettings::keep(Setting const& old, AgentOptions const& next) const {
+bool LiveSettings::isKept(Setting const& old, AgentOptions const& next) const {
   if (old.name != "pool") return !old.isLive;
   return !next.poolGrows && next.poolChunks < parts_.recorder->numSharedChunks();
 }
 
-void LiveSettings::reload() {
+bool LiveSettings::reload() {
   AgentOptions next;
   try {
     next = readAgain(options_);
   } catch (std::exception const& error) {
-    return note(LOG_ERR,
-                std::string("the configuration in force stays; the new one is refused: ") + error.what());
+    note(LOG_ERR, std::string("the configuration in force stays; the new one is refused: ") + error.what());
+    return false;
   }
   std::string changed;
   std::string later;
@@ -80,7 +80,7 @@ void LiveSettings::reload() {
     Setting const& old = options_.settings[i];  // both list all options
     Setting& wanted = next.settings[i];
     if (wanted.values == old.values) continue;
-    bool const kept = keep(old, next);
+    bool const kept = isKept(old, next);
     enumerate(kept ? later : changed, old.name);
     if (kept) wanted = old;
     if (old.name != "pool") continue;
@@ -98,6 +98,7 @@ void LiveSettings::reload() {
   note(LOG_NOTICE,
        "the configuration was read again: " + (changed.empty() ? "nothing changes" : changed + " changed") +
            (later.empty() ? "" : "; at the next start: " + later));
+  return true;
 }
 
 std::string LiveSettings::listing() const {

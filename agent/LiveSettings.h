@@ -44,8 +44,8 @@ class LiveSettings {
 
   AgentOptions const& options() const { return options_; }
 
-  // Reads the file again, and notes in the journal what came of it.
-  void reload();
+  // Reads the file again, and notes in the journal what came of it. Whether the file was good.
+  bool reload();
 
   // All settings as a configuration file would have them, with their origins as comments, without the last
   // newline.
@@ -54,7 +54,7 @@ class LiveSettings {
  private:
   void handleInterface(std::string const& name, bool here);
   void thresholdsAre(std::string const& name);
-  bool keep(AgentOptions::Setting const& old, AgentOptions const& next) const;
+  bool isKept(AgentOptions::Setting const& old, AgentOptions const& next) const;
 
   AgentOptions options_;
   Parts const parts_;

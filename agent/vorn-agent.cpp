@@ -88,6 +88,11 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
   return recorder;
 }
 
+void remarkOn(Agent::AgentOptions const& options) {
+  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
+    Agent::note(LOG_WARNING, remark);
+}
+
 void serve(Agent::AgentOptions const& options) {
   Agent::registerLinuxEntry();
   Agent::EventLoop loop;
@@ -113,11 +118,12 @@ void serve(Agent::AgentOptions const& options) {
                  Agent::OwnRequests(recorder, agentStatus, [&settings] { return settings->listing(); }),
                  presentInterfaces, Agent::clientLimitsOf(options));
   settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});
-  reload = [&settings] { settings->reload(); };
+  reload = [&settings] {
+    if (settings->reload()) remarkOn(settings->options());
+  };
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
-  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
-    Agent::note(LOG_WARNING, remark);
+  remarkOn(options);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
   loop.run();
   Agent::note(LOG_INFO, "ending");
