@@ -207,8 +207,11 @@ until_true has_said '^1 queue, ' status
 send up.1 --to 10.0.2.2 --duration-ms 60 --count 2
 until_true drained
 until_true has_said '; 8 bursts seen$' status
-reload 'again: interval, coalesce, exclude changed$' ''
+reload 'again: interval, start-threshold, coalesce, exclude changed$' 'start-threshold = 500000'
 until_true has_said '^2 queues, .* 8 bursts seen$' status
+send br-c0 --to 10.0.1.2 --duration-ms 60
+until_true drained
+show 0 ' 8 bursts seen$' status
 
 # How the agent starts and ends.
 for signal in USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
