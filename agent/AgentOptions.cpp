@@ -236,7 +236,7 @@ struct Reading {
   Reading() {
     options.socketPath = Protocol::defaultSocketPath();
     addProcess(app, options, raw);
-    app.option_defaults()->group(liveGroup);
+    app.option_defaults()->group(liveGroup);  // of what follows: LiveSettings has it take effect
     addSource(app, options, raw);
     addThresholds(app, options, raw);
     addClients(app, options.clients);
@@ -247,8 +247,6 @@ struct Reading {
     std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
     app.parse(std::move(arguments));
   }
-
-  bool has(std::string const& name) const { return app.get_option("--" + name)->count() != 0; }
 };
 
 void append(std::vector<std::string>& arguments, ConfigFile::Setting const& setting) {
