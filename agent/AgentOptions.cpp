@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
+#include "Kes/Format.h"
 #include "Kes/Trace.h"
+#include "Vorn/ChunkPool.h"
+#include "agent/ConfigFile.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
@@ -21,30 +25,136 @@ constexpr char const* description =
     "Records the congestion of every egress queue of this machine, and answers vorn-show.\n"
     "Stays in the foreground, as service managers like it; SIGTERM or SIGINT end it.";
 
+constexpr char const* defaultConfigPath = "/etc/vorn/agent.toml";
+constexpr char const* poolVariable = "SIM_NUM_SHARED_CHUNKS";
+
+// The help's heading of options that may change while the agent runs.
+constexpr char const* liveGroup = "Options that SIGHUP reads again from the configuration file";
+
+constexpr char const* automatic = "auto";
+
 // What is given as text, or in another unit than it is kept.
 struct Raw {
+  std::string configPath = defaultConfigPath;
+  bool checkConfig = false;
   double intervalMs = 1.0;
+  std::string coalescing = automatic;
+  std::string pool;
   std::vector<std::string> portThresholds;
   CLI::Option* portOptions[2] = {};
   CLI::Option* globalOptions[2] = {};
 };
 
+std::chrono::microseconds microseconds(double milliseconds) {
+  return std::chrono::microseconds(static_cast<std::int64_t>(milliseconds * 1000.0));
+}
+
+bool fits(std::string const& pattern, std::string const& name) {
+  return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+}
+
+template <class Number>
+std::optional<Number> numberOf(std::string_view text) {
+  Number value{};
+  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+// What checks a value returns is what is wrong with it; empty: nothing.
+
+// In place of CLI::Range, which lets nan pass.
+template <class Number>
+auto between(Number low, Number high) {
+  return [low, high](std::string const& text) {
+    auto const value = numberOf<Number>(text);
+    if (value && *value >= low && *value <= high) return std::string();
+    return Kes::format("\"%s\" is not a number from %.10g to %.10g", text, static_cast<double>(low),
+                       static_cast<double>(high))
+        .str();
+  };
+}
+
+template <class Number>
+auto autoOrBetween(Number low, Number high) {
+  return [check = between(low, high)](std::string const& text) {
+    std::string const fault = text == automatic ? "" : check(text);
+    return fault.empty() ? fault : fault + ", nor auto";
+  };
+}
+
+std::string booleanFault(std::string const& text) {
+  return text == "true" || text == "false" ? "" : '"' + text + "\" is neither true nor false";
+}
+
 void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
+  app.add_option("--enabled", options.enabled, "Whether the agent looks at the queues at all")
+      ->check(booleanFault)
+      ->type_name("BOOL")
+      ->default_str("true");
   app.add_option("--interval", raw.intervalMs, "Milliseconds between two looks at the queues")
-      ->check(CLI::Range(0.05, 60'000.0))
+      ->check(between(0.05, 60'000.0))
       ->type_name("MS")
       ->capture_default_str();
   app.add_option("--start-threshold", options.startThresholdBytes,
                  "Above this many bytes a queue is congested (at least two full frames)")
-      ->type_name("BYTES");
+      ->type_name("BYTES")
+      ->capture_default_str();
+  app.add_option("--coalesce", raw.coalescing,
+                 "Congestion so soon after another is the same burst; auto: 3 looks")
+      ->check(autoOrBetween(0.0, 60'000.0))
+      ->type_name("MS")
+      ->capture_default_str();
   app.add_option("--interface", options.interfaces,
                  "Watch only this interface; may be a shell pattern (repeatable)")
       ->allow_extra_args(false)
       ->type_name("NAME");
-  app.add_option("--pool", options.poolChunks,
-                 "Chunks of 500 records for all (default: $SIM_NUM_SHARED_CHUNKS or 200)")
-      ->check(CLI::Range(std::uint32_t{1}, maxPoolChunks))
-      ->type_name("CHUNKS");
+  app.add_option("--exclude", options.excluded,
+                 "Leave out this interface; may be a shell pattern (repeatable)")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  char const* const setting = std::getenv(poolVariable);
+  raw.pool = setting != nullptr ? setting : std::to_string(Vorn::ChunkPool::defaultLimit);
+  app.add_option("--pool", raw.pool, "Chunks of 500 records; auto: 2 or more an interface with congestion")
+      ->check(autoOrBetween(std::uint32_t{1}, maxPoolChunks))
+      ->type_name("CHUNKS")
+      ->capture_default_str();
+}
+
+std::uint32_t bytesOf(std::string_view text) {
+  auto const value = numberOf<std::uint32_t>(text);
+  if (!value) throw CLI::ValidationError("\"" + std::string(text) + "\" is no number of bytes");
+  return *value;
+}
+
+void checkOrder(Thresholds const& thresholds, std::string const& what) {
+  if (thresholds.low > thresholds.high) {
+    throw CLI::ValidationError(what, "the low threshold, " + std::to_string(thresholds.low) +
+                                         ", is above the high one, " + std::to_string(thresholds.high));
+  }
+}
+
+// A Linux interface name may hold "=" and ",", so both are sought from the end.
+AgentOptions::PortThresholds portThresholdsOf(std::string_view text) {
+  std::size_t const equals = text.rfind('=');
+  std::size_t const comma = text.rfind(',');
+  if (equals == std::string_view::npos || equals == 0 || comma == std::string_view::npos || comma < equals)
+    throw CLI::ValidationError("\"" + std::string(text) + "\" is not NAME=HIGH,LOW");
+  AgentOptions::PortThresholds const port = {
+      std::string(text.substr(0, equals)),
+      {bytesOf(text.substr(equals + 1, comma - equals - 1)), bytesOf(text.substr(comma + 1))}};
+  checkOrder(port.thresholds, port.interface);
+  return port;
+}
+
+// Empty: none.
+std::string portThresholdsFault(std::string const& text) {
+  try {
+    portThresholdsOf(text);
+    return "";
+  } catch (CLI::ValidationError const& fault) {
+    return fault.what();
+  }
 }
 
 void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
@@ -58,21 +168,39 @@ void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
       bytes("--global-high", options.globalBuffer.high, "The same for the sum of all queues");
   raw.globalOptions[1] =
       bytes("--global-low", options.globalBuffer.low, "The same for the sum of all queues");
-  app.add_option("--port-threshold", raw.portThresholds, "Thresholds of one interface, in bytes (repeatable)")
+  app.add_option("--port-threshold", raw.portThresholds,
+                 "Of one interface, or of those that a shell pattern fits (repeatable)")
+      ->check(portThresholdsFault)
       ->allow_extra_args(false)
       ->type_name("NAME=HIGH,LOW");
   auto const seconds = [&app](char const* name, double& value, char const* help) {
-    app.add_option(name, value, help)
-        ->check(CLI::Range(0.0, 1e9))
-        ->type_name("SECONDS")
-        ->capture_default_str();
+    app.add_option(name, value, help)->check(between(0.0, 1e9))->type_name("SECONDS")->capture_default_str();
   };
   seconds("--log-interval", options.logInterval,
           "Least time between threshold messages of an interface; 0: none at all");
   seconds("--global-log-interval", options.globalLogInterval, "The same for the global buffer");
 }
 
-void addProcess(CLI::App& app, AgentOptions& options) {
+void addClients(CLI::App& app, AgentOptions::ClientLimits& clients) {
+  auto const places = [&app](char const* name, std::uint32_t& value, std::uint32_t most, char const* help) {
+    app.add_option(name, value, help)
+        ->check(between(std::uint32_t{2}, most))
+        ->type_name("N")
+        ->capture_default_str();
+  };
+  places("--connections", clients.connections, 2048, "Clients at a time");
+  places("--user-connections", clients.userConnections, 2048, "The same of one user");
+  places("--reports", clients.reports, 64, "Reports at a time, each written by a process of its own");
+  places("--user-reports", clients.userReports, 64, "The same of one user");
+}
+
+void addProcess(CLI::App& app, AgentOptions& options, Raw& raw) {
+  app.add_option("--config", raw.configPath, "Where the configuration file is")
+      ->configurable(false)
+      ->type_name("PATH")
+      ->capture_default_str();
+  app.add_flag("--check-config", raw.checkConfig, "Only say whether the configuration is good")
+      ->configurable(false);
   app.add_option("--socket", options.socketPath, "Where to listen for requests")
       ->type_name("PATH")
       ->capture_default_str();
@@ -85,7 +213,8 @@ void addProcess(CLI::App& app, AgentOptions& options) {
       ->type_name("SECONDS")
       ->capture_default_str();
   app.add_flag("--stderr", options.messagesToStderr,
-               "Messages go to standard error as well as to the system log");
+               "Messages go to standard error as well as to the system log")
+      ->check(booleanFault);
   app.add_option("--trace", options.traceLevel, "Diagnostics up to this level (0 to 9) on standard error")
       ->check(CLI::Range(0U, Kes::TraceHandle::maxLevel))
       ->type_name("LEVEL");
@@ -95,47 +224,16 @@ void addProcess(CLI::App& app, AgentOptions& options) {
   app.set_version_flag("--version", "vorn-agent " VORN_VERSION);
 }
 
-std::uint32_t bytesOf(std::string_view text) {
-  std::uint32_t value = 0;
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) {
-    throw CLI::ValidationError("--port-threshold", "\"" + std::string(text) + "\" is no number of bytes");
-  }
-  return value;
-}
-
-// A Linux interface name may hold "=" and ",", so both are sought from the end.
-AgentOptions::PortThresholds portThresholdsOf(std::string_view text) {
-  std::size_t const equals = text.rfind('=');
-  std::size_t const comma = text.rfind(',');
-  if (equals == std::string_view::npos || equals == 0 || comma == std::string_view::npos || comma < equals) {
-    throw CLI::ValidationError("--port-threshold", "\"" + std::string(text) + "\" is not NAME=HIGH,LOW");
-  }
-  return {std::string(text.substr(0, equals)),
-          {bytesOf(text.substr(equals + 1, comma - equals - 1)), bytesOf(text.substr(comma + 1))}};
-}
-
-void checkOrder(Thresholds const& thresholds, std::string const& what) {
-  if (thresholds.low > thresholds.high) {
-    throw CLI::ValidationError(what, "the low threshold, " + std::to_string(thresholds.low) +
-                                         ", is above the high one, " + std::to_string(thresholds.high));
-  }
-}
-
 void complete(AgentOptions& options, Raw const& raw) {
   options.portsConfigured = raw.portOptions[0]->count() + raw.portOptions[1]->count() != 0;
   options.globalBufferConfigured = raw.globalOptions[0]->count() + raw.globalOptions[1]->count() != 0;
   for (std::string const& text : raw.portThresholds) options.portThresholds.push_back(portThresholdsOf(text));
-  for (double const number : {raw.intervalMs, options.logInterval, options.globalLogInterval}) {
-    if (std::isnan(number)) throw CLI::ValidationError("--interval, --log-interval", "nan is no time");
-  }
-  options.interval = std::chrono::microseconds(static_cast<std::int64_t>(raw.intervalMs * 1000.0));
+  options.interval = microseconds(raw.intervalMs);
+  if (raw.coalescing != automatic) options.coalescing = microseconds(*numberOf<double>(raw.coalescing));
+  options.poolGrows = raw.pool == automatic;
+  options.poolChunks = numberOf<std::uint32_t>(raw.pool).value_or(0);
   checkOrder(options.ports, "--high, --low");
   checkOrder(options.globalBuffer, "--global-high, --global-low");
-  for (auto const& port : options.portThresholds) checkOrder(port.thresholds, port.interface);
-  if (options.socketPath.empty()) {
-    throw CLI::ValidationError("--socket", "needed, since $XDG_RUNTIME_DIR is not set");
-  }
 }
 
 // A service manager names several with colons between them; the first is ours.
@@ -145,25 +243,158 @@ std::string defaultStateDirectory() {
   return std::string(all.substr(0, all.find(':')));
 }
 
+// One parse: the options with all that CLI11 knows of them.
+struct Reading {
+  AgentOptions options;
+  Raw raw;
+  CLI::App app{description, "vorn-agent"};
+
+  Reading() {
+    options.socketPath = Protocol::defaultSocketPath();
+    options.stateDirectory = defaultStateDirectory();
+    addProcess(app, options, raw);
+    app.option_defaults()->group(liveGroup);  // of what follows: LiveSettings has it take effect
+    addSource(app, options, raw);
+    addThresholds(app, options, raw);
+    addClients(app, options.clients);
+  }
+
+  // Throws CLI::ParseError.
+  void parse(std::vector<std::string> arguments) {
+    std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+    app.parse(std::move(arguments));
+  }
+};
+
+void append(std::vector<std::string>& arguments, ConfigFile::Setting const& setting) {
+  for (std::string const& value : setting.values) arguments.push_back("--" + setting.name + '=' + value);
+}
+
+// CLI11 names options as the command line does.
+ConfigError faultIn(ConfigFile const& file, ConfigFile::Setting const& setting, std::string text) {
+  if (text.starts_with("--" + setting.name + ':')) text.erase(0, 2);
+  return ConfigError(printable(file.place(setting.line) + ": " + text));
+}
+
+// A setting of the file by itself. Throws ConfigError.
+void check(ConfigFile const& file, ConfigFile::Setting const& setting) {
+  std::vector<std::string> arguments;
+  append(arguments, setting);
+  try {
+    Reading().parse(arguments);
+  } catch (CLI::ParseError const& fault) {
+    throw faultIn(file, setting, fault.what());
+  }
+}
+
+// The one that the command line asks for. Throws ConfigError.
+ConfigFile fileOf(AgentOptions::CommandLine const& line) {
+  if (auto file = ConfigFile::read(line.configPath)) return *file;
+  if (line.names.contains("config"))
+    throw ConfigError(printable(line.configPath) + ": there is no such file");
+  return {};
+}
+
+std::string originOf(std::string const& name, AgentOptions::CommandLine const& line, ConfigFile const& file) {
+  if (line.names.contains(name)) return "command line";
+  if (auto const* const setting = file.find(name)) return file.place(setting->line);
+  if (name == "pool" && std::getenv(poolVariable) != nullptr) return std::string("$") + poolVariable;
+  if (name == "state-dir" && !defaultStateDirectory().empty()) return "$STATE_DIRECTORY";
+  return name.ends_with("high") || name.ends_with("low") ? "this host" : "default";
+}
+
+std::vector<AgentOptions::Setting> settingsOf(CLI::App const& app, AgentOptions::CommandLine const& line,
+                                              ConfigFile const& file) {
+  std::vector<AgentOptions::Setting> settings;
+  for (CLI::Option const* const option : app.get_options()) {
+    if (!option->get_configurable()) continue;
+    std::string const& name = option->get_lnames().front();
+    std::vector<std::string> values = option->results();
+    bool const isFlag = option->get_expected_min() == 0;
+    if (values.empty() && isFlag) values = {"false"};
+    if (values.empty() && !option->get_default_str().empty()) values = {option->get_default_str()};
+    settings.push_back({name, values, option->get_items_expected_max() > 1, option->get_group() == liveGroup,
+                        originOf(name, line, file)});
+  }
+  return settings;
+}
+
+// Throws CLI::ParseError for what is wrong with the command line, ConfigError for what is with the file.
+AgentOptions optionsOf(AgentOptions::CommandLine const& line, ConfigFile const& file) {
+  Reading all;
+  std::vector<std::string> arguments;
+  auto const isOverridden = [&line](auto const& setting) { return line.names.contains(setting.name); };
+  for (ConfigFile::Setting const& setting : file.settings()) {
+    auto const* const option = all.app.get_option_no_throw("--" + setting.name);
+    if (option == nullptr || !option->get_configurable())
+      throw faultIn(file, setting, "there is no setting \"" + setting.name + '"');
+    if (isOverridden(setting))
+      check(file, setting);
+    else
+      append(arguments, setting);
+  }
+  arguments.insert(arguments.end(), line.arguments.begin(), line.arguments.end());
+  try {
+    all.parse(arguments);
+    complete(all.options, all.raw);
+  } catch (CLI::ParseError const& fault) {
+    for (ConfigFile::Setting const& setting : file.settings()) check(file, setting);
+    // Each is good, but two do not go together. The text begins with their names.
+    std::string const text = fault.what();
+    for (ConfigFile::Setting const& setting : file.settings())
+      if (!isOverridden(setting) && text.find("--" + setting.name) != std::string::npos)
+        throw faultIn(file, setting, text);
+    throw;
+  }
+  if (all.options.socketPath.empty())
+    throw CLI::ValidationError("--socket", "needed, since $XDG_RUNTIME_DIR is not set");
+  all.options.settings = settingsOf(all.app, line, file);
+  all.options.commandLine = line;
+  return std::move(all.options);
+}
+
 }  // namespace
 
 std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv, int& exitStatus) {
-  AgentOptions options;
-  options.socketPath = Protocol::defaultSocketPath();
-  options.stateDirectory = defaultStateDirectory();
-  Raw raw;
-  CLI::App app(description, "vorn-agent");
-  addSource(app, options, raw);
-  addThresholds(app, options, raw);
-  addProcess(app, options);
+  Reading reading;
   try {
-    app.parse(argc, argv);
-    complete(options, raw);
+    AgentOptions::CommandLine line{{argv + 1, argv + argc}, {}, {}};
+    reading.parse(line.arguments);
+    for (CLI::Option const* const option : std::as_const(reading.app).get_options())
+      if (option->count() != 0) line.names.insert(option->get_lnames().front());
+    line.configPath = reading.raw.configPath;
+    ConfigFile const file = fileOf(line);
+    AgentOptions options = optionsOf(line, file);
+    if (!reading.raw.checkConfig) return options;
+    std::printf("%s: %s\n", printable(line.configPath).c_str(),
+                file.path().empty() ? "there is no such file, which is good as well" : "good");
+    exitStatus = 0;
   } catch (CLI::ParseError const& error) {
-    exitStatus = app.exit(error) == 0 ? 0 : 2;
-    return std::nullopt;
+    exitStatus = reading.app.exit(error) == 0 ? 0 : 2;
+  } catch (ConfigError const& error) {
+    std::fprintf(stderr, "vorn-agent: %s\n", error.what());
+    exitStatus = 2;
   }
-  return options;
+  return std::nullopt;
+}
+
+AgentOptions readAgain(AgentOptions const& options) {
+  try {
+    return optionsOf(options.commandLine, fileOf(options.commandLine));
+  } catch (CLI::ParseError const& error) {
+    throw ConfigError(error.what());
+  }
+}
+
+Thresholds const* thresholdsFor(AgentOptions const& options, std::string const& interface) {
+  auto const& ports = options.portThresholds;
+  // The command line lets the last of two win where both name it.
+  auto const own = std::find_if(ports.rbegin(), ports.rend(),
+                                [&](auto const& port) { return port.interface == interface; });
+  if (own != ports.rend()) return &own->thresholds;
+  auto const fitting = std::find_if(ports.begin(), ports.end(),
+                                    [&](auto const& port) { return fits(port.interface, interface); });
+  return fitting == ports.end() ? nullptr : &fitting->thresholds;
 }
 
 std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present) {
@@ -173,37 +404,46 @@ std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std:
       remarks.push_back(option + ' ' + printable(name) + ": there is no such interface now");
   };
   for (std::string const& pattern : options.interfaces)
-    remark("--interface", pattern,
-           [&](auto const& name) { return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0; });
+    remark("--interface", pattern, [&](auto const& name) { return fits(pattern, name); });
   for (auto const& port : options.portThresholds)
-    remark("--port-threshold", port.interface, [&](auto const& name) { return port.interface == name; });
+    remark("--port-threshold", port.interface,
+           [&](auto const& name) { return port.interface == name || fits(port.interface, name); });
   return remarks;
 }
 
 Vorn::Config::Ptr configOf(AgentOptions const& options) {
   auto const config = Kes::makePtr<Vorn::Config>();
-  config->logIntervalIs(options.logInterval);
-  config->globalLogIntervalIs(options.globalLogInterval);
-  config->defaultThresholdsConfigIs({options.ports.high, options.ports.low, options.portsConfigured});
-  config->globalThresholdsConfigIs(
-      {options.globalBuffer.high, options.globalBuffer.low, options.globalBufferConfigured});
-  for (auto const& [interface, thresholds] : options.portThresholds) {
-    config->portConfigIs(interface, {thresholds.high, thresholds.low});
-  }
+  configIs(*config, options);
   return config;
+}
+
+void configIs(Vorn::Config& config, AgentOptions const& options) {
+  using Enabled = Vorn::Config::Enabled;
+  config.enabledIs(!options.enabled   ? Enabled::notConfigured
+                   : *options.enabled ? Enabled::enabled
+                                      : Enabled::disabled);
+  config.logIntervalIs(options.logInterval);
+  config.globalLogIntervalIs(options.globalLogInterval);
+  config.defaultThresholdsConfigIs({options.ports.high, options.ports.low, options.portsConfigured});
+  config.globalThresholdsConfigIs(
+      {options.globalBuffer.high, options.globalBuffer.low, options.globalBufferConfigured});
 }
 
 Vorn::Hardware::Status::Ptr hardwareStatusOf(AgentOptions const& options) {
   auto const status = Kes::makePtr<Vorn::Hardware::Status>();
-  status->vornEnabledByDefaultIs(true);
-  status->defHighThresholdIs(AgentOptions::hostPorts.high);
-  status->defLowThresholdIs(AgentOptions::hostPorts.low);
-  // No interface of this host is one, unless by its name.
-  status->defCpuHighThresholdIs(options.ports.high);
-  status->defCpuLowThresholdIs(options.ports.low);
-  status->defGlobalBufHighThresholdIs(AgentOptions::hostGlobalBuffer.high);
-  status->defGlobalBufLowThresholdIs(AgentOptions::hostGlobalBuffer.low);
+  hardwareStatusIs(*status, options);
   return status;
+}
+
+void hardwareStatusIs(Vorn::Hardware::Status& status, AgentOptions const& options) {
+  status.vornEnabledByDefaultIs(true);
+  status.defHighThresholdIs(AgentOptions::hostPorts.high);
+  status.defLowThresholdIs(AgentOptions::hostPorts.low);
+  // No interface of this host is one, unless by its name.
+  status.defCpuHighThresholdIs(options.ports.high);
+  status.defCpuLowThresholdIs(options.ports.low);
+  status.defGlobalBufHighThresholdIs(AgentOptions::hostGlobalBuffer.high);
+  status.defGlobalBufLowThresholdIs(AgentOptions::hostGlobalBuffer.low);
 }
 
 }  // namespace Agent

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,6 +21,7 @@
 #include "Vorn/CongestionData.h"
 #include "Vorn/Trace.h"
 #include "agent/AgentOptions.h"
+#include "agent/LiveSettings.h"
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/Failures.h"
@@ -77,7 +79,7 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
                                        Agent::AgentClock::Ptr const& clock) {
   auto const recorder = Kes::makePtr<Vorn::CongestionData>(status, clock, config,
                                                            Kes::makePtr<Agent::LinuxPortMetaDataDumper>());
-  if (options.poolChunks) recorder->numSharedChunksIs(*options.poolChunks);
+  if (options.poolChunks != 0) recorder->numSharedChunksIs(options.poolChunks);
   if (recorder->numSharedChunks() == 0 || recorder->numSharedChunks() > Agent::maxPoolChunks) {
     char const* const setting = std::getenv("SIM_NUM_SHARED_CHUNKS");
     throw std::runtime_error(Kes::format("SIM_NUM_SHARED_CHUNKS is \"%s\": a pool holds 1 to %u chunks",
@@ -87,10 +89,16 @@ Vorn::CongestionData::Ptr makeRecorder(Agent::AgentOptions const& options, Vorn:
   return recorder;
 }
 
+void remarkOn(Agent::AgentOptions const& options) {
+  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
+    Agent::note(LOG_WARNING, remark);
+}
+
 void serve(Agent::AgentOptions const& options) {
   Agent::registerLinuxEntry();
   Agent::EventLoop loop;
-  Agent::Signals const signals(loop);
+  std::function<void()> reload;
+  Agent::Signals const signals(loop, [&reload] { reload(); });
   Agent::JournalRetries const retries(loop);
   auto const config = Agent::configOf(options);
   auto const status = Agent::hardwareStatusOf(options);
@@ -99,9 +107,9 @@ void serve(Agent::AgentOptions const& options) {
   std::optional<Agent::HistoryKeeper> history;
   if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder);
   Agent::CongestionFeed feed(recorder, config, status, clock);
-  Agent::QdiscSource source(feed, config, status,
-                            {options.interval, options.startThresholdBytes, options.interfaces});
+  Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
   std::optional<Agent::CommandServer> server;
+  std::optional<Agent::LiveSettings> settings;
   // What the agent is doing, a line each: asked for by the server's clients only.
   auto const agentStatus = [&source, &feed, &clock, &history, &server] {
     std::string const steps = clock->status();
@@ -112,12 +120,17 @@ void serve(Agent::AgentOptions const& options) {
   };
   Kes::U64 changesByName = 0;
   server.emplace(loop, options.socketPath, recorder,
-                 Agent::OwnRequests(recorder, agentStatus, [&changesByName] { ++changesByName; }),
-                 presentInterfaces, Agent::CommandServer::Limits{});
+                 Agent::OwnRequests(
+                     recorder, agentStatus, [&settings] { return settings->listing(); },
+                     [&changesByName] { ++changesByName; }),
+                 presentInterfaces, Agent::clientLimitsOf(options));
+  settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});
+  reload = [&settings] {
+    if (settings->reload()) remarkOn(settings->options());
+  };
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
-  for (std::string const& remark : Agent::remarksOn(options, presentInterfaces()))
-    Agent::note(LOG_WARNING, remark);
+  remarkOn(options);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);
   if (history) {
     history->start(loop, std::chrono::seconds(options.saveInterval),

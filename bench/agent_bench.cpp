@@ -116,7 +116,8 @@ class FullRecorder {
     Agent::EventLoop loop;
     Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
     Agent::QdiscSource source(feed, config_, status_, {});
-    Agent::OwnRequests const ownRequests(recorder_, [&source] { return source.status(); });
+    Agent::OwnRequests const ownRequests(
+        recorder_, [&source] { return source.status(); }, [] { return ""; }, [] {});
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
     loop.run();

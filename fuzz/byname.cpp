@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
     bench.port("eth0")->newPortMetaData(Vorn::portMetaDataFactory(65537, Pylo::IntfId("eth0")));
     bench.recorder->allocateGlobalChunk();
     bench.recorder->doAddToGlobalLog(Test::record(5, 1000));
-    Agent::OwnRequests const answer(bench.recorder, [] { return "fine"; });
+    Agent::OwnRequests const answer(
+        bench.recorder, [] { return "fine"; }, [] { return "none"; }, [] {});
     int const records = Test::TestEntry::alive;
     for (std::string const& request : requests) {
       // A refusal is an answer too; nothing is thrown.

@@ -169,6 +169,24 @@ TEST_F(Feed, OneBurstIsOneRecordWhateverItCrosses) {
   EXPECT_EQ(recorder->globalBufferChunk()->entrys(), 2U);
 }
 
+TEST_F(Feed, TellsOfInterfaces_andGrowsThePoolWithThoseThatAreCongested) {
+  std::string told;
+  feed.interfaceHandlerIs([&told](Pylo::IntfId const& intfId, bool here) {
+    told += intfId.stringValue().str() + (here ? "+" : "-");
+  });
+  feed.poolGrowsIs(true);
+  recorder->numSharedChunksIs(3);
+  for (QueueKey const key : {1U, 2U}) {
+    QueueAddress const queue = {Pylo::IntfId("e" + std::to_string(key)), key, 0};
+    for (QueueAddress const& one : {queue, {queue.intfId, 9, 0}}) feed.handlePresent(one);
+    feed.handleUpdate(queue, {.begins = true, .timestamp = 1000, .qLen = 1});
+    EXPECT_EQ(recorder->numSharedChunks(), key + 2);
+    feed.handleGone(queue);
+  }
+  feed.handleGone({Pylo::IntfId("e1"), 9, 0});
+  EXPECT_EQ(told, "e1+e2+e1-");
+}
+
 TEST_F(Feed, SteadyLossWithoutAQueueIsOneBurst) {
   // Half way a look comes late.
   for (U32 n = 1; n <= 100; ++n) look(1000 + n + (n > 50 ? 8 : 0), n * 10000, 0, n - n % 3);

@@ -35,7 +35,8 @@ class ByName : public testing::Test {
 
   // The answer as the client gets it; a refusal behind "! ".
   std::string ask(std::string const& request, uid_t client = 0) const {
-    OwnRequests const requests(bench_.recorder, [] { return "fine"; });
+    OwnRequests const requests(
+        bench_.recorder, [] { return "fine"; }, [] { return "none"; }, [] {});
     auto const answer = requests(request, client);
     if (!answer) return "a report";
     if (!answer->failure.empty()) return "! " + answer->failure;

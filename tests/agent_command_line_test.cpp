@@ -3,8 +3,10 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <map>
 #include <regex>
+#include <sstream>
 #include <tuple>
 
 #include "Pylo/IntfId.h"
@@ -163,11 +165,75 @@ TEST(AgentOptions, Remarks_onInterfacesThatDoNotExist) {
     auto const options = parseAgentOptions(static_cast<int>(arguments.size()), arguments.data(), status);
     return options ? remarksOn(*options, {"lo", "eth0"}) : std::vector<std::string>{"refused"};
   };
-  EXPECT_EQ(remarks({"--interface", "l?", "--port-threshold", "lo=2,1"}), std::vector<std::string>{});
-  EXPECT_EQ(remarks({"--interface", "no*\x1b", "--port-threshold", "l?=2,1"}),
+  EXPECT_EQ(remarks({"--interface", "l?", "--port-threshold", "lo=2,1", "--port-threshold", "e*=2,1"}),
+            std::vector<std::string>{});
+  EXPECT_EQ(remarks({"--interface", "no*\x1b", "--port-threshold", "m?=2,1"}),
             (std::vector<std::string>{"--interface no*?: there is no such interface now",
-                                      "--port-threshold l?: there is no such interface now"}));
+                                      "--port-threshold m?: there is no such interface now"}));
   EXPECT_EQ(remarks({"--cpu-high", "1"}), std::vector<std::string>{"refused"});
+}
+
+struct AgentConfig : ::testing::Test {
+  std::string const path = ::testing::TempDir() + "agent." + std::to_string(::getpid()) + ".toml";
+  std::string said;  // on standard error
+
+  ~AgentConfig() override { ::unlink(path.c_str()); }
+  std::optional<AgentOptions> read(std::string const& text, std::vector<char const*> arguments = {}) {
+    std::ofstream(path) << text;
+    arguments.insert(arguments.begin(), {"vorn-agent", "--socket", "/nowhere", "--config", path.c_str()});
+    ::testing::internal::CaptureStderr();
+    int status = 0;
+    auto options = parseAgentOptions(static_cast<int>(arguments.size()), arguments.data(), status);
+    said = ::testing::internal::GetCapturedStderr();
+    return status == (options ? 0 : 2) ? options : std::nullopt;
+  }
+};
+
+TEST_F(AgentConfig, Values_areTheCommandLinesThenTheFilesThenTheDefaults) {
+  auto const options = read(
+      "high = 300000  # bytes\n\nport-threshold = [ # first fits\n \"a#*=2,1\" , # one\n"
+      "  'a*=3,1',\n\"ab=4,1\",]\ninterface = []\npool=\"auto\"\nenabled = false\nlow = 3",
+      {"--low", "5", "--exclude", "x", "--exclude", "y"});
+  ASSERT_TRUE(options) << said;
+  std::string given;
+  for (auto const& [name, values, isList, isLive, origin] : options->settings)
+    if (origin != "default" && origin != "this host")
+      given += name + ' ' + std::to_string(values.size()) + ' ' + origin.substr(origin.rfind(':') + 1) + '\n';
+  EXPECT_EQ(given,
+            "socket 1 command line\nenabled 1 9\ninterface 0 7\nexclude 2 command line\npool 1 8\n"
+            "high 1 1\nlow 1 command line\nport-threshold 3 3\n");
+  EXPECT_TRUE(options->ports.high == 300000 && options->ports.low == 5 && options->poolGrows);
+  EXPECT_TRUE(options->enabled == false && options->interfaces.empty() && options->excluded[1] == "y");
+  for (auto const& [name, high] : std::map<std::string, Kes::U32>{{"a#", 2}, {"ac", 3}, {"ab", 4}})
+    EXPECT_EQ(thresholdsFor(*options, name)->high, high) << name;
+  EXPECT_EQ(thresholdsFor(*options, "b"), nullptr);
+}
+
+TEST_F(AgentConfig, BadFiles_areToldWithLineAndReason) {
+  std::vector<std::pair<std::string, std::string>> const cases = {
+      {"\nfoo = 1", ":2: there is no setting \"foo\""},
+      {"high = 1\nlow = 2", ":1: --high, --low: the low threshold, 2, is above the high one, 1"},
+      {"high = 1\n# \nhigh = 1", ":3: \"high\" is set in line 1 already"},
+      {"trace = 1\nexclude = [\n\"a\",\n", ":2: an array without an end"},
+      {"coalesce = nan", ":1: coalesce: \"nan\" is not a number from 0 to 60000, nor auto"},
+      {"low = 1\nport-threshold = [\"a=2,1\",\n\"a=1,2\"]", ":2: port-threshold: a: the low threshold, 2"},
+      {"interval = 0", ":1: interval: \"0\" is not a number"}};  // though the command line goes first
+  for (auto const& [text, reason] : cases) {
+    EXPECT_FALSE(read(text, {"--interval", "5"})) << text;
+    EXPECT_NE(said.find(path + reason), std::string::npos) << said << reason;
+  }
+}
+
+TEST_F(AgentConfig, Sample_hasEverySettingAndItsDefault) {
+  std::string const sample((std::stringstream() << std::ifstream(VORN_SAMPLE_CONFIG).rdbuf()).str());
+  auto const defaults = read("");
+  auto const options = read(std::regex_replace(sample, std::regex("\n#([a-z])"), "\n$1"));
+  ASSERT_TRUE(options && defaults) << said;
+  for (std::size_t i = 0; i < options->settings.size(); ++i) {
+    auto const& setting = options->settings[i];
+    EXPECT_EQ(setting.values, defaults->settings[i].values) << setting.name;
+    EXPECT_NE(sample.find(setting.name + " = "), std::string::npos) << setting.name;
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@ foreach(name IN ITEMS agent_history_test agent_server_test agent_by_name_test ag
   vorn_warnings(${name})
   gtest_discover_tests(${name})
 endforeach()
+target_compile_definitions(agent_command_line_test PRIVATE VORN_SAMPLE_CONFIG="${PROJECT_SOURCE_DIR}/agent/agent.toml")
 if(VORN_SANITIZE)
   # As in the agent: the JSON library adds to a null pointer before it first grows.
   set_source_files_properties(agent_by_name_test.cpp PROPERTIES COMPILE_OPTIONS -fno-sanitize=pointer-overflow)

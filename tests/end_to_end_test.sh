@@ -75,7 +75,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
+  "$agent_program" --stderr --socket "$socket" --config "$scratch/agent.toml" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
   until_true vorn-show status >"$scratch/out" 2>&1
 }
@@ -111,6 +111,7 @@ send() {
 }
 drained() { ! tc -s qdisc show | grep -q 'backlog [1-9]'; }
 
+echo >"$scratch/agent.toml"
 start_agent
 send br-c0 --to 10.0.1.2 --duration-ms 80 --count 3
 send up.1 --to 10.0.2.2 --duration-ms 60 --count 2
@@ -183,10 +184,40 @@ grep -hE '^(Time \(|Interface  |type,|interface,queue)' "$here/../README.md" "$h
   grep -Fxq -- "$title" "$scratch/reports" || fail "a title of the documents is not printed: $title"
 done
 
+# reload PATTERN LINE...: a new configuration, of which a message that matches must tell.
+reload() {
+  local pattern=$1
+  shift
+  printf '%s\n' "$@" >"$scratch/agent.toml"
+  kill -HUP "$agent"
+  until_true grep -qE -- "$pattern" "$scratch/messages"
+}
+has_said() { show 0 "" "${@:2}" && [ "$(lines "$1")" = 1 ]; }
+reload 'again: port-threshold, log-interval changed$' 'log-interval = 0.01' 'port-threshold = ["up.?=900000,4000"]'
+send up.1 --to 10.0.2.2 --duration-ms 25
+until_true grep -q 'OVER_THRESHOLD.* up\.1 .* low threshold of 4000' "$scratch/messages"
+reload 'refused: .*/agent.toml:2: an array without an end$' 'low = 1' 'port-threshold = ['
+show 0 '^port-threshold = ."up.[?]=900000,4000". *# .*/agent\.toml:2$' config
+show 0 '^low = 32768 *# command line$' config
+reload 'again: enabled, port-threshold, .* at the next start: trace, pool$' 'enabled = false' 'pool = 20' 'trace = 1'
+until_true has_said '^switched off' status
+reload 'again: enabled changed$' ''
+until_true has_said '^looking every 1.00 ms .1.00 ms asked, [1-9]' status
+show 0 '; 7 bursts seen$' status
+reload 'again: interval, coalesce, exclude changed$' 'interval = 2' 'coalesce = 2000' 'exclude = "br-*"'
+until_true has_said '^1 queue, ' status
+send up.1 --to 10.0.2.2 --duration-ms 60 --count 2
+until_true drained
+until_true has_said '; 8 bursts seen$' status
+reload 'again: interval, start-threshold, coalesce, exclude changed$' 'start-threshold = 500000'
+until_true has_said '^2 queues, .* 8 bursts seen$' status
+send br-c0 --to 10.0.1.2 --duration-ms 60
+until_true drained
+show 0 ' 8 bursts seen$' status
+
 # How the agent starts and ends.
-for signal in HUP HUP USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
+for signal in USR1 USR2 ALRM PROF RTMIN; do kill "-$signal" "$agent"; done
 show 0 '^failures: none$' status
-messages 'SIGHUP is ignored' 1
 refused() { ! vorn-agent "$@" 2>>"$scratch/messages" || fail "an agent starts with $*"; }
 refused # its place is taken
 socket=$scratch/other.sock refused --pool 0

@@ -12,6 +12,7 @@
 //
 //   status                      what the agent itself is doing
 //   save                        the whole history, as docs/history-format.md has it
+//   config                      the configuration in force, and where each value came from
 //   types [--json]              every registered type
 //   type NAME [--json]          one type's attributes
 //   get [--json] [--depth=N | --all] [PATH]    a value, an object or a collection by name
@@ -36,6 +37,7 @@ inline constexpr std::size_t maxRequestBytes = 4096;
 inline constexpr std::string_view checkedWord = "checked";
 inline constexpr std::string_view statusRequest = "status";
 inline constexpr std::string_view saveRequest = "save";
+inline constexpr std::string_view configRequest = "config";
 
 inline constexpr char verdictMark = '\0';
 inline constexpr std::string_view wholeVerdict = "ok";

@@ -2,12 +2,10 @@
 
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
-#include <syslog.h>
 
 #include <algorithm>
 #include <csignal>
-
-#include "agent/base/Journal.h"
+#include <utility>
 
 namespace Agent {
 
@@ -25,7 +23,8 @@ bool contains(auto const& signals, int signal) {
 
 }  // namespace
 
-Signals::Signals(EventLoop& loop) : loop_(loop) {
+Signals::Signals(EventLoop& loop, std::function<void()> handleHangUp)
+    : loop_(loop), handleHangUp_(std::move(handleHangUp)) {
   sigset_t mask;
   ::sigemptyset(&mask);
   // SIGKILL, SIGSTOP and what the C library keeps for itself refuse.
@@ -49,9 +48,7 @@ void Signals::handleSignal() {
   signalfd_siginfo signal{};
   if (::read(fd_.get(), &signal, sizeof signal) != sizeof signal) return;
   if (signal.ssi_signo != SIGHUP) return loop_.stop();
-  if (noted_) return;
-  noted_ = true;
-  note(LOG_NOTICE, "SIGHUP is ignored: what the agent is told at its start holds until its end");
+  handleHangUp_();
 }
 
 void leaveTheAgentsSignals() {

@@ -11,9 +11,6 @@ namespace {
 using Kes::U32;
 using Kes::U64;
 
-// Congestion less than this many intervals apart is one burst.
-constexpr U64 coalescedIntervals = 3;
-
 // Looks that come later than this many intervals leave a gap in which the middle says little.
 constexpr U64 lateIntervals = 2;
 
@@ -34,7 +31,7 @@ std::optional<QueueProgress> CongestionDetector::missedQuiet(QueueProgress const
   // A queue that has not even sent what it held was held up, not empty.
   if (progress.sent <= progress.backlogBefore) return std::nullopt;
   U64 const busy = rate_.timeFor(progress.sent);
-  if (busy + coalescedIntervals * limits.interval >= progress.elapsed) return std::nullopt;
+  if (busy + limits.pace.coalescing >= progress.elapsed) return std::nullopt;
   U64 const sinceQuiet = rate_.timeFor(progress.sent - progress.backlogBefore);
   QueueProgress quiet;
   quiet.stamp = progress.stamp - sinceQuiet;
@@ -57,14 +54,14 @@ QueueProgress CongestionDetector::behind(QueueProgress const& quiet, QueueProgre
 }
 
 // Whether congestion at that time is part of the burst last told of.
-bool CongestionDetector::follows(U64 timestamp, U64 interval) const {
-  return told_ && timestamp <= lasted_ + coalescedIntervals * interval;
+bool CongestionDetector::follows(U64 timestamp, Pace const& pace) const {
+  return told_ && timestamp <= lasted_ + pace.coalescing;
 }
 
 // Whether what vanished before the look before was part of a burst, be it one that has just ended. If not, it
 // is congestion of its own.
 bool CongestionDetector::burstIsNear(QueueProgress const& progress, Limits const& limits) const {
-  return open_ || follows(progress.stamp - progress.elapsed, limits.interval);
+  return open_ || follows(progress.stamp - progress.elapsed, limits.pace);
 }
 
 std::optional<CongestionUpdate> CongestionDetector::handleLate(QueueProgress const& progress) {
@@ -85,20 +82,20 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
   // A queue has surely been busy all the time if it has something left and sent no more than it held. Between
   // looks that are not late it will have been, if it is congested at both.
   bool const surelyBusy = progress.backlog != 0 && progress.sent <= progress.backlogBefore;
-  if (wasOpen && (surelyBusy || (high && !isLate(progress, limits.interval))))
+  if (wasOpen && (surelyBusy || (high && !isLate(progress, limits.pace.interval))))
     rate_.add(progress.sent, progress.elapsed);
   std::optional<CongestionUpdate> update;
   if (wasOpen || high || progress.drops != 0) {
-    U64 const timestamp = !wasOpen ? startOf(progress, limits.interval)
+    U64 const timestamp = !wasOpen ? startOf(progress, limits.pace.interval)
                           : high   ? progress.stamp
                                    : endBefore(progress);
     // Drops between two quiet looks may have come at any time between them: where such loss goes on, that a
     // look is late is no pause.
     bool const unseen = !wasOpen && !high;
-    U64 const margin = limits.interval / 2;
+    U64 const margin = limits.pace.interval / 2;
     U64 const since =
         unseen && unseen_ ? std::min(timestamp, progress.stamp - progress.elapsed + margin) : timestamp;
-    bool const goesOn = wasOpen || follows(since, limits.interval);
+    bool const goesOn = wasOpen || follows(since, limits.pace);
     if (!goesOn) {
       peak_ = peakBound_ = 0;
       latency_ = {};

@@ -5,6 +5,7 @@
 #include "Kes/Types.h"
 #include "agent/burst/DrainRate.h"
 #include "agent/burst/LatencyMeter.h"
+#include "agent/burst/Pace.h"
 #include "agent/burst/QueueProgress.h"
 #include "agent/record/CongestionUpdate.h"
 
@@ -21,13 +22,13 @@ namespace Agent {
 // The peak lies somewhere between looks. Drops between two quiet looks are congestion that came and went
 // unseen; its length is a lower bound.
 //
-// Congestion that follows after no more than three intervals is the same burst. Where only drops tell of
+// Congestion that follows after no more than the coalescing time is the same burst. Where only drops tell of
 // either, the time that a look came late does not count as a pause.
 class CongestionDetector {
  public:
   struct Limits {
     Kes::U32 startThreshold;  // bytes
-    Kes::U64 interval;        // intended time between looks
+    Pace pace;
   };
 
   // Looks come in order of time. Calls tell(CongestionUpdate) for each update that follows from this one:
@@ -55,7 +56,7 @@ class CongestionDetector {
  private:
   std::optional<QueueProgress> missedQuiet(QueueProgress const& progress, Limits const& limits) const;
   static QueueProgress behind(QueueProgress const& quiet, QueueProgress const& progress);
-  bool follows(Kes::U64 timestamp, Kes::U64 interval) const;
+  bool follows(Kes::U64 timestamp, Pace const& pace) const;
   bool burstIsNear(QueueProgress const& progress, Limits const& limits) const;
   std::optional<CongestionUpdate> handleLate(QueueProgress const& progress);
   std::optional<CongestionUpdate> handleLook(QueueProgress const& progress, Limits const& limits);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "agent/base/PoolLimit.h"
+
 namespace Agent {
 
 namespace {
@@ -42,7 +44,8 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
 }
 
 void CongestionFeed::handlePresent(QueueAddress const& queue) {
-  interfaces_.handleQueuePresent(queue.intfId);
+  if (interfaces_.handleQueuePresent(queue.intfId) && interfaceHandler_)
+    interfaceHandler_(queue.intfId, true);
   std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
 }
 
@@ -54,6 +57,7 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   if (update.begins) ++bursts_;
   bool const known = burst.record != nullptr;
   auto const port = recorder_->portDataIs(queue.intfId);
+  if (poolGrows_) growPool();
   Rule const rule = {queue.intfId, Vorn::portThresholds(config_, hwStatus_, queue.intfId),
                      config_->logInterval()};
   auto const append = [&](LinuxEntry::Ptr const& record) {
@@ -62,6 +66,12 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   record(burst, queue, update, *port, rule, append);
   // A burst that was open when its queue was renamed has its first record under the new name now.
   if (burst.record) keepMetaData(queue, burst, update, update.begins || !known);
+}
+
+void CongestionFeed::growPool() {
+  constexpr std::size_t each = 2;
+  std::size_t const wanted = std::min<std::size_t>(each * recorder_->portDataMap().size(), maxPoolChunks);
+  if (wanted > recorder_->numSharedChunks()) recorder_->numSharedChunksIs(static_cast<Kes::U32>(wanted));
 }
 
 void CongestionFeed::handleTotal(CongestionUpdate const& update) {
@@ -82,7 +92,7 @@ void CongestionFeed::handleTotal(CongestionUpdate const& update) {
 void CongestionFeed::handleGone(QueueAddress const& queue) {
   ++changes_;
   latest_.del({queue.intfId, queue.key});
-  interfaces_.handleQueueGone(queue.intfId);
+  if (interfaces_.handleQueueGone(queue.intfId) && interfaceHandler_) interfaceHandler_(queue.intfId, false);
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <utility>
 
 #include "Kes/HashMap.h"
@@ -43,6 +44,15 @@ class CongestionFeed final : public CongestionSink {
   void handleGone(QueueAddress const& queue) override;
   void handleTotal(CongestionUpdate const& update) override;
 
+  // Is told of each interface when the first of its queues is watched, before anything is recorded of it, and
+  // when the last one is watched no more.
+  using InterfaceHandler = std::function<void(Pylo::IntfId const& intfId, bool here)>;
+  void interfaceHandlerIs(InterfaceHandler handler) { interfaceHandler_ = std::move(handler); }
+
+  // Whether the recorder's pool grows with the interfaces that have been congested: to two chunks for each.
+  // So even if all are busy each keeps a chunk and more. It never shrinks.
+  void poolGrowsIs(bool grows) { poolGrows_ = grows; }
+
   // Bursts of single queues seen so far.
   Kes::U64 bursts() const { return bursts_; }
   // How often something was handed over that may have changed the recorder.
@@ -82,6 +92,7 @@ class CongestionFeed final : public CongestionSink {
               Rule const& rule, Append append);
   template <class Log>
   void judge(Burst& burst, Kes::U64 moment, Log& log, Rule const& rule);
+  void growPool();
   void noteHigh(Pylo::IntfId const& intfId, Kes::U64 moment);
   void keepMetaData(QueueAddress const& queue, Burst const& burst, CongestionUpdate const& update,
                     bool counts);
@@ -99,6 +110,8 @@ class CongestionFeed final : public CongestionSink {
   std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
   Kes::U64 bursts_ = 0;
   Kes::U64 changes_ = 0;
+  InterfaceHandler interfaceHandler_;
+  bool poolGrows_ = false;
 };
 
 }  // namespace Agent

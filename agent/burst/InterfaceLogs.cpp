@@ -6,23 +6,25 @@ InterfaceLogs::InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std
   for (auto const& [intfId, port] : recorder_->portDataMap()) gone_.push_back(intfId);
 }
 
-void InterfaceLogs::handleQueuePresent(Pylo::IntfId const& intfId) {
+bool InterfaceLogs::handleQueuePresent(Pylo::IntfId const& intfId) {
   if (Kes::U32* const count = queues_.find(intfId)) {
     ++*count;
-    return;
+    return false;
   }
   queues_.put(intfId, 1);
   std::erase(gone_, intfId);
+  return true;
 }
 
-void InterfaceLogs::handleQueueGone(Pylo::IntfId const& intfId) {
+bool InterfaceLogs::handleQueueGone(Pylo::IntfId const& intfId) {
   constexpr std::size_t maxGone = 256;
   Kes::U32* const count = queues_.find(intfId);
-  if (count == nullptr || --*count != 0) return;
+  if (count == nullptr || --*count != 0) return false;
   queues_.del(intfId);
-  if (!recorder_->portData(intfId)) return;
+  if (!recorder_->portData(intfId)) return true;
   gone_.push_back(intfId);
   for (; gone_.size() > maxGone; gone_.pop_front()) recorder_->portDataDel(gone_.front());
+  return true;
 }
 
 }  // namespace Agent

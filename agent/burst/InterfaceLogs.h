@@ -14,9 +14,10 @@ class InterfaceLogs {
   // Interfaces that the recorder has logs of already are gone until a queue of theirs is there.
   explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder);
 
-  // As the feed is told (CongestionSink).
-  void handleQueuePresent(Pylo::IntfId const& intfId);
-  void handleQueueGone(Pylo::IntfId const& intfId);
+  // As the feed is told (CongestionSink). Whether it is the interface's first queue.
+  bool handleQueuePresent(Pylo::IntfId const& intfId);
+  // Whether it was the interface's last one.
+  bool handleQueueGone(Pylo::IntfId const& intfId);
 
  private:
   Vorn::CongestionData::Ptr const recorder_;

@@ -43,10 +43,10 @@ void QueueSum::addUnread(SampledQueue const& queue) {
   look_.waiting |= backlog != 0;
 }
 
-void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
+void QueueSum::finishLook(Pace const& pace, CongestionSink& sink) {
   Look look = std::exchange(look_, {});
   QueueProgress& sum = look.progress;
-  if (!look.present) return finish(interval, sink);
+  if (!look.present) return finish(pace, sink);
   if (sum.stamp == 0) return;
   Agent::add(sum.drops, lost_);
   sum.lost |= lost_ != 0;
@@ -61,7 +61,7 @@ void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
   bool const measured = measuring_ && !look.waiting;
   if (measured) measuring_ = false;
   bool told = false;
-  detector_.handleProgress(sum, {look.startThreshold, interval}, [&](CongestionUpdate const& update) {
+  detector_.handleProgress(sum, {look.startThreshold, pace}, [&](CongestionUpdate const& update) {
     // The detector measures what all queues sent together.
     if (update.late && update.drops == 0) return;
     tell(update, sink);
@@ -78,12 +78,12 @@ void QueueSum::finishLook(Kes::U64 interval, CongestionSink& sink) {
 }
 
 // No queue is left: whatever was congested is over.
-void QueueSum::finish(Kes::U64 interval, CongestionSink& sink) {
+void QueueSum::finish(Pace const& pace, CongestionSink& sink) {
   U32 const lost = saturated(std::exchange(lost_, 0));
   if (!last_) return;
   QueueProgress const end = {
       .stamp = last_->stamp, .backlogBefore = last_->backlog, .drops = lost, .lost = true};
-  detector_.handleProgress(end, {0, interval}, [&](CongestionUpdate const& update) { tell(update, sink); });
+  detector_.handleProgress(end, {0, pace}, [&](CongestionUpdate const& update) { tell(update, sink); });
   detector_ = {};
   measuring_ = false;
   last_.reset();

@@ -25,7 +25,7 @@ class QueueSum {
   void addLost(Kes::U64 packets) { lost_ += packets; }
   // The look is over: tells the sink what it shows. A look that has read none is none, but where there are no
   // queues at all a congestion of the sum has ended.
-  void finishLook(Kes::U64 interval, CongestionSink& sink);
+  void finishLook(Pace const& pace, CongestionSink& sink);
 
  private:
   // What the look under way has shown so far.
@@ -36,7 +36,7 @@ class QueueSum {
     bool waiting = false;  // one of them still holds some of what is measured
   };
 
-  void finish(Kes::U64 interval, CongestionSink& sink);
+  void finish(Pace const& pace, CongestionSink& sink);
   void tell(CongestionUpdate update, CongestionSink& sink);
 
   Look look_;

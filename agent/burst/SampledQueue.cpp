@@ -23,8 +23,9 @@ U64 less(U64 value, U64 subtracted) { return value - std::min(value, subtracted)
 SampledQueue::SampledQueue(QueueAddress address, QueueTraits const& traits, QueueReading const& first)
     : address_(std::move(address)), traits_(traits), last_(first) {}
 
-QueueProgress SampledQueue::handleReading(QueueReading const& reading, U64 interval, CongestionSink& sink) {
-  CongestionDetector::Limits const limits = {traits_.startThreshold, interval};
+QueueProgress SampledQueue::handleReading(QueueReading const& reading, Pace const& pace,
+                                          CongestionSink& sink) {
+  CongestionDetector::Limits const limits = {traits_.startThreshold, pace};
   if (startedAgain(last_, reading)) return restart(reading, limits, sink);
   QueueProgress const progress = progressTo(reading);
   last_ = reading;

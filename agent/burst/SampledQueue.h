@@ -49,9 +49,8 @@ class SampledQueue {
   // that the queue is gone under the old one and present under the new one.
   void addressIs(QueueAddress address) { address_ = std::move(address); }
 
-  // Tells the sink what the reading shows. Readings come in order of time. `interval` is the intended time
-  // between them, in microseconds.
-  QueueProgress handleReading(QueueReading const& reading, Kes::U64 interval, CongestionSink& sink);
+  // Tells the sink what the reading shows. Readings come in order of time.
+  QueueProgress handleReading(QueueReading const& reading, Pace const& pace, CongestionSink& sink);
 
   // Measures how long that took to leave which waited here at the look before the first call with this
   // number, by which the caller tells one measurement from the next.

@@ -63,10 +63,11 @@ QdiscSource::QdiscSource(CongestionSink& sink, Vorn::Config::PtrConst config,
       config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
       options_(std::move(options)),
-      interfaces_(options_.interfaces, [this](U32 ifindex) { return interfaceTable_.interface(ifindex); }),
+      interfaces_({}, [this](U32 ifindex) { return interfaceTable_.interface(ifindex); }),
       roster_(options_.startThresholdBytes),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("cannot make a timer");
+  interfaces_.patternsAre(options_.interfaces, options_.excluded);
 }
 
 QdiscSource::~QdiscSource() {
@@ -82,6 +83,24 @@ void QdiscSource::start(EventLoop& loop) {
   loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
   loop.add(changeWatch_.fd(), EPOLLIN, [this](std::uint32_t) { takeChanges(); });
   timerIs(static_cast<U64>(options_.interval.count()));
+}
+
+void QdiscSource::optionsAre(QdiscSourceOptions options) {
+  bool const otherInterval = options.interval != options_.interval;
+  options_ = std::move(options);
+  interfaces_.patternsAre(options_.interfaces, options_.excluded);
+  roster_.startThresholdIs(options_.startThresholdBytes);
+  interfacesChanged_ = true;
+  if (!otherInterval) return;
+  timerIs(wantedInterval());
+  // What was achieved was another interval's.
+  lastTick_ = 0;
+  meanInterval_ = longestInterval_ = 0;
+}
+
+Pace QdiscSource::pace() const {
+  if (!options_.coalescing) return timerInterval_;
+  return {timerInterval_, static_cast<U64>(options_.coalescing->count())};
 }
 
 void QdiscSource::handleTimer() {
@@ -117,7 +136,7 @@ void QdiscSource::look() {
       roster_.locate(samples_);
     }
   }
-  roster_.handleSamples(samples_, timerInterval_, sum_, sink_);
+  roster_.handleSamples(samples_, pace(), sum_, sink_);
 }
 
 // Whether there were any.
@@ -160,10 +179,15 @@ void QdiscSource::handleInterval() {
   lastTick_ = stamp;
 }
 
+U64 QdiscSource::wantedInterval() const {
+  auto const configured = static_cast<U64>(options_.interval.count());
+  return std::max(configured, static_cast<U64>(std::ceil(costShare * meanCost_)));
+}
+
 void QdiscSource::handleCost(double cost) {
   meanCost_ += (cost - meanCost_) * newShare;
   auto const configured = static_cast<U64>(options_.interval.count());
-  U64 const wanted = std::max(configured, static_cast<U64>(std::ceil(costShare * meanCost_)));
+  U64 const wanted = wantedInterval();
   // Setting the timer shifts its phase, so small changes are let pass but for the return to what is
   // configured.
   U64 const change = wanted > timerInterval_ ? wanted - timerInterval_ : timerInterval_ - wanted;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,11 @@ struct QdiscSourceOptions {
   // A queue is congested above this many bytes, and never below two full frames.
   std::uint32_t startThresholdBytes{0};
   // Names to watch, shell patterns among them; empty: all.
-  std::vector<std::string> interfaces;
+  std::vector<std::string> interfaces{};
+  // The same of those to leave out, also where they are named to be watched.
+  std::vector<std::string> excluded{};
+  // Congestion that follows after no more than this is the same burst; empty: three looks.
+  std::optional<std::chrono::microseconds> coalescing{};
 };
 
 // Every egress queue of this network namespace as a source of records: a timer, one dump a tick, and the
@@ -46,6 +51,8 @@ class QdiscSource final : public Source {
   ~QdiscSource() override;
 
   void start(EventLoop& loop) override;
+  // From the next look on. Queues that are watched before and after go on, with the bursts that are open.
+  void optionsAre(QdiscSourceOptions options);
   std::string status() const override;
 
  private:
@@ -56,12 +63,14 @@ class QdiscSource final : public Source {
   void forgetAll();
   void handleInterval();
   void handleCost(double cost);
+  Pace pace() const;
+  Kes::U64 wantedInterval() const;
   void timerIs(Kes::U64 interval);
 
   CongestionSink& sink_;
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
-  QdiscSourceOptions const options_;
+  QdiscSourceOptions options_;
   InterfaceTable interfaceTable_;
   WatchedInterfaces interfaces_;
   QueueRoster roster_;
@@ -73,7 +82,7 @@ class QdiscSource final : public Source {
 
   std::vector<QdiscSample> samples_;  // of this tick
   KernelChanges changes_;             // that have just been taken
-  bool interfacesChanged_ = false;    // since the queues were learned
+  bool interfacesChanged_ = false;    // or the options, since the queues were learned
   Kes::U64 learnable_ = 0;            // when a dump was last whole or learned from: microseconds, monotonic
 
   Kes::U64 timerInterval_ = 0;  // microseconds, as the timer is set

@@ -149,7 +149,7 @@ void QueueRoster::handleRemoval(TrafficNotice const& notice) {
   removed_.insert({notice.ifindex, notice.isClass ? 0 : notice.parent, notice.handle, notice.isClass});
 }
 
-void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interval, QueueSum& sum,
+void QueueRoster::handleSamples(std::span<QdiscSample const> samples, Pace const& pace, QueueSum& sum,
                                 CongestionSink& sink) {
   for (Queue& queue : queues_) {
     QueueReading const& last = queue.sampled.lastReading();
@@ -159,10 +159,10 @@ void QueueRoster::handleSamples(std::span<QdiscSample const> samples, U64 interv
     if (reading.stamp == last.stamp)
       sum.addUnread(queue.sampled);
     else
-      sum.add(queue.sampled, queue.sampled.handleReading(reading, interval, sink));
+      sum.add(queue.sampled, queue.sampled.handleReading(reading, pace, sink));
   }
   sum.addLost(std::exchange(lost_, 0));
-  sum.finishLook(interval, sink);
+  sum.finishLook(pace, sink);
 }
 
 void QueueRoster::forgetAll(CongestionSink& sink) {

@@ -30,6 +30,9 @@ class QueueRoster {
   // A queue is congested above so many bytes, and never below two full frames.
   explicit QueueRoster(Kes::U32 startThresholdBytes) : startThresholdBytes_(startThresholdBytes) {}
 
+  // From the next time on that queues are learned.
+  void startThresholdIs(Kes::U32 bytes) { startThresholdBytes_ = bytes; }
+
   // Whether a dump shows the disciplines that were learned last, in the same order, and nothing has been
   // removed since. If not, either learn or locate is to be called before handleSamples.
   bool fits(std::span<QdiscSample const> samples) const;
@@ -46,9 +49,8 @@ class QueueRoster {
   // The kernel tells of a discipline or class of a watched interface that it is gone.
   void handleRemoval(TrafficNotice const& notice);
 
-  // One look: reads every queue from the samples. `interval` is the intended time between looks, in
-  // microseconds. Allocates nothing.
-  void handleSamples(std::span<QdiscSample const> samples, Kes::U64 interval, QueueSum& sum,
+  // One look: reads every queue from the samples. Allocates nothing.
+  void handleSamples(std::span<QdiscSample const> samples, Pace const& pace, QueueSum& sum,
                      CongestionSink& sink);
 
   void forgetAll(CongestionSink& sink);
@@ -80,7 +82,7 @@ class QueueRoster {
   void takeChildren(InnerShare& share, QueueTree::Queue const& found,
                     std::span<QdiscSample const> samples) const;
 
-  Kes::U32 const startThresholdBytes_;
+  Kes::U32 startThresholdBytes_;
   std::vector<Queue> queues_;                           // in order of the dump
   std::vector<QdiscId> known_;                          // what the dump showed when the queues were learned
   std::vector<std::pair<QdiscId, std::size_t>> index_;  // sorted; only of use while it is made

@@ -10,6 +10,12 @@ namespace Agent {
 WatchedInterfaces::WatchedInterfaces(std::vector<std::string> patterns, Lookup lookup)
     : patterns_(std::move(patterns)), lookup_(std::move(lookup)) {}
 
+void WatchedInterfaces::patternsAre(std::vector<std::string> patterns, std::vector<std::string> excluded) {
+  patterns_ = std::move(patterns);
+  excluded_ = std::move(excluded);
+  for (auto& [ifindex, known] : known_) known.watched = isAskedFor(known.interface);
+}
+
 Interface const* WatchedInterfaces::watched(Kes::U32 ifindex) {
   auto known = known_.find(ifindex);
   if (known == known_.end()) {
@@ -36,7 +42,8 @@ bool WatchedInterfaces::handleNotice(LinkNotice const& notice) {
 bool WatchedInterfaces::isAskedFor(Interface const& interface) const {
   char const* const name = interface.intfId.stringValue().charPtr();
   auto const fits = [name](std::string const& pattern) { return fnmatch(pattern.c_str(), name, 0) == 0; };
-  return patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), fits);
+  return (patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), fits)) &&
+         std::none_of(excluded_.begin(), excluded_.end(), fits);
 }
 
 }  // namespace Agent

@@ -19,6 +19,9 @@ class WatchedInterfaces {
   // `patterns` are shell patterns of names; none: all are asked for.
   WatchedInterfaces(std::vector<std::string> patterns, Lookup lookup);
 
+  // Asks for others: those of `patterns`, but for those of `excluded`, which are shell patterns as well.
+  void patternsAre(std::vector<std::string> patterns, std::vector<std::string> excluded);
+
   // Null when it is not there or not asked for. Good until the next call of another function.
   Interface const* watched(Kes::U32 ifindex);
 
@@ -39,7 +42,8 @@ class WatchedInterfaces {
 
   bool isAskedFor(Interface const& interface) const;
 
-  std::vector<std::string> const patterns_;
+  std::vector<std::string> patterns_;
+  std::vector<std::string> excluded_;
   Lookup const lookup_;
   std::unordered_map<Kes::U32, Known> known_;
 };

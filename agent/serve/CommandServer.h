@@ -73,6 +73,9 @@ class CommandServer {
   CommandServer(CommandServer const&) = delete;
   CommandServer& operator=(CommandServer const&) = delete;
 
+  // From now on. Clients that are more than these allow keep what they have.
+  void limitsAre(Limits const& limits) { limits_ = limits; }
+
   // Lines for the agent's status: clients now, and so far.
   std::string status() const;
 

@@ -15,8 +15,11 @@
 namespace Agent {
 
 OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
-                         std::function<void()> changed)
-    : recorder_(std::move(recorder)), status_(std::move(status)), changed_(std::move(changed)) {}
+                         std::function<std::string()> config, std::function<void()> changed)
+    : recorder_(std::move(recorder)),
+      status_(std::move(status)),
+      config_(std::move(config)),
+      changed_(std::move(changed)) {}
 
 std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
   using Answer = CommandServer::Answer;
@@ -25,6 +28,7 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
     if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
     if (request == Protocol::saveRequest)
       return Answer{.writer = [recorder = recorder_](std::FILE* out) { writeHistory(*recorder, out); }};
+    if (request == Protocol::configRequest) return Answer{.text = config_() + '\n'};
     if (isObjectChange(request)) return Answer{.text = change(request, client)};
     if (!ObjectLookup::claims(request)) return std::nullopt;
     // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.

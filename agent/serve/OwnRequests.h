@@ -12,15 +12,16 @@
 namespace Agent {
 
 // Answers the requests that are not of the recorder's vocabulary (Protocol.h lists them): the agent's own
-// status, the history for a file, what is looked up by name, and what is changed by name.
+// status and configuration, the history for a file, what is looked up by name, and what is changed by name.
 //
 // Looking up and saving are for everybody, since reports are. Changing is for root and for the user that the
 // agent runs as, is limited to what SafeChanges.h allows, and is noted in the system log.
 class OwnRequests {
  public:
-  // `changed` is called after each change by name.
+  // `status` and `config` answer the requests of these names, without the last newline; `changed` is called
+  // after each change by name.
   OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
-              std::function<void()> changed);
+              std::function<std::string()> config, std::function<void()> changed);
 
   // Nothing for a request of the vocabulary. `client` is the user who asks.
   std::optional<CommandServer::Answer> operator()(std::string const& line, uid_t client) const;
@@ -30,6 +31,7 @@ class OwnRequests {
 
   Vorn::CongestionData::Ptr recorder_;
   std::function<std::string()> status_;
+  std::function<std::string()> config_;
   std::function<void()> changed_;
 };
 

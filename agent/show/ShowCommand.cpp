@@ -179,6 +179,7 @@ ShowCommand translate(ShowOptions const& options) {
     case Report::raw: return asItIs(options, "raw", joined(options.words));
     case Report::status: return asItIs(options, "status", std::string(Protocol::statusRequest));
     case Report::save: return asItIs(options, "save", std::string(Protocol::saveRequest));
+    case Report::config: return asItIs(options, "config", std::string(Protocol::configRequest));
     case Report::types: return byName(options, "types");
     case Report::type: return byName(options, "type");
     case Report::get: return byName(options, "get");

@@ -25,6 +25,7 @@ struct ShowOptions {
     raw,
     status,
     save,
+    config,
     types,
     type,
     get,
