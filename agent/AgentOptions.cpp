@@ -267,7 +267,11 @@ struct Reading {
 };
 
 void append(std::vector<std::string>& arguments, ConfigFile::Setting const& setting) {
-  for (std::string const& value : setting.values) arguments.push_back("--" + setting.name + '=' + value);
+  for (std::string const& value : setting.values) {
+    // Behind "=" an empty one would be sought in the next argument.
+    arguments.push_back("--" + setting.name + (value.empty() ? "" : '=' + value));
+    if (value.empty()) arguments.emplace_back();
+  }
 }
 
 // CLI11 names options as the command line does.
@@ -310,6 +314,7 @@ std::vector<AgentOptions::Setting> settingsOf(CLI::App const& app, AgentOptions:
     if (!option->get_configurable()) continue;
     std::string const& name = option->get_lnames().front();
     std::vector<std::string> values = option->results();
+    if (values == std::vector<std::string>{""}) values.clear();
     bool const isFlag = option->get_expected_min() == 0;
     if (values.empty() && isFlag) values = {"false"};
     if (values.empty() && !option->get_default_str().empty()) values = {option->get_default_str()};

@@ -214,6 +214,15 @@ TEST(Allocations, FailAtEveryPointInTurn) {
       {"stealing from itself", full, update("A1")},
       {"message due", [&](Bench& b) { full(b), b.clock->utcTimeIs(50), b.config->logIntervalIs(1); },
        update("B1")},
+      {"log that goes while it is judged",
+       [](Bench& b) {
+         b.clock->utcTimeIs(50), b.config->logIntervalIs(1), b.config->portConfigIs("A1", {99, 99});
+       },
+       [&](Bench& b, auto& r) {
+         dynamic_cast<TestEntry&>(*r).onSyslog = [&b] { b.recorder->portDataDel(a1); };
+         update("A1")(b, r);
+       },
+       true},
       {"global",
        [](Bench& b) {
          b.recorder->allocateGlobalChunk(), b.clock->utcTimeIs(50), b.config->globalLogIntervalIs(1);
