@@ -43,8 +43,8 @@ constexpr std::size_t sizeIndex(std::size_t size) { return (size + sizeStep - 1)
 constexpr std::size_t sizeCount = sizeIndex(maxSlabSize) + 1;
 
 // A stack of free objects of one size. It does not read or write them; the memory of those that will be taken
-// next is fetched ahead. It has no room, so that it is empty and full at once, before the first allocation of
-// the size, and for good once objects may have come from the general allocator.
+// next is fetched ahead. It takes none, being full, before the first allocation of the size, and for good
+// once objects may have come from the general allocator.
 struct FreeList {
   static constexpr U32 ahead = 4;
 
@@ -140,9 +140,9 @@ struct Arena {
 };
 static_assert(Arena::largest / slabSize * sizeof(U32) <= slabSize, "the numbers of all slabs fit into one");
 
-// Zero-initialised and never destroyed: objects may outlive every static of this library. One thread uses all
-// of it, or several under the guard. Only the arenas are read without it: they do not change while there are
-// threads.
+// Constant-initialised and never destroyed: objects may outlive every static of this library. One thread uses
+// all of it, or several under the guard. Only the arenas, the ends of the lists and `mixed` are read without
+// it: they do not change while there are threads.
 constinit std::array<FreeList, sizeCount> freeLists{};
 constinit std::array<FreePlaces, sizeCount> freePlaces{};
 constinit std::array<SizeClass, sizeCount> classes{};

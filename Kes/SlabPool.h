@@ -14,11 +14,13 @@ namespace Kes {
 // objects that were made in turns lie side by side.
 //
 // Left to the general allocator: sizes above maxSlabSize; everything while Kes::threadSafePtrs() is on, since
-// that one is made for threads; and everything in a build with sanitizers, which have to see each object.
-// What was made before the switch was turned may be freed after it, by any thread, and the other way round.
+// that one is made for threads; what the system gives no slab for; and everything in a build with sanitizers,
+// which have to see each object. What was made before the switch was turned may be freed after it, by any
+// thread, and the other way round: from then on each object that is freed is asked for its origin and goes
+// straight back there, until the process ends.
 //
 // Memory is aligned as `new` aligns it for the size; objects of whole lines of cache (64 bytes) stand in
-// lines of their own. std::bad_alloc when there is none.
+// lines of their own where they come from slabs. std::bad_alloc when there is none.
 inline constexpr std::size_t maxSlabSize = 256;
 
 KES_EXPORT void* slabAllocate(std::size_t size);

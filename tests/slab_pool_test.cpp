@@ -1,6 +1,7 @@
 // Records of all sizes and kinds get their memory and give it back.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -95,6 +96,34 @@ TEST(SlabPool, Memory_comesBackWhateverWayItWent) {
   EXPECT_LT(mappings(), mapped + 10);  // some 1,000 slabs
   records = std::vector<Vorn::Entry::Ptr>();
   EXPECT_LT(residentPages(), before + pages);
+}
+
+// Where the system gives no slab the general allocator is asked, and what came from it is told apart.
+TEST(SlabPool, Slabs_mayBeRefused) {
+  if (bypass) return;
+  EXPECT_EXIT(
+      {
+        std::vector<Vorn::Entry::Ptr> records;
+        records.reserve(2'000'000);
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        rlimit limit{};
+        getrlimit(RLIMIT_AS, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(pages) * 4096 + (40U << 20);
+        setrlimit(RLIMIT_AS, &limit);
+        EXPECT_THROW(while (true) records.push_back(made(0, 7)), std::bad_alloc);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_AS, &limit);
+        std::size_t const count = records.size();
+        for (int turn = 0; turn < 2; ++turn) {
+          for (Vorn::Entry::Ptr const& record : records) EXPECT_EQ(record->qLen(), 7U);
+          records.clear();
+          Kes::slabTrim();
+          while (records.size() < count) records.push_back(made(0, 7));
+        }
+        std::_Exit(testing::Test::HasFailure() || count < 500'000 ? 1 : 0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 // What was made before the switch is freed behind it, and the other way round.
