@@ -38,6 +38,8 @@ class KES_EXPORT PtrInterface {
   void hasNotificationActiveIs(bool /*on*/) const {}
   void kesDoZombieReactors(bool /*on*/) const {}
 
+  // In place, which the compiler does not choose by itself: it saves an append three instructions, a merge
+  // five.
   [[gnu::always_inline]] void ptrAcquire() const noexcept {
     if (threadSafePtrs()) [[unlikely]]
       std::atomic_ref(count_).fetch_add(1, std::memory_order_relaxed);

@@ -24,7 +24,8 @@ std::optional<std::string> const& numSharedChunksSetting() {
 
 // Ends a log that has left the recorder: its shared chunks become free ones of the pool, and the counted
 // links between chunks no longer keep each other alive. Releasing records runs the host's code, so no chunk
-// may name the old owner any more by then, and one that has found a new owner meanwhile is left alone.
+// may name the old owner any more by then, and one that has found a new owner meanwhile is left alone: it has
+// an older neighbour, and a name but where the owner has none.
 void endLog(PortData& port) {
   for (Chunk::Ptr const& chunk : port.chunkIterator()) {
     chunk->prevChunkIs(nullptr);

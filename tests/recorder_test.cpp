@@ -57,6 +57,18 @@ TEST_F(Recorder, DeletedLogsGiveTheirChunksBack) {
   EXPECT_EQ(oldestShared->ptrCount(), 1U);  // no cycle of links holds it
 }
 
+TEST_F(Recorder, AChunkMayFindAnOwnerWhileItsLogIsDeleted) {
+  recorder->numSharedChunksIs(1);
+  fill("", 1);
+  TestEntry::Ptr last = record(2, ++time);
+  last->onDestroy = [&] { append("", record(9, time)); };
+  append("A1", last);
+  last = nullptr;
+  fill("A1", 2);
+  recorder->portDataDel(Pylo::IntfId("A1"));
+  EXPECT_EQ(chunks(""), "1:500 9:1 ");
+}
+
 TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
   fill("A1", 1);
   EXPECT_DEATH(recorder->handleInitialized(), "Vorn: .*handleInitialized.*: !initialized\\(\\)");
