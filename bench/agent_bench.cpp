@@ -23,6 +23,7 @@
 #include "agent/base/EventLoop.h"
 #include "agent/base/UnixSocket.h"
 #include "agent/burst/CongestionFeed.h"
+#include "agent/history/HistoryKeeper.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -112,14 +113,19 @@ class FullRecorder {
   Vorn::CongestionData::Ptr const& recorder() const { return recorder_; }
 
   // Serves `path` and looks at the queues of this network namespace, as vorn-agent does.
-  void serve(std::string const& path) {
+  // Saves the whole history every second where there is a directory for it, as if it changed all the time.
+  void serve(std::string const& path, std::string const& stateDirectory) {
     Agent::EventLoop loop;
+    std::optional<Agent::HistoryKeeper> history;
+    if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_);
     Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(
         recorder_, [&source] { return source.status(); }, [] { return ""; }, [] {});
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
+    Kes::U64 changes = 0;
+    if (history) history->start(loop, std::chrono::seconds(1), [&changes] { return ++changes; });
     loop.run();
   }
 
@@ -261,6 +267,7 @@ constexpr Kes::U32 fullPool = 200;  // 100,000 records
 struct Arguments {
   bool smoke = false;
   std::string socket;
+  std::string stateDirectory;
   std::vector<double> megabytes;
   Asking asking;
 };
@@ -269,7 +276,9 @@ void addMeasurements(CLI::App& app, Arguments& arguments) {
   app.add_subcommand("timer", "Wakes up every millisecond, and does nothing")->callback(&runTimer);
   auto* const serve = app.add_subcommand("serve", "Looks at the queues and serves 100,000 records");
   serve->add_option("SOCKET", arguments.socket)->required();
-  serve->callback([&] { FullRecorder(fullPool, recordsOf(fullPool)).serve(arguments.socket); });
+  serve->add_option("STATE-DIR", arguments.stateDirectory, "Where to save them, once a second");
+  serve->callback(
+      [&] { FullRecorder(fullPool, recordsOf(fullPool)).serve(arguments.socket, arguments.stateDirectory); });
   auto* const forks = app.add_subcommand("forks", "How long the start of a report takes");
   forks->add_option("MB", arguments.megabytes, "Resident memory of the process")->required();
   forks->callback([&] { runForks(arguments.megabytes, /*reports=*/21); });
