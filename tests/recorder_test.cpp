@@ -297,6 +297,24 @@ TEST_F(Recorder, StatisticsOfEqualNumbersComeInNaturalOrder) {
   EXPECT_LT(report.find("Et1/2/3/4, 1, 1\nEt1/2/10, 1, 1\n"), report.size()) << report;
 }
 
+// The record behind the last one that was tried, in the order of the report.
+TEST_F(Recorder, CursorsStandWhereAReportHasEnded) {
+  fill("Et1", 1, 2);
+  TestEntry::Ptr const full = record(2, ++time);
+  append("Et1", full);
+  fill("Et1", 3, 502);
+  auto const cursorAfter = [&](char const* command) {
+    report(command);
+    Vorn::PortData::Ptr const at = port("Et1");
+    return std::pair(at->mergeEntries() ? at->chunkTobeMerged()->entrys() : 0, U32{at->entryTobeMerged()});
+  };
+  EXPECT_EQ(cursorAfter("-s1"), std::pair(5U, 2U));
+  EXPECT_EQ(cursorAfter("").first, 0U);
+  full->result = -1;
+  EXPECT_EQ(cursorAfter(""), std::pair(500U, 1U));
+  EXPECT_EQ(cursorAfter("csv"), std::pair(500U, 3U));
+}
+
 TEST_F(Recorder, NullAndEarlyRecordsChangeNothing) {
   Vorn::Entry::Ptr const none;
   Pylo::IntfId const a1("A1");
