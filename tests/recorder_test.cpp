@@ -243,6 +243,17 @@ TEST(Chunk, EverySlotIsReleasedWhateverTheQueueSays) {
   EXPECT_EQ(met, 1U);
 }
 
+TEST(Chunk, IsOneOfALog_andEmptiedWhileItIsWalked) {
+  auto const chunk = Vorn::Chunk::ChunkIs();
+  for (U32 i = 0; i < 3; ++i) chunk->entryEnq(record(i, i));
+  auto at = chunk->entryIterator();
+  EXPECT_EQ(chunk->entryDel(at)->qLen() + 10 * (*at)->qLen(), 10U);
+  Bench bench;
+  bench.append("A1", record(1, 1));
+  bench.port("A1")->chunkEnq(chunk);
+  EXPECT_EQ(bench.port("A1")->chunkTail(), chunk.get());
+}
+
 TEST(Chunk, RejectedIndexesTouchNothing) {
   auto const chunk = Vorn::Chunk::ChunkIs();
   EntryIndex index;
@@ -289,12 +300,12 @@ TEST(Chunk, MayLoseItsLastHolderWhileItIsEmptied) {
 }
 
 TEST_F(Recorder, StatisticsOfEqualNumbersComeInNaturalOrder) {
-  for (char const* name : {"Et1/2/10", "Et1/2/3/4"})
+  for (char const* name : {"Et1/2/010", "Et1/2/10", "Et1/2/3/4"})
     recorder->portDataIs(Pylo::IntfId(name))
         ->newPortMetaData(Vorn::portMetaDataFactory(1, Pylo::IntfId(name)))
         ->counterIs(1);
   std::string const report = written([&](std::FILE* out) { recorder->doDumpStatistics(out, "", ""); });
-  EXPECT_LT(report.find("Et1/2/3/4, 1, 1\nEt1/2/10, 1, 1\n"), report.size()) << report;
+  EXPECT_LT(report.find("Et1/2/3/4, 1, 1\nEt1/2/10, 1, 1\nEt1/2/010, 1, 1\n"), report.size()) << report;
 }
 
 // The record behind the last one that was tried, in the order of the report.

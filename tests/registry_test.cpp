@@ -164,6 +164,7 @@ struct World : ::Test::Bench {
     auto const [at, isNew] = met.try_emplace({pointer->object(), &pointer->type()}, met.size());
     all += (pointer->constant() ? "constant " : "") + std::to_string(at->second) + '\n';
     if (pointer->object() == nullptr || !isNew) return all;
+    EXPECT_TRUE(pointer->object()->fwkType().ends_with(generic->type().shortName())) << all;
     for (Kes::Attribute const& attribute : generic->type().attributes()) {
       all += string(attribute.name) + ": ";
       string last;

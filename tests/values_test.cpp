@@ -32,6 +32,7 @@ constexpr char indexRange[] = "EntryIndex::value < 0 or > EntryIndex::max not al
 constexpr char indexOrNullRange[] = "EntryIndexOrNull::value < 0 or > EntryIndexOrNull::null not allowed";
 
 TEST(Values, MicrosecondsTruncateSaturateAndWrap) {
+  EXPECT_EQ(Vorn::testClockFactory()->getUTCTime() + Vorn::testClockFactory()->getTime(), 0.0);
   // Numbers beyond 2^63 are numbers still.
   std::pair<double, Kes::U64> const cases[] = {
       {0.0, 0},  {4.35, 4349999},   {1e13, 10000000000000000000U},  {1e14, Microseconds::max()},
