@@ -1,6 +1,5 @@
 #include "Vorn/ChunkPool.h"
 
-#include <array>
 #include <utility>
 
 #include "Kes/Exception.h"
@@ -12,19 +11,6 @@ namespace Vorn {
 namespace {
 
 constexpr char operation[] = "Vorn::Chunk::Ptr Vorn::CongestionData::allocateChunk(Pylo::IntfId)";
-
-// Records that were made one by one lie anywhere in memory; the next ones are fetched while one goes.
-void release(std::array<Entry::Ptr, entriesPerChunk>& records) {
-  constexpr std::size_t ahead = 24;
-  for (std::size_t i = 0; i < records.size(); ++i) {
-    Entry const* const later = i + ahead < records.size() ? records[i + ahead].get() : nullptr;
-    if (later != nullptr) {
-      __builtin_prefetch(later, /*rw=*/1);
-      __builtin_prefetch(reinterpret_cast<std::byte const*>(later + 1) - 1, /*rw=*/1);
-    }
-    records[i] = nullptr;
-  }
-}
 
 }  // namespace
 
@@ -73,13 +59,13 @@ Chunk::Ptr ChunkPool::allocate(PortDataMap const& ports, PortData& port) {
   if (!first) queue_.enq(newChunk);
   port.chunkEnqAt(std::move(place));
   port.entryIndexDelAll();
-  release(released);
+  for (Entry::Ptr& record : released) record = nullptr;
   return newChunk;
 }
 
 // Takes a chunk out of its owner's log, wherever it stands there; in the ordinary course it is the first
 // chunk or the one after the private first, so this is constant time. From here on the owner does not see it
-// any more.
+// any more, and its loss tells of the records.
 void ChunkPool::releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
                                  PortData const& requester) {
   PortData::Ptr const* const found = ports.find(chunk->intfId());
@@ -97,6 +83,8 @@ void ChunkPool::releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chu
   assertThat(older || newer || &owner == &requester, operation, "dqueuedChunk->nextChunk()");
   // The entry-key index names slots of the newest chunk.
   if (!newer) owner.entryIndexDelAll();
+  owner.lossInc(*chunk);
+  ++steals_;
   owner.chunkDel(at);
   if (older) older->nextChunkIs(newer);
   if (newer) newer->prevChunkIs(older);

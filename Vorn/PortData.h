@@ -12,6 +12,7 @@
 #include "Vorn/Chunk.h"
 #include "Vorn/EntryIndex.h"
 #include "Vorn/Export.h"
+#include "Vorn/Microseconds.h"
 #include "Vorn/PortMetaData.h"
 
 namespace Vorn {
@@ -44,6 +45,14 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     Kes::U32 headKey = 0;
     Kes::U32 nextKey = 0;
     bool operator==(ChunkMetadata const&) const = default;
+  };
+
+  // What the log has lost to the pool (ChunkPool.h): how many records, and the newest timestamp among them.
+  // Of what came later everything is there; of what is older, no more than what the log still holds.
+  struct Loss {
+    Kes::U64 records = 0;
+    Microseconds newest{};
+    bool operator==(Loss const&) const = default;
   };
 
   explicit PortData(Pylo::IntfId intfId) : intfId_(std::move(intfId)) {}
@@ -98,6 +107,13 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // which nothing depends. For the recorder's intake.
   Kes::U16 nextSlot() const { return nextSlot_; }
   void nextSlotIs(Kes::U16 slot) { nextSlot_ = slot; }
+
+  // What has been taken from this log since it was made, or as a host has restored it.
+  Loss const& loss() const { return loss_; }
+  void lossIs(Loss const& loss) { loss_ = loss; }
+  // Adds the records of a chunk that is about to be taken away: for the recorder's pool, and for a host that
+  // restores a log without all of its chunks.
+  void lossInc(Chunk const& chunk) noexcept;
 
   // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
   Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }
@@ -167,6 +183,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   Chunk::Ptr chunkTobeMerged_;
   bool mergeEntries_ = false;
   PortMetaDataMap portMetaData_;
+  Loss loss_;
 };
 
 // The logs of a recorder, by interface. The order of a walk is stable between deletions and means nothing.
