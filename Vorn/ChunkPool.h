@@ -42,12 +42,12 @@ class VORN_EXPORT ChunkPool {
   // entry-key index. Never null; an assertion when a shared chunk is needed and the limit is 0. What can
   // fail, for lack of memory or of keys ("linkqueue index space full"), fails before anything has changed.
   // The records of a chunk that was taken are released last: that runs the host's code, which may do anything
-  // to logs and pool.
+  // to logs and pool. What the owner has lost is counted when they are gone.
   Chunk::Ptr allocate(PortDataMap const& ports, PortData& port);
 
  private:
-  VORN_LOCAL void releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
-                                   PortData const& requester);
+  VORN_LOCAL PortData::Ptr takeFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
+                                         PortData const& requester);
 
   Queue queue_;
   Kes::U32 limit_ = defaultLimit;

@@ -1,7 +1,5 @@
 #include "Vorn/PortData.h"
 
-#include <cstddef>
-
 #include "Kes/Exception.h"
 
 namespace Vorn {
@@ -32,31 +30,6 @@ void PortData::chunkIs(Kes::U32 key, Chunk::Ptr const& chunk) {
 }
 
 Chunk::Ptr PortData::chunkDel(Kes::U32 key) { return chunk_.del(key); }
-
-// One in 500 appends waits for this. Records that were made one by one lie anywhere in memory: the next ones
-// are fetched while one is looked at, for whoever releases them then as well.
-void PortData::lossInc(Chunk const& chunk) noexcept {
-  constexpr Kes::U32 ahead = 24;
-  EntryQueue::Slots const& slots = chunk.entrySlots();
-  Kes::U64 newest = loss_.newest.value();
-  Kes::U32 slot = slots.head();
-  Kes::U32 later = (slot + ahead) % entriesPerChunk;
-  Kes::U32 holes = 0;
-  for (Kes::U32 left = slots.count(); left > 0; --left) {
-    if (Entry const* const next = slots.slot(later).get()) {
-      __builtin_prefetch(next, /*rw=*/1);
-      __builtin_prefetch(reinterpret_cast<std::byte const*>(next + 1) - 1, /*rw=*/1);
-    }
-    Entry const* const entry = slots.slot(slot).get();
-    if (entry == nullptr)
-      ++holes;
-    else if (entry->timestamp().value() > newest)
-      newest = entry->timestamp().value();
-    slot = EntryQueue::Slots::after(slot);
-    later = EntryQueue::Slots::after(later);
-  }
-  loss_ = {loss_.records + slots.count() - holes, Microseconds(newest)};
-}
 
 PortMetaData::Ptr PortData::newPortMetaData(PortMetaData::Ptr const& portMetaData) {
   PortMetaData::Ptr const held = valid(portMetaData);

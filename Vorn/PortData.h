@@ -53,6 +53,11 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     Kes::U64 records = 0;
     Microseconds newest{};
     bool operator==(Loss const&) const = default;
+
+    void add(Entry const& record) {
+      ++records;
+      if (record.timestamp() > newest) newest = record.timestamp();
+    }
   };
 
   explicit PortData(Pylo::IntfId intfId) : intfId_(std::move(intfId)) {}
@@ -111,9 +116,10 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // What has been taken from this log since it was made, or as a host has restored it.
   Loss const& loss() const { return loss_; }
   void lossIs(Loss const& loss) { loss_ = loss; }
-  // Adds the records of a chunk that is about to be taken away: for the recorder's pool, and for a host that
-  // restores a log without all of its chunks.
-  void lossInc(Chunk const& chunk) noexcept;
+  void lossInc(Loss const& more) {
+    loss_.records += more.records;
+    if (more.newest > loss_.newest) loss_.newest = more.newest;
+  }
 
   // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
   Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }

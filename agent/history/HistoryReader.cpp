@@ -289,7 +289,9 @@ class Reading {
     else
       shared.port->entryIndexDelAll();
     result_.records -= chunk->entrys();
-    shared.port->lossInc(*chunk);
+    Vorn::PortData::Loss loss;
+    for (Vorn::Entry::Ptr const& record : chunk->entryIterator()) loss.add(*record);
+    shared.port->lossInc(loss);
     chunk->doClear();
   }
 
