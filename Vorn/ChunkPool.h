@@ -33,19 +33,25 @@ class VORN_EXPORT ChunkPool {
   Kes::U32 limit() const { return limit_; }
   void limitIs(Kes::U32 limit) { limit_ = limit; }
 
+  // How often a chunk was taken from a log, the requester's own among them. What it held is told by that
+  // log's PortData::loss.
+  Kes::U64 steals() const { return steals_; }
+  void stealsIs(Kes::U64 steals) { steals_ = steals; }
+
   // Gives an interface's log, which is one of `ports`, a fresh, empty chunk as its newest, and clears its
   // entry-key index. Never null; an assertion when a shared chunk is needed and the limit is 0. What can
   // fail, for lack of memory or of keys ("linkqueue index space full"), fails before anything has changed.
   // The records of a chunk that was taken are released last: that runs the host's code, which may do anything
-  // to logs and pool.
+  // to logs and pool. What the owner has lost is counted when they are gone.
   Chunk::Ptr allocate(PortDataMap const& ports, PortData& port);
 
  private:
-  VORN_LOCAL static void releaseFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
-                                          PortData const& requester);
+  VORN_LOCAL PortData::Ptr takeFromOwner(PortDataMap const& ports, Chunk::Ptr const& chunk,
+                                         PortData const& requester);
 
   Queue queue_;
   Kes::U32 limit_ = defaultLimit;
+  Kes::U64 steals_ = 0;
 };
 
 }  // namespace Vorn

@@ -1,5 +1,6 @@
 #include "Vorn/CongestionData.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <unordered_set>
@@ -93,6 +94,25 @@ void CongestionData::portDataDelAll() {
     PortDataMap::Iterator first = portDataIterator();
     portDataDel(first);
   }
+}
+
+void CongestionData::countsAre(Counts const& counts) {
+  appends_ = counts.appends;
+  merges_ = counts.merges;
+  pool_.stealsIs(counts.steals);
+}
+
+CongestionData::ChunkCounts CongestionData::chunkCounts() const {
+  ChunkCounts counts;
+  for (auto const& [intfId, port] : portData_) {
+    if (port->chunks() == 0) continue;
+    ++counts.privates;
+    counts.shared += port->chunks() - 1;
+  }
+  Kes::U32 pooled = 0;
+  for (auto i = chunkArrayIterator(); i; ++i) ++pooled;
+  counts.free = pooled - std::min(pooled, counts.shared);
+  return counts;
 }
 
 Chunk::Ptr CongestionData::allocateChunk(Pylo::IntfId intfId) {

@@ -53,6 +53,21 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
     bool operator==(ChunkArrayMetadata const&) const = default;
   };
 
+  // What has happened to the logs of interfaces, those that are deleted by now among them.
+  struct Counts {
+    Kes::U64 appends = 0;
+    Kes::U64 merges = 0;
+    Kes::U64 steals = 0;  // ChunkPool::steals
+    bool operator==(Counts const&) const = default;
+  };
+
+  // Where the chunks of interfaces are.
+  struct ChunkCounts {
+    Kes::U32 privates = 0;  // first ones of a log
+    Kes::U32 shared = 0;    // of the pool, in logs
+    Kes::U32 free = 0;      // of the pool, in no log
+  };
+
   // Keeps its four inputs for life, and ends by calling handleInitialized. None of them may be null: intake
   // and reports use them without a test.
   CongestionData(Hardware::Status::PtrConst const& vornHwStatus, Clock::Ptr const& clock,
@@ -107,6 +122,13 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   // How many chunks the pool may hold. Takes effect at the next request; a larger pool never shrinks.
   Kes::U32 numSharedChunks() const { return pool_.limit(); }
   void numSharedChunksIs(Kes::U32 numSharedChunks) { pool_.limitIs(numSharedChunks); }
+
+  // Since the recorder was made, or on from what a host has restored. What each log has lost is told by its
+  // PortData::loss, and goes with it.
+  Counts counts() const { return {appends_, merges_, pool_.steals()}; }
+  void countsAre(Counts const& counts);
+  // Walks all logs and the pool.
+  ChunkCounts chunkCounts() const;
 
   // The log of the global buffer; null until allocateGlobalChunk.
   GlobalBufferChunk::Ptr const& globalBufferChunk() const { return globalBufferChunk_; }
@@ -178,8 +200,8 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
                       Kes::U32 const* entryKey);
   VORN_LOCAL Microseconds appendSlow(Pylo::IntfId const& intfId, PortData& judged, Entry::Ptr const& given,
                                      Kes::U32 const* entryKey, bool due, Kes::Seconds now);
-  static void noteAppended(Pylo::IntfId const& intfId, PortData& port, Chunk const& tailChunk,
-                           Entry const& record, Kes::U32 const* entryKey);
+  void noteAppended(Pylo::IntfId const& intfId, PortData& port, Chunk const& tailChunk, Entry const& record,
+                    Kes::U32 const* entryKey);
   bool messageDue(PortData const& port, Entry const& entry, Kes::Seconds now) const;
 
   Hardware::Status::PtrConst const vornHwStatus_;
@@ -187,6 +209,9 @@ class VORN_EXPORT CongestionData final : public Kes::PtrInterface {
   Config::PtrConst const vornConfig_;
   PortMetaDataDumper::PtrConst const portMetaDataDumper_;
   PortDataMap portData_;
+  // Beside the map, which each record needs as well: counting touches no other line of cache.
+  Kes::U64 appends_ = 0;
+  Kes::U64 merges_ = 0;
   ChunkPool pool_;
   GlobalBufferChunk::Ptr globalBufferChunk_;
   bool initialized_ = false;

@@ -144,12 +144,13 @@ inline bool CongestionData::messageDue(PortData const& port, Entry const& entry,
   return interval != 0.0 && (now > port.lastSyslogTime() + interval || entry.alwaysLog());
 }
 
-// The last step: what the log keeps of where its newest record stands. Forced inline, as a part of append.
+// The last step: what is kept of the record and of where it stands. Forced inline, as a part of append.
 [[gnu::always_inline]] inline void CongestionData::noteAppended(Pylo::IntfId const& intfId, PortData& port,
                                                                 Chunk const& tailChunk, Entry const& record,
                                                                 Kes::U32 const* entryKey) {
   if (entryKey != nullptr) port.entryIndexIs(*entryKey, EntryIndexOrNull(tailChunk.entryTailIndex().value()));
   port.nextSlotIs(static_cast<Kes::U16>(tailChunk.entrys()));
+  ++appends_;
   assertThat(tailChunk.entrys() <= entriesPerChunk, addOperation,
              "tailChunk->entrys() <= ( EntryIndex::max() + 1 )");
   VORN_TRACE(8, "timestamp " << record.timestamp() << " qLen " << record.qLen() << " entry "
@@ -162,7 +163,10 @@ Microseconds CongestionData::updateEntry(Pylo::IntfId intfId, Entry::Ptr const& 
   PortData& port = portFor(intfId, "updateEntry");
   traceTail(port.chunkTail());
   Entry* const matched = latestUnderKey(port, entryKey);
-  if (matched != nullptr && merge(*matched, record, coalesceTime)) return record.timestamp();
+  if (matched != nullptr && merge(*matched, record, coalesceTime)) {
+    ++merges_;
+    return record.timestamp();
+  }
   VORN_TRACE(8, addOperation);
   return append(intfId, port, entry, &entryKey);
 }

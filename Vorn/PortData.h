@@ -12,6 +12,7 @@
 #include "Vorn/Chunk.h"
 #include "Vorn/EntryIndex.h"
 #include "Vorn/Export.h"
+#include "Vorn/Microseconds.h"
 #include "Vorn/PortMetaData.h"
 
 namespace Vorn {
@@ -44,6 +45,19 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
     Kes::U32 headKey = 0;
     Kes::U32 nextKey = 0;
     bool operator==(ChunkMetadata const&) const = default;
+  };
+
+  // What the log has lost to the pool (ChunkPool.h): how many records, and the newest timestamp among them.
+  // Of what came later everything is there; of what is older, no more than what the log still holds.
+  struct Loss {
+    Kes::U64 records = 0;
+    Microseconds newest{};
+    bool operator==(Loss const&) const = default;
+
+    void add(Entry const& record) {
+      ++records;
+      if (record.timestamp() > newest) newest = record.timestamp();
+    }
   };
 
   explicit PortData(Pylo::IntfId intfId) : intfId_(std::move(intfId)) {}
@@ -98,6 +112,14 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   // which nothing depends. For the recorder's intake.
   Kes::U16 nextSlot() const { return nextSlot_; }
   void nextSlotIs(Kes::U16 slot) { nextSlot_ = slot; }
+
+  // What has been taken from this log since it was made, or as a host has restored it.
+  Loss const& loss() const { return loss_; }
+  void lossIs(Loss const& loss) { loss_ = loss; }
+  void lossInc(Loss const& more) {
+    loss_.records += more.records;
+    if (more.newest > loss_.newest) loss_.newest = more.newest;
+  }
 
   // When the last threshold message for this interface was raised, in the clock's UTC seconds; 0 at first.
   Kes::Seconds lastSyslogTime() const { return lastSyslogTime_; }
@@ -167,6 +189,7 @@ class VORN_EXPORT PortData final : public Kes::PtrInterface {
   Chunk::Ptr chunkTobeMerged_;
   bool mergeEntries_ = false;
   PortMetaDataMap portMetaData_;
+  Loss loss_;
 };
 
 // The logs of a recorder, by interface. The order of a walk is stable between deletions and means nothing.

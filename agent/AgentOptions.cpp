@@ -11,7 +11,6 @@
 
 #include "Kes/Format.h"
 #include "Kes/Trace.h"
-#include "Vorn/ChunkPool.h"
 #include "agent/ConfigFile.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Printable.h"
@@ -114,8 +113,8 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->allow_extra_args(false)
       ->type_name("NAME");
   char const* const setting = std::getenv(poolVariable);
-  raw.pool = setting != nullptr ? setting : std::to_string(Vorn::ChunkPool::defaultLimit);
-  app.add_option("--pool", raw.pool, "Chunks of 500 records; auto: 2 or more an interface with congestion")
+  raw.pool = setting != nullptr ? setting : automatic;
+  app.add_option("--pool", raw.pool, "Chunks of 500 records; auto: 200, or 2 an interface with congestion")
       ->check(autoOrBetween(std::uint32_t{1}, maxPoolChunks))
       ->type_name("CHUNKS")
       ->capture_default_str();

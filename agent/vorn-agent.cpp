@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,7 +25,6 @@
 #include "agent/LiveSettings.h"
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
-#include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Signals.h"
@@ -34,6 +34,7 @@
 #include "agent/kernel/QdiscSource.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/serve/AgentStatus.h"
 #include "agent/serve/CommandServer.h"
 #include "agent/serve/OwnRequests.h"
 
@@ -105,18 +106,20 @@ void serve(Agent::AgentOptions const& options) {
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
   std::optional<Agent::HistoryKeeper> history;
-  if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder);
+  if (!options.stateDirectory.empty()) {
+    Kes::U32 const pool = recorder->numSharedChunks();
+    if (options.poolGrows) recorder->numSharedChunksIs(Agent::maxPoolChunks);  // all that was saved
+    history.emplace(options.stateDirectory, recorder);
+    if (options.poolGrows) recorder->numSharedChunksIs(std::max(pool, recorder->chunkArrayCount()));
+  }
   Agent::CongestionFeed feed(recorder, config, status, clock);
   Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
   std::optional<Agent::CommandServer> server;
   std::optional<Agent::LiveSettings> settings;
-  // What the agent is doing, a line each: asked for by the server's clients only.
-  auto const agentStatus = [&source, &feed, &clock, &history, &server] {
-    std::string const steps = clock->status();
-    return source.status() + "; " + std::to_string(feed.bursts()) + " bursts seen\n" +
-           (steps.empty() ? "" : steps + '\n') + Agent::journalStatus() + '\n' +
-           (history ? history->status() : "history: not kept, for want of --state-dir") + '\n' +
-           server->status() + '\n' + Agent::failureStatus();
+  Agent::AgentStatus::Beginning const beginning{clock->now(), std::chrono::steady_clock::now()};
+  auto const agentStatus = [&] {  // asked for by the server's clients only
+    return Agent::statusOf(
+        {*recorder, source, feed, *clock, history ? &*history : nullptr, *server, beginning});
   };
   Kes::U64 changesByName = 0;
   server.emplace(loop, options.socketPath, recorder,

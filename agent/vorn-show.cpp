@@ -57,7 +57,7 @@ void addOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("-a,--all", options.all,
                "history: the global buffer's as well; get: everything below the path");
   app.add_flag("-c,--csv", options.csv, "history, stats, global: comma-separated, with column names");
-  app.add_flag("-j,--json", options.json, "types, type, get: as JSON, for programs");
+  app.add_flag("-j,--json", options.json, "status, types, type, get: as JSON, for programs");
   app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
   app.add_option(
          "--socket", line.socketPath,

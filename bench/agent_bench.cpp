@@ -121,7 +121,8 @@ class FullRecorder {
     Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(
-        recorder_, [&source] { return source.status(); }, [] { return ""; }, [] {});
+        recorder_, [&source] { return Agent::AgentStatus{.source = source.status()}; }, [] { return ""; },
+        [] {});
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
     Kes::U64 changes = 0;

@@ -1,5 +1,6 @@
 // What a recorder takes of memory, beside a formula that predicts it: so much a chunk, a retained record and
-// an interface (below). Each row is measured in a process of its own.
+// an interface (below); and what of the latest records a pool keeps when all interfaces are busy. Each row is
+// measured in a process of its own.
 //
 //   memory             prints a line a row; takes some seconds
 //   memory --smoke     small sizes: shows that all can be measured
@@ -29,8 +30,9 @@ struct Taken {
 // Interfaces with a record each: a recorder after so many appends at random.
 class Rig {
  public:
-  explicit Rig(U32 interfaces)
+  explicit Rig(U32 interfaces, U32 pool = Vorn::ChunkPool::defaultLimit)
       : workload_(interfaces), before_(residentBytes()), ids_(interfaceIds(workload_)) {
+    recorder_->numSharedChunksIs(pool);
     for (U32 port = 0; port < interfaces; ++port) append(port, port);
   }
 
@@ -44,6 +46,14 @@ class Rig {
   }
   Taken taken() const { return {residentBytes() - before_, retainedRecords(*recorder_)}; }
   U32 sharedChunks() const { return recorder_->chunkArrayCount(); }
+  // Of the records that append() was given, from the n-th on.
+  U64 retainedFrom(U64 n) const {
+    U64 records = 0;
+    for (Pylo::IntfId const& id : ids_)
+      for (Kept const& record : keptRecords(*recorder_->portData(id)))
+        records += record.timestamp >= Workload::timestamp(workload_.ports() + n);
+    return records;
+  }
 
  private:
   void append(U32 port, U64 n) {
@@ -97,6 +107,16 @@ void printRecorder(U32 interfaces, U64 appends) {
               interfaces, sharedChunks, taken.retained, taken.bytes / 1024, formula / 1024);
 }
 
+void printRecent(U32 interfaces, U32 pool, U64 appends) {
+  U64 const recent = resultOfChild([&] {
+    Rig rig(interfaces, pool);
+    rig.append(appends);
+    return rig.retainedFrom(appends / 2);
+  });
+  std::printf("%u busy interfaces, a pool of %u: %ju records retained of the last half of %ju\n", interfaces,
+              pool, recent, appends);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -111,6 +131,11 @@ int main(int argc, char** argv) {
     printMetaData(smoke ? 64 : 4096);
     for (U32 const interfaces : {64U, 512U, 4096U}) {
       printRecorder(interfaces, smoke ? 100'000 : 8'000'000);
+      if (smoke) break;
+    }
+    for (U32 const interfaces : {64U, 128U, 200U, 256U, 400U, 512U}) {
+      for (U32 const pool : {200U, 600U, 1024U, 2 * interfaces})
+        printRecent(interfaces, pool, smoke ? 100'000 : 8'000'000);
       if (smoke) break;
     }
   } catch (std::exception const& failure) {

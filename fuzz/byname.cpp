@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
     bench.recorder->allocateGlobalChunk();
     bench.recorder->doAddToGlobalLog(Test::record(5, 1000));
     Agent::OwnRequests const answer(
-        bench.recorder, [] { return "fine"; }, [] { return "none"; }, [] {});
+        bench.recorder, [] { return Agent::AgentStatus(); }, [] { return "none"; }, [] {});
     int const records = Test::TestEntry::alive;
     for (std::string const& request : requests) {
       // A refusal is an answer too; nothing is thrown.

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "agent/base/AgentClock.h"
+#include "agent/base/Journal.h"
 #include "agent/burst/CongestionFeed.h"
 #include "agent/burst/QueueSum.h"
 #include "agent/burst/SampledQueue.h"
@@ -185,6 +187,20 @@ TEST_F(Feed, TellsOfInterfaces_andGrowsThePoolWithThoseThatAreCongested) {
   }
   feed.handleGone({Pylo::IntfId("e1"), 9, 0});
   EXPECT_EQ(told, "e1+e2+e1-");
+  // One that is not to grow is told of, once for each size.
+  openJournal(true);
+  testing::internal::CaptureStderr();
+  feed.poolGrowsIs(false);
+  for (U32 const chunks : {4U, 3U, 3U, 2U}) {
+    recorder->numSharedChunksIs(chunks);
+    feed.handleUpdate({Pylo::IntfId("e1"), 1, 0}, {.begins = true, .timestamp = 1000, .qLen = 1});
+    EXPECT_EQ(feed.poolFault().empty(), chunks == 4);
+  }
+  std::string const noted = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(noted.begin(), noted.end(), '\n'), 2) << noted;
+  EXPECT_NE(noted.find("pool: 3 is less than two chunks for each of 2 congested interfaces"),
+            std::string::npos)
+      << noted;
 }
 
 TEST_F(Feed, SteadyLossWithoutAQueueIsOneBurst) {
@@ -280,7 +296,7 @@ TEST_F(Feed, StepsOfTheWallClockMoveNothingInABurst) {
   EXPECT_EQ(said(), "eth0 low;") << "a message an hour ahead silences nothing";
   EXPECT_EQ(records()[2]->timestamp().value(), static_cast<U64>(clocks.wallNanoseconds / 1000) - 1000);
   EXPECT_LT(records()[2]->timestamp(), records()[0]->timestamp());
-  EXPECT_NE(clock->status().find("jumped 2 times, the last time by -7200.000 s, 60 s ago"),
+  EXPECT_NE(clock->status().text().find("jumped 2 times, the last time by -7200.000 s, 60 s ago"),
             std::string::npos);
 }
 
@@ -392,7 +408,7 @@ TEST(Clock, FollowsStepsAtOnceAndSmallOnesBackwardsSlowly) {
   EXPECT_EQ(after(0, -1001), 11'166'000U) << "at once";
   EXPECT_EQ(after(20000, 0), 31'166'000U);
   EXPECT_EQ(clock->offset(), 31'166'000 - 27'120'000);
-  EXPECT_EQ(clock->status(), "the wall clock jumped 2 times, the last time by -1.001 s, 20 s ago");
+  EXPECT_EQ(clock->status().text(), "the wall clock jumped 2 times, the last time by -1.001 s, 20 s ago");
   EXPECT_EQ(clockAt(0, 0)->now().value(), 1U) << "never 0";
 }
 

@@ -36,7 +36,7 @@ class ByName : public testing::Test {
   // The answer as the client gets it; a refusal behind "! ".
   std::string ask(std::string const& request, uid_t client = 0) const {
     OwnRequests const requests(
-        bench_.recorder, [] { return "fine"; }, [] { return "none"; }, [] {});
+        bench_.recorder, [this] { return status_; }, [] { return "none"; }, [] {});
     auto const answer = requests(request, client);
     if (!answer) return "a report";
     if (!answer->failure.empty()) return "! " + answer->failure;
@@ -57,7 +57,38 @@ class ByName : public testing::Test {
   }
 
   ::Test::Bench bench_;
+  AgentStatus status_;
 };
+
+TEST_F(ByName, Status_isTextForPeopleAndJsonForPrograms) {
+  status_.source.achievedInterval = 1000.4;
+  status_.counts = {10, 20, 30};
+  status_.history.emplace().found.savedAt = Vorn::Microseconds(1795507466241473);
+  status_.beginning.wallTime = Vorn::Microseconds(1795507467000000);
+  EXPECT_NE(ask("status").find("records lost: none"), std::string::npos);
+  status_.interfaces.push_back({"a\"\xff\x1b", 30, Vorn::Microseconds(1795507466000009)});
+  for (Kes::U64 lost = 29; lost > 5; --lost)
+    status_.interfaces.push_back({"eth", lost, Vorn::Microseconds(1)});
+  status_.interfaces.push_back({"quiet", 0, {}});
+  std::string const text = ask("status");
+  EXPECT_NE(text.find("\n  a\"??" + std::string(19, ' ') + "30  "), std::string::npos) << text;
+  EXPECT_NE(text.find("\n  and 5 more     40\n"), std::string::npos) << text;
+  EXPECT_FALSE(std::regex_search(text, std::regex(".{101}"))) << text;
+  rapidjson::Document json;
+  json.Parse(ask("status --json").c_str());
+  ASSERT_FALSE(json.HasParseError());
+  auto const number = [&json](char const* name) { return json[name].GetUint64(); };
+  EXPECT_TRUE(number("records") == 10 && number("merges") == 20 && number("steals") == 30);
+  EXPECT_TRUE(number("achieved_interval_us") == 1000 && number("records_lost") == 450);
+  EXPECT_STREQ(json["history"]["read_back_saved_at"].GetString(), "2026-11-24T08:04:26.241473Z");
+  EXPECT_EQ(number("not_recorded_from_us"), 1795507466241473U);
+  EXPECT_STREQ(json["not_recorded_to"].GetString(), "2026-11-24T08:04:27.000000Z");
+  auto const interfaces = json["interfaces"].GetArray();
+  ASSERT_EQ(interfaces.Size(), status_.interfaces.size());
+  EXPECT_STREQ(interfaces[0]["whole_since"].GetString(), "2026-11-24T08:04:26.000009Z");
+  EXPECT_STREQ(interfaces[25]["name"].GetString(), "quiet");
+  EXPECT_TRUE(interfaces[25]["whole_since_us"].IsNull() && json["fault"].IsNull());
+}
 
 TEST_F(ByName, Get_followsPathsAndCompletesNames) {
   expectAnswers({{"get portData[eth0].chunk[0].entry[3].timestamp.value", "1003\n"},
@@ -67,7 +98,6 @@ TEST_F(ByName, Get_followsPathsAndCompletesNames) {
                  {"get portData[eth0].chunk[0].prevChunk", "null\n"},
                  {"get globalBufferChunk.entryTobeMerged", "65535\n"},
                  {"get glob.count", "globalBufferChunk.counter: 0\n"},
-                 {"status", "fine\n"},
                  {"-ieth0 get", "a report"},
                  {"getportData", "a report"}});
   expectParts({{"get .", "numSharedChunks     3\n"},

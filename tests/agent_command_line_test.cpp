@@ -67,6 +67,7 @@ TEST(ShowCommand, Requests_andRefusals) {
             "-iEt1,eth0 -t30 -s5 -a");
   EXPECT_EQ(showCommandFor({.report = Report::globalBuffer, .csv = true}).request, "-i csv -a");
   EXPECT_EQ(showCommandFor({.report = Report::statistics, .interfaces = {"eth0"}}).request, "-ieth0 -c");
+  EXPECT_EQ(showCommandFor({.report = Report::status, .json = true}).request, "status --json");
   EXPECT_EQ(showCommandFor({.report = Report::raw, .words = {"-iEt1", "csv"}}).request, "-iEt1 csv");
   std::vector<std::pair<ShowOptions, std::string>> const refused = {
       {{.drops = true, .latency = true}, "are two reports"},
@@ -77,6 +78,7 @@ TEST(ShowCommand, Requests_andRefusals) {
       {{.report = Report::statistics, .lastSeconds = 3}, "--last does not apply to stats"},
       {{.report = Report::globalBuffer, .interfaces = {"eth0"}}, "--interface does not apply to global"},
       {{.report = Report::raw, .csv = true, .words = {"csv"}}, "--csv does not apply to raw"},
+      {{.report = Report::config, .json = true}, "--json applies to status, types"},
       {{.patterns = {"a["}}, "unmatched square bracket"},
       {{.patterns = {"*"}}, "where .* is any text"}};
   for (auto const& [options, part] : refused) {
@@ -100,6 +102,7 @@ TEST(ReportFilter, Forms_whereverTheStreamIsCut) {
   std::string const global = "1999-12-31 23:59:59.000000 N/A          -\n";
   std::string const records =
       "Time (UTC, +00:00)\n" + global + "1999-12-31 23:59:58.000000 eth0         1:20\n";
+  std::string const footer = "\nfooter\n  eth0\n";
   std::string const names = "columns\n";
   std::string const old = "record,\"a,b\",root,0,,89999999,5,1,1,,0\n";
   std::string const edge = "record,eth0,root,0,,90000000,5,1,1,,0\n";
@@ -110,7 +113,7 @@ TEST(ReportFilter, Forms_whereverTheStreamIsCut) {
       {{}, text, frame + text},
       {{.report = Report::statistics, .interfaces = {"eth0"}}, text, frame + title + eth0 + end},
       {{.report = Report::statistics, .csv = true}, text, quoted},
-      {{.count = 2, .all = true}, records + global, frame + records},
+      {{.count = 2, .all = true}, records + global + footer, frame + records + footer},
       {{.count = 4'294'967'295, .all = true}, records + global, frame + records + global},
       {{.csv = true}, all, all},
       {{.lastSeconds = 10, .csv = true}, all, names + edge + start},

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "agent/history/HistoryFile.h"
 #include "agent/history/HistoryFormat.h"
@@ -10,6 +12,7 @@
 #include "agent/history/HistoryWriter.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/record/ReportFooter.h"
 #include "tests/support.h"
 
 using namespace Agent;
@@ -40,6 +43,47 @@ struct Recorder : Bench {
     }
   }
   std::string saved() { return written(std::bind_front(writeHistory, std::cref(*recorder))); }
+  // What each interface holds and has lost, and the counts.
+  std::string balance() const {
+    auto const [appends, merges, steals] = recorder->counts();
+    std::string text = std::to_string(appends) + ' ' + std::to_string(merges) + '\n';
+    for (auto const& [intfId, log] : recorder->portDataMap()) {
+      U64 records = log->loss().records;
+      for (auto const& chunk : log->chunkIterator()) records += chunk->entrys();
+      text += intfId.stringValue().str() + ' ' + std::to_string(records) + '\n';
+    }
+    return text;
+  }
+  // The interfaces that the footer of a report names, and those of which it should.
+  std::string namedBelow(std::string const& command) const {
+    std::string const text = footerFor(Vorn::parseCommand(command), *recorder).str();
+    std::string names;
+    for (char const* const name : {"eth0", "eth1", "eth2"})
+      if (text.find(std::string("  ") + name + "  ") != std::string::npos) names += name;
+    return names;
+  }
+  std::string missingFrom(std::string const& command, std::string const& selected, bool drops) const {
+    Vorn::CommandOptions const options = Vorn::parseCommand(command);
+    U64 const now = Vorn::Microseconds::fromSeconds(clock->utcTime()).value(),
+              age = options.ageLimit * 1'000'000;
+    std::vector<U64> lines;
+    for (auto const& [intfId, log] : recorder->portDataMap())
+      for (auto const& chunk : log->chunkIterator())
+        for (auto const& entry : chunk->entryIterator())
+          if (selected.find(intfId.stringValue().view()) != std::string::npos &&
+              (!drops || dynamic_cast<LinuxEntry const&>(*entry).drops() != 0))
+            lines.push_back(entry->timestamp().value());
+    std::sort(lines.rbegin(), lines.rend());
+    std::string names;
+    for (std::string const name : {"eth0", "eth1", "eth2"}) {
+      U64 const lost = port(name.c_str())->loss().newest.value();
+      bool const within = options.ageLimit == 0 || lost + age >= now;
+      bool const reached = options.entryCount == 0 || options.entryCount > lines.size() ||
+                           lines[options.entryCount - 1] <= lost;
+      if (within && reached && selected.find(name) != std::string::npos) names += name;
+    }
+    return names;
+  }
   std::string reports() { return report("-a") + report("csv -a") + report("-c") + report("-b"); }
   HistoryRead found;
 };
@@ -51,6 +95,8 @@ TEST(History, ReadsBackWhatWasWritten) {
     before.record(1, records);
     Recorder after(before.saved()), small(before.saved(), 3);
     EXPECT_EQ(after.found.fault + small.found.fault, "");
+    EXPECT_EQ(small.balance(), before.balance());
+    EXPECT_EQ(small.recorder->counts().steals, before.recorder->counts().steals + small.found.chunksLeftOut);
     for (auto i = small.recorder->chunkArrayIterator(); i; ++i)
       EXPECT_EQ((*i)->entry({})->timestamp(), before.recorder->chunkArray(i.key())->entry({})->timestamp());
     for (U32 round = 0; round < 2; ++round) {
@@ -59,6 +105,38 @@ TEST(History, ReadsBackWhatWasWritten) {
       for (Recorder* one : {&before, &after, &small}) one->time = 1'000'000, one->record(7, 3000);
     }
   }
+}
+
+// A report ends in words about holes just where its lines reach back past them.
+TEST(History, Footer_tellsOfHolesThatTheReportReaches) {
+  Recorder before;
+  before.record(1, 9000);
+  Recorder after(before.saved());
+  std::set<std::string> seen;
+  for (std::string const name : {"eth0", "eth1", "eth2"}) {
+    for (double const late : {0.0000005, 0.0000015}) {  // the loss is just in the last second, or just not
+      double const now = Vorn::Microseconds::toSeconds(before.port(name.c_str())->loss().newest) + 1 + late;
+      before.clock->utcTimeIs(now), after.clock->utcTimeIs(now);
+      for (std::string const kind : {"", " -d", " -l", " -a"}) {
+        for (U32 const count : {0U, 1U, 200U, 600U, 1100U, 1400U, 1500U, 1700U, 2100U, 2400U, 9000U}) {
+          for (std::string const age : {"", " -t1"}) {
+            for (std::string const selected : {"eth0,eth1,eth2", "eth1", "eth0,eth2"}) {
+              std::string const command = "-i" + selected + kind + age + " -s" + std::to_string(count);
+              std::string const names = before.missingFrom(command, selected, kind == " -d");
+              EXPECT_EQ(before.namedBelow(command), names) << command;
+              EXPECT_EQ(after.namedBelow(command), names) << command;
+              seen.insert(names);
+            }
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GE(seen.size(), 6U);
+  for (char const* const command : {"csv", "-c", "-b", "-i", "-ieth3", "-t1 -s1"})
+    EXPECT_EQ(before.namedBelow(command), "") << command;
+  EXPECT_EQ(before.namedBelow(""), "eth0eth1eth2");
+  EXPECT_EQ(Recorder().namedBelow(""), "");
 }
 
 // Gives the header and each section the checksum of what it holds by now.
@@ -76,7 +154,7 @@ void seal(std::string& bytes) {
 TEST(History, Damage_costsWhatStandsBehindIt) {
   Recorder before;
   before.record(3, 60);
-  std::string const whole = before.saved();
+  std::string const whole = before.saved(), nothing = Recorder().saved();
   for (std::size_t at = 0; at < whole.size(); ++at) {
     std::string changed = whole, forged = whole;
     changed[at] = static_cast<char>(changed[at] ^ (1 << at % 8));
@@ -84,8 +162,8 @@ TEST(History, Damage_costsWhatStandsBehindIt) {
       Recorder after(bytes);
       EXPECT_NE(after.found.fault, "") << at;
       std::string const sound = after.saved().substr(0, after.saved().size() - 16);  // without its end
-      std::size_t const room = std::max<std::size_t>(at, 44) - sound.size();         // behind the state
-      EXPECT_TRUE(whole.starts_with(sound) && room < 56) << at;
+      std::size_t const room = std::max<std::size_t>(at, 68) - sound.size();         // behind the state
+      EXPECT_TRUE((at < 68 ? nothing : whole).starts_with(sound) && room < 56) << at;
     }
     forged[at] = static_cast<char>(at * 7 % 11);
     seal(forged);
@@ -108,7 +186,7 @@ TEST(History, File_isPutAside_neverOverTheLast) {
                 [&](std::FILE* out) { std::fwrite(cut.data(), 1, cut.size(), out); });
     Recorder after;
     HistoryKeeper keeper(directory, after.recorder);
-    EXPECT_EQ(keeper.status().find("not kept") != std::string::npos, round == 10);
+    EXPECT_EQ(keeper.status().text().find("not kept") != std::string::npos, round == 10);
     EXPECT_EQ(after.reports(), before.reports());
     EXPECT_EQ(readFile(round < 10 ? path + ".damaged-" + std::to_string(round) : path), cut);
   }

@@ -103,7 +103,7 @@ class CommandServerTest : public testing::Test {
       shared_->changes += sets;
       if (sets) return CommandServer::Answer{.text = "set by " + std::to_string(user) + '\n'};
       if (request != "status") return std::nullopt;
-      return CommandServer::Answer{.text = server->status() + '\n' + failureStatus() + '\n'};
+      return CommandServer::Answer{.text = server->status().text() + '\n' + failureStatus().text() + '\n'};
     };
     server.emplace(
         loop, path_, recorder, own, [] { return std::vector<std::string>{"quiet0"}; }, limits);

@@ -439,7 +439,7 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
   dup2(none.get(), next);
   descriptorsAre(1);
   look();
-  std::string const whileFailing = source.status();
+  std::string const whileFailing = source.status().text();
   descriptorsAre(before.rlim_cur);
   look();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -447,7 +447,7 @@ TEST(QdiscSource, SaysOnceThatItCannotReadAndWhenItCanAgain) {
             "vorn-agent: this machine's queues can be read again\n");
   EXPECT_EQ(whileFailing.find("cannot read this machine's queues (Too many open files)\nlooking"), 0U)
       << whileFailing;
-  EXPECT_NE(source.status().find(" failed (last: Too many open files)"), std::string::npos);
+  EXPECT_NE(source.status().text().find(" failed (last: Too many open files)"), std::string::npos);
 }
 
 }  // namespace

@@ -171,6 +171,7 @@ while read -r wanted command; do
 done <"$scratch/commands"
 show 0 '^400$' get numSharedChunks # as one of them has it
 messages 'user 0: set numSharedChunks 400' 1
+show 0 '"looks":[1-9][0-9]*,.*"interfaces":\[\{"name":"br-c0","records_lost":0,' status --json
 show 0 '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' get portData --all --json
 for report in "" --drops --latency global stats status --help --csv "stats --csv"; do
   # shellcheck disable=SC2086  # words
@@ -233,6 +234,7 @@ sleep 1.5 # the interval
 end_agent KILL 137
 [ -S "$socket" ] || fail "nothing was left behind for the next agent"
 start_agent
+show 0 '^not recorded: from 20.* to 20.* \(UTC, \+00:00\)$' status
 same_report --socket "$socket"
 
 end_agent QUIT 0

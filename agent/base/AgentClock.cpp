@@ -84,12 +84,15 @@ S64 AgentClock::offset() const {
   return offset_ / 1000;
 }
 
-std::string AgentClock::status() const {
+AgentClock::Status AgentClock::status() const {
   now();
-  if (steps_ == 0) return {};
-  return Kes::format("the wall clock jumped %u %s, the last time by %+.3f s, %.0f s ago", steps_,
-                     steps_ == 1 ? "time" : "times", inSeconds(lastStep_),
-                     inSeconds(lastMonotonic_ - lastStepAt_))
+  return {steps_, lastStep_, steps_ == 0 ? 0 : lastMonotonic_ - lastStepAt_};
+}
+
+std::string AgentClock::Status::text() const {
+  if (steps == 0) return {};
+  return Kes::format("the wall clock jumped %u %s, the last time by %+.3f s, %.0f s ago", steps,
+                     steps == 1 ? "time" : "times", inSeconds(lastStep), inSeconds(sinceLast))
       .str();
 }
 

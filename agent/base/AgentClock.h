@@ -44,8 +44,16 @@ class AgentClock final : public Vorn::Clock {
   // Wall time less monotonic time, in microseconds, as now() uses it.
   Kes::S64 offset() const;
 
-  // For people: how often the wall clock was set, and the last time. Empty when it never was.
-  std::string status() const;
+  // How often the wall clock was set, and the last time.
+  struct Status {
+    Kes::U64 steps = 0;
+    Kes::S64 lastStep = 0;  // nanoseconds, and how long ago:
+    Kes::S64 sinceLast = 0;
+
+    // A line for people, without the newline; empty when it never was.
+    std::string text() const;
+  };
+  Status status() const;
 
  private:
   void follow(Readings const& readings) const;

@@ -3,7 +3,6 @@
 #include <syslog.h>
 
 #include <chrono>
-#include <cstdint>
 #include <new>
 #include <optional>
 
@@ -20,29 +19,30 @@ using std::chrono::steady_clock;
 constexpr std::chrono::minutes quiet{1};
 constexpr std::size_t longestReason = 200;
 
-std::uint64_t failures = 0;
-std::string last;
+FailureStatus failures;
 std::optional<steady_clock::time_point> noted;
 
 }  // namespace
 
 void countFailure(std::exception const& error) noexcept {
-  ++failures;
+  ++failures.count;
   try {
     bool const noMemory = dynamic_cast<std::bad_alloc const*>(&error) != nullptr;
-    last = noMemory ? "out of memory" : printable(error.what(), longestReason);
+    failures.last = noMemory ? "out of memory" : printable(error.what(), longestReason);
     auto const now = steady_clock::now();
     if (noted && now - *noted < quiet) return;
     noted = now;
-    note(LOG_ERR, failureStatus());
+    note(LOG_ERR, failures.text());
   } catch (std::exception const&) {
     return;  // it is counted
   }
 }
 
-std::string failureStatus() {
-  if (failures == 0) return "failures: none";
-  return Kes::format("failures: %u events were given up; the last: %s", failures, last.c_str()).str();
+FailureStatus const& failureStatus() { return failures; }
+
+std::string FailureStatus::text() const {
+  if (count == 0) return "failures: none";
+  return Kes::format("failures: %u events were given up; the last: %s", count, last).str();
 }
 
 }  // namespace Agent

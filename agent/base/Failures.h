@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <string>
 
@@ -10,7 +11,13 @@ namespace Agent {
 // journal, the first at once and then one a minute at most.
 void countFailure(std::exception const& error) noexcept;
 
-// A line for the agent's status.
-std::string failureStatus();
+struct FailureStatus {
+  std::uint64_t count = 0;
+  std::string last{};  // empty: none
+
+  // A line for people, without the newline.
+  std::string text() const;
+};
+FailureStatus const& failureStatus();
 
 }  // namespace Agent

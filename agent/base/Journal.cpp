@@ -13,7 +13,6 @@
 #include "Kes/Trace.h"
 #include "agent/base/Printable.h"
 #include "agent/base/StandardStreams.h"
-#include "agent/base/SystemLog.h"
 
 namespace Agent {
 
@@ -59,14 +58,17 @@ void note(int priority, std::string const& text) {
   deliver(SystemLog::other, priority, /*subject=*/"", text);
 }
 
-std::string journalStatus() {
-  if (!systemLog) return "messages: none are sent";
-  SystemLog::Counts const& thresholds = systemLog->counts(SystemLog::threshold);
-  SystemLog::Counts const& notes = systemLog->counts(SystemLog::other);
+JournalStatus journalStatus() {
+  if (!systemLog) return {};
+  return {systemLog->counts(SystemLog::threshold), systemLog->counts(SystemLog::other), systemLog->kept(),
+          lostTraces};
+}
+
+std::string JournalStatus::text() const {
   return Kes::format(
              "messages: %u of thresholds and %u others are in the system log, %u wait for it\n"
              "messages lost: %u of thresholds, %u others, %u lines of --trace",
-             thresholds.sent, notes.sent, systemLog->kept(), thresholds.lost, notes.lost, lostTraces)
+             thresholds.sent, others.sent, waiting, thresholds.lost, others.lost, lostTraces)
       .str();
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "agent/base/EventLoop.h"
 #include "agent/base/FileDescriptor.h"
+#include "agent/base/SystemLog.h"
 
 namespace Agent {
 
@@ -16,8 +18,17 @@ void openJournal(bool copyToStandardError);
 // One message, at a priority of syslog(3).
 void note(int priority, std::string const& text);
 
-// For the agent's status: a line of how much was delivered, and one of what was not.
-std::string journalStatus();
+// How much was delivered, and what was not.
+struct JournalStatus {
+  SystemLog::Counts thresholds{};
+  SystemLog::Counts others{};
+  std::uint64_t waiting = 0;     // for the system log
+  std::uint64_t lostTraces = 0;  // lines
+
+  // Two lines for people, without the last newline.
+  std::string text() const;
+};
+JournalStatus journalStatus();
 
 // While one of these lives, messages that the system log had no room for are offered again ten times a
 // second. `loop` outlives it.

@@ -10,7 +10,7 @@
 // agent answers and closes the connection. The request is the recorder's option vocabulary ("-iEt1,Et2 -t30
 // csv"; an empty line asks for the whole history), or one of the agent's own:
 //
-//   status                      what the agent itself is doing
+//   status [--json]             what the agent itself is doing
 //   save                        the whole history, as docs/history-format.md has it
 //   config                      the configuration in force, and where each value came from
 //   types [--json]              every registered type
@@ -36,6 +36,7 @@ inline constexpr std::size_t maxRequestBytes = 4096;
 // No option text of the vocabulary occurs in it; the agent takes it off before the recorder sees the command.
 inline constexpr std::string_view checkedWord = "checked";
 inline constexpr std::string_view statusRequest = "status";
+inline constexpr std::string_view jsonStatusRequest = "status --json";
 inline constexpr std::string_view saveRequest = "save";
 inline constexpr std::string_view configRequest = "config";
 

@@ -1,7 +1,12 @@
 #include "agent/burst/CongestionFeed.h"
 
-#include <algorithm>
+#include <syslog.h>
 
+#include <algorithm>
+#include <utility>
+
+#include "Kes/Format.h"
+#include "agent/base/Journal.h"
 #include "agent/base/PoolLimit.h"
 
 namespace Agent {
@@ -57,7 +62,7 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   if (update.begins) ++bursts_;
   bool const known = burst.record != nullptr;
   auto const port = recorder_->portDataIs(queue.intfId);
-  if (poolGrows_) growPool();
+  watchPool();
   Rule const rule = {queue.intfId, Vorn::portThresholds(config_, hwStatus_, queue.intfId),
                      config_->logInterval()};
   auto const append = [&](LinuxEntry::Ptr const& record) {
@@ -68,10 +73,27 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   if (burst.record) keepMetaData(queue, burst, update, update.begins || !known);
 }
 
-void CongestionFeed::growPool() {
+std::size_t CongestionFeed::wantedPool() const {
   constexpr std::size_t each = 2;
-  std::size_t const wanted = std::min<std::size_t>(each * recorder_->portDataMap().size(), maxPoolChunks);
-  if (wanted > recorder_->numSharedChunks()) recorder_->numSharedChunksIs(static_cast<Kes::U32>(wanted));
+  return std::min<std::size_t>(each * recorder_->portDataMap().size(), maxPoolChunks);
+}
+
+std::string CongestionFeed::poolFault() const {
+  if (poolGrows_ || wantedPool() <= recorder_->numSharedChunks()) return {};
+  std::size_t const interfaces = recorder_->portDataMap().size();
+  return Kes::format("pool: %u is less than two chunks for each of %u congested %s; --pool auto lets it grow",
+                     recorder_->numSharedChunks(), interfaces, interfaces == 1 ? "interface" : "interfaces")
+      .str();
+}
+
+void CongestionFeed::watchPool() {
+  std::size_t const wanted = wantedPool();
+  Kes::U32 const size = recorder_->numSharedChunks();
+  if (wanted <= size) return;
+  if (poolGrows_)
+    recorder_->numSharedChunksIs(static_cast<Kes::U32>(wanted));
+  else if (std::exchange(notedPool_, size) != size)
+    note(LOG_WARNING, poolFault() + "; as it is, recent history is lost when all are busy");
 }
 
 void CongestionFeed::handleTotal(CongestionUpdate const& update) {
@@ -114,6 +136,7 @@ void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionU
   bool const logged = burst.record && burst.record->ptrCount() > 1;
   if (!first && logged) {
     burst.record->updateIs(update, wallTime(update.timestamp, burst.offset));
+    if (!rule.intfId.empty()) countMerge();
     judge(burst, update.timestamp, log, rule);
     return;
   }
@@ -137,6 +160,13 @@ void CongestionFeed::record(Burst& burst, QueueAddress const& queue, CongestionU
     burst.judged = std::max(burst.judged, level);
   }
   judge(burst, update.timestamp, log, rule);
+}
+
+// As the recorder merges itself, but in whichever chunk the record stands.
+void CongestionFeed::countMerge() {
+  Vorn::CongestionData::Counts counts = recorder_->counts();
+  ++counts.merges;
+  recorder_->countsAre(counts);
 }
 
 // Raises the message of a threshold that the burst has now crossed for the first time, if it is due.

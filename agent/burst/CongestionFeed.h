@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <functional>
+#include <string>
 #include <utility>
 
 #include "Kes/HashMap.h"
@@ -50,8 +51,12 @@ class CongestionFeed final : public CongestionSink {
   void interfaceHandlerIs(InterfaceHandler handler) { interfaceHandler_ = std::move(handler); }
 
   // Whether the recorder's pool grows with the interfaces that have been congested: to two chunks for each.
-  // So even if all are busy each keeps a chunk and more. It never shrinks.
+  // So even if all are busy each keeps a chunk and more. It never shrinks. A pool that does not grow and is
+  // smaller is noted in the journal, once for each size that it has.
   void poolGrowsIs(bool grows) { poolGrows_ = grows; }
+  bool poolGrows() const { return poolGrows_; }
+  // What is wrong with the pool's size, for people; empty: nothing.
+  std::string poolFault() const;
 
   // Bursts of single queues seen so far.
   Kes::U64 bursts() const { return bursts_; }
@@ -92,7 +97,9 @@ class CongestionFeed final : public CongestionSink {
               Rule const& rule, Append append);
   template <class Log>
   void judge(Burst& burst, Kes::U64 moment, Log& log, Rule const& rule);
-  void growPool();
+  std::size_t wantedPool() const;
+  void watchPool();
+  void countMerge();
   void noteHigh(Pylo::IntfId const& intfId, Kes::U64 moment);
   void keepMetaData(QueueAddress const& queue, Burst const& burst, CongestionUpdate const& update,
                     bool counts);
@@ -112,6 +119,7 @@ class CongestionFeed final : public CongestionSink {
   Kes::U64 changes_ = 0;
   InterfaceHandler interfaceHandler_;
   bool poolGrows_ = false;
+  Kes::U32 notedPool_ = 0;  // the last size that was noted as too small
 };
 
 }  // namespace Agent

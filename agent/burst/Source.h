@@ -1,8 +1,7 @@
 #pragma once
 
-#include <string>
-
 #include "agent/base/EventLoop.h"
+#include "agent/burst/SourceStatus.h"
 
 namespace Agent {
 
@@ -19,8 +18,8 @@ class Source {
   // Called once. The loop must outlive the source. Throws std::system_error when the source cannot be had.
   virtual void start(EventLoop& loop) = 0;
 
-  // One line for people, without a newline: how the source is doing.
-  virtual std::string status() const = 0;
+  // How the source is doing; what it does not know of itself stays as it is by default.
+  virtual SourceStatus status() const = 0;
 };
 
 }  // namespace Agent

@@ -92,6 +92,7 @@ void HistoryKeeper::readBack() {
   }
   upToDate_ = read.kind == HistoryRead::Kind::whole && read.chunksLeftOut == 0;
   noteReadBack(read, aside);
+  found_ = std::move(read);
 }
 
 void HistoryKeeper::noteReadBack(HistoryRead const& read, std::string const& aside) const {
@@ -178,10 +179,10 @@ void HistoryKeeper::finish() {
   noteResult(attempt([this] { write(); }));
 }
 
-std::string HistoryKeeper::status() const {
-  if (!keeping_) return "history: not kept: " + fault_;
-  return Kes::format("history: kept in %s; written %u times, failed %u times%s%s", path_, written_, failed_,
-                     fault_.empty() ? "" : "; the last: ", fault_)
+std::string HistoryKeeper::Status::text() const {
+  if (!keeping) return "history: not kept: " + fault;
+  return Kes::format("history: kept in %s; written %u times, failed %u times%s%s", path, written, failed,
+                     fault.empty() ? "" : "; the last: ", fault)
       .str();
 }
 

@@ -39,8 +39,18 @@ class HistoryKeeper {
   // Writes what has changed, and waits until it is on the disk.
   void finish();
 
-  // A line for the agent's status.
-  std::string status() const;
+  struct Status {
+    std::string path{};
+    HistoryRead found{};  // at the start; savedAt is 0 where there was none
+    Kes::U64 written = 0;
+    Kes::U64 failed = 0;
+    std::string fault{};  // of the latest write, or why nothing is kept; empty: none
+    bool keeping = true;
+
+    // A line for people, without the newline.
+    std::string text() const;
+  };
+  Status status() const { return {path_, found_, written_, failed_, fault_, keeping_}; }
 
  private:
   void takeDirectory();
@@ -64,6 +74,7 @@ class HistoryKeeper {
   bool upToDate_ = false;  // whether the file has any at all
   bool keeping_ = true;
   std::unique_ptr<ChildProcess> child_;
+  HistoryRead found_;
   Kes::U64 written_ = 0;
   Kes::U64 failed_ = 0;
   std::string fault_;  // of the latest write, or why nothing is kept; empty: none

@@ -129,18 +129,25 @@ class Reading {
     Microseconds const savedAt(fields.take<U64>());
     U32 const limit = fields.take<U32>();
     U32 const head = fields.take<U32>();
+    U64 const appends = fields.take<U64>();
+    U64 const merges = fields.take<U64>();
+    U64 const steals = fields.take<U64>();
     require(fields.isWhole() && savedAt != Microseconds(0) && limit >= 1 && limit <= maxPoolChunks,
             "the state is none");
     result_.savedAt = savedAt;
     result_.poolLimit = limit;
     poolHead_ = head;
+    recorder_.countsAre({appends, merges, steals});
   }
 
   void readInterface(FieldReader& fields) {
     std::string const name(fields.takeText());
     Kes::Seconds const lastMessage = fields.takeReal();
     U32 const nextKey = fields.take<U32>();
+    U64 const lost = fields.take<U64>();
+    Microseconds const newestLost(fields.take<U64>());
     require(fields.isWhole() && std::isfinite(lastMessage), "an interface is none");
+    require((lost == 0) == (newestLost == Microseconds(0)), "what an interface has lost has no time");
     require(!name.empty() && name.size() <= longestName && name.find('\0') == std::string::npos,
             "an interface's name is none");
     Pylo::IntfId const intfId(name);
@@ -148,6 +155,7 @@ class Reading {
     require(!recorder_.globalBufferChunk(), "an interface stands behind the log of the sum");
     port_ = recorder_.portDataIs(intfId);
     port_->lastSyslogTimeIs(lastMessage);
+    port_->lossIs({lost, newestLost});
     port_->chunkMetadataIs({nextKey, nextKey});
     nextKey_ = nextKey;
     chunk_ = nullptr;
@@ -264,6 +272,8 @@ class Reading {
     std::size_t const limit = recorder_.numSharedChunks();
     std::size_t const leftOut = shared_.size() > limit ? shared_.size() - limit : 0;
     for (std::size_t i = 0; i < leftOut; ++i) leaveOut(shared_[i]);
+    auto const [appends, merges, steals] = recorder_.counts();
+    recorder_.countsAre({appends, merges, steals + leftOut});
     for (std::size_t i = leftOut; i < shared_.size(); ++i) recorder_.chunkArrayEnq(shared_[i].chunk);
     U32 const head = poolHead_ + (leftOut < shared_.size() ? shared_[leftOut].place : 0);
     recorder_.chunkArrayMetadataIs({head, 0});
@@ -279,6 +289,9 @@ class Reading {
     else
       shared.port->entryIndexDelAll();
     result_.records -= chunk->entrys();
+    Vorn::PortData::Loss loss;
+    for (Vorn::Entry::Ptr const& record : chunk->entryIterator()) loss.add(*record);
+    shared.port->lossInc(loss);
     chunk->doClear();
   }
 

@@ -46,6 +46,10 @@ class Writing {
     state.add(Vorn::Microseconds::fromSeconds(recorder_.clock()->getUTCTime()).value());
     state.add(recorder_.numSharedChunks());
     state.add(recorder_.chunkArrayMetadata().head);
+    auto const [appends, merges, steals] = recorder_.counts();
+    state.add(appends);
+    state.add(merges);
+    state.add(steals);
     end();
   }
 
@@ -54,6 +58,8 @@ class Writing {
     interface.addText(port.intfId().stringValue().view());
     interface.addReal(port.lastSyslogTime());
     interface.add(port.chunkMetadata().nextKey);
+    interface.add(port.loss().records);
+    interface.add(port.loss().newest.value());
     end();
     for (Vorn::PortMetaData::Ptr const& queue : port.portMetaDataIterator()) writeQueue(*queue);
     for (auto i = port.chunkIterator(); i; ++i) writeChunk(port, i.key(), **i);

@@ -12,7 +12,6 @@
 #include <system_error>
 #include <utility>
 
-#include "Kes/Format.h"
 #include "Vorn/VornUtils.h"
 #include "agent/base/Journal.h"
 
@@ -137,6 +136,7 @@ void QdiscSource::look() {
     }
   }
   roster_.handleSamples(samples_, pace(), sum_, sink_);
+  ++looks_;
 }
 
 // Whether there were any.
@@ -203,20 +203,21 @@ void QdiscSource::timerIs(U64 interval) {
   timerInterval_ = interval;
 }
 
-std::string QdiscSource::status() const {
-  if (!Vorn::isVornEnabled(config_, hwStatus_)) return "switched off";
+SourceStatus QdiscSource::status() const {
   std::string const reason = failedDumps_ == 0 ? "" : std::generic_category().message(dump_.error());
-  std::string const failing = failing_ ? std::string(cannotRead) + " (" + reason + ")\n" : "";
-  std::string const lastFailure = failedDumps_ == 0 || failing_ ? "" : " (last: " + reason + ")";
-  return failing +
-         Kes::format(
-             "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late)\n"
-             "%u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s",
-             static_cast<double>(timerInterval_) / 1e3, static_cast<double>(options_.interval.count()) / 1e3,
-             meanInterval_ / 1e3, longestInterval_ / 1e3, lateTicks_, roster_.size(),
-             roster_.size() == 1 ? "queue" : "queues", meanCost_, interruptedDumps_, failedDumps_,
-             lastFailure)
-             .str();
+  return {.enabled = Vorn::isVornEnabled(config_, hwStatus_),
+          .fault = failing_ ? std::string(cannotRead) + " (" + reason + ')' : "",
+          .askedInterval = static_cast<U64>(options_.interval.count()),
+          .interval = timerInterval_,
+          .achievedInterval = meanInterval_,
+          .longestInterval = longestInterval_,
+          .looks = looks_,
+          .lateLooks = lateTicks_,
+          .lookCost = meanCost_,
+          .queues = roster_.size(),
+          .interruptedLooks = interruptedDumps_,
+          .failedLooks = failedDumps_,
+          .lastFailure = reason};
 }
 
 }  // namespace Agent

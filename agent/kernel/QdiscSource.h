@@ -53,7 +53,7 @@ class QdiscSource final : public Source {
   void start(EventLoop& loop) override;
   // From the next look on. Queues that are watched before and after go on, with the bursts that are open.
   void optionsAre(QdiscSourceOptions options);
-  std::string status() const override;
+  SourceStatus status() const override;
 
  private:
   void handleTimer();
@@ -89,6 +89,7 @@ class QdiscSource final : public Source {
   Kes::U64 lastTick_ = 0;       // 0: none since the source was switched on
   double meanInterval_ = 0;     // achieved, microseconds
   double longestInterval_ = 0;
+  Kes::U64 looks_ = 0;
   Kes::U64 lateTicks_ = 0;
   double meanCost_ = 0;  // processor time of a tick, microseconds
   Kes::U64 interruptedDumps_ = 0;

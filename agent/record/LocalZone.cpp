@@ -37,4 +37,15 @@ std::string_view LocalZone::second(std::time_t second) {
   return {text_.data(), length_};
 }
 
+std::string_view LocalZone::moment(Vorn::Microseconds time) {
+  constexpr std::size_t digits = 6;
+  constexpr Kes::U64 inSecond = Vorn::Microseconds::microsecondsInSecond();
+  std::size_t const whole = second(static_cast<std::time_t>(time.value() / inSecond)).size();
+  text_[whole] = '.';
+  Kes::U64 rest = time.value() % inSecond;
+  for (std::size_t i = whole + digits; i > whole; --i, rest /= 10)
+    text_[i] = static_cast<char>('0' + rest % 10);
+  return {text_.data(), whole + 1 + digits};
+}
+
 }  // namespace Agent

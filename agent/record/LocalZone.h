@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Vorn/Microseconds.h"
+
 namespace Agent {
 
 // Local time by the zone's offset of one moment. All times of a report are written by one such offset, which
@@ -24,6 +26,8 @@ class LocalZone {
   // "2025-03-01 14:07:09", valid until the next call. Neighbouring lines mostly share their second, so the
   // last answer is kept.
   std::string_view second(std::time_t second);
+  // "2025-03-01 14:07:09.000042", likewise.
+  std::string_view moment(Vorn::Microseconds time);
 
  private:
   std::string letters_;

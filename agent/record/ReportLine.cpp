@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <string>
 
 #include "agent/base/Printable.h"
@@ -28,11 +27,6 @@ class Decimal {
   std::array<char, 20> digits_;
   char* end_;
 };
-
-// The last `width` digits of a number, with leading zeros.
-void putDigits(char* to, std::size_t width, U64 number) {
-  for (std::size_t i = width; i-- > 0; number /= 10) to[i] = static_cast<char>('0' + number % 10);
-}
 
 // Of UTF-8, whose characters have any number of bytes like 10xxxxxx behind the first one.
 std::size_t charactersIn(std::string_view text) {
@@ -85,20 +79,13 @@ void ReportLine::addNumber(Column const& column, U64 number, std::string_view un
 }
 
 void ReportLine::addTime(Column const& column, Vorn::Microseconds time) {
-  constexpr U64 second = Vorn::Microseconds::microsecondsInSecond();
-  std::array<char, 7> fraction = {'.'};
-  putDigits(fraction.data() + 1, 6, time.value() % second);
-  std::string_view const whole =
-      LocalZone::ofReports().second(static_cast<std::time_t>(time.value() / second));
-  std::array<char, 48> text;
-  char* const end =
-      std::copy(fraction.begin(), fraction.end(), std::copy(whole.begin(), whole.end(), text.data()));
-  addText(column, {text.data(), static_cast<std::size_t>(end - text.data())});
+  addText(column, LocalZone::ofReports().moment(time));
 }
 
 void ReportLine::addMilliseconds(Column const& column, Vorn::Microseconds time) {
   std::array<char, 7> fraction = {'.', '0', '0', '0', ' ', 'm', 's'};
-  putDigits(fraction.data() + 1, 3, time.value());
+  U64 rest = time.value() % 1000;
+  for (std::size_t i = 3; i > 0; --i, rest /= 10) fraction[i] = static_cast<char>('0' + rest % 10);
   addNumber(column, time.value() / 1000, {fraction.data(), fraction.size()});
 }
 

@@ -103,13 +103,23 @@ CommandServer::CommandServer(EventLoop& loop, std::string path, Vorn::Congestion
 
 CommandServer::~CommandServer() { outer_.remove(loop_.fd()); }
 
-std::string CommandServer::status() const {
+CommandServer::Status CommandServer::status() const {
   auto const isWaiting = [](Connection const& client) { return client.state == State::waiting; };
+  auto const waiting = std::count_if(clients_.begin(), clients_.end(), isWaiting);
+  return {clients_.size() + reporting_.size(),
+          static_cast<std::uint64_t>(waiting),
+          reporting_.size(),
+          requests_,
+          reports_,
+          refused_,
+          evicted_};
+}
+
+std::string CommandServer::Status::text() const {
   return Kes::format(
              "clients: %u connected, %u wait for a report, %u get one\n"
              "clients so far: %u requests, %u reports, %u refused, %u silent ones dropped",
-             clients_.size() + reporting_.size(), std::count_if(clients_.begin(), clients_.end(), isWaiting),
-             reporting_.size(), requests_, reports_, refused_, evicted_)
+             connected, waiting, reporting, requests, reports, refused, dropped)
       .str();
 }
 

@@ -76,8 +76,20 @@ class CommandServer {
   // From now on. Clients that are more than these allow keep what they have.
   void limitsAre(Limits const& limits) { limits_ = limits; }
 
-  // Lines for the agent's status: clients now, and so far.
-  std::string status() const;
+  // Clients now, and so far.
+  struct Status {
+    std::uint64_t connected = 0;
+    std::uint64_t waiting = 0;    // for a report
+    std::uint64_t reporting = 0;  // get one
+    std::uint64_t requests = 0;
+    std::uint64_t reports = 0;
+    std::uint64_t refused = 0;
+    std::uint64_t dropped = 0;  // silent ones
+
+    // Two lines for people, without the last newline.
+    std::string text() const;
+  };
+  Status status() const;
 
  private:
   using Instant = std::chrono::steady_clock::time_point;

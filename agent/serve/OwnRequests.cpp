@@ -14,7 +14,7 @@
 
 namespace Agent {
 
-OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<AgentStatus()> status,
                          std::function<std::string()> config, std::function<void()> changed)
     : recorder_(std::move(recorder)),
       status_(std::move(status)),
@@ -25,7 +25,10 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
   using Answer = CommandServer::Answer;
   std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
   try {
-    if (request == Protocol::statusRequest) return Answer{.text = status_() + '\n'};
+    if (request == Protocol::statusRequest) return Answer{.text = status_().text()};
+    // It may be long. The child finds all parts as they stand when its turn comes.
+    if (request == Protocol::jsonStatusRequest)
+      return Answer{.writer = [status = status_](std::FILE* out) { status().writeJson(out); }};
     if (request == Protocol::saveRequest)
       return Answer{.writer = [recorder = recorder_](std::FILE* out) { writeHistory(*recorder, out); }};
     if (request == Protocol::configRequest) return Answer{.text = config_() + '\n'};

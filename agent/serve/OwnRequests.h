@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Vorn/CongestionData.h"
+#include "agent/serve/AgentStatus.h"
 #include "agent/serve/CommandServer.h"
 
 namespace Agent {
@@ -18,9 +19,9 @@ namespace Agent {
 // agent runs as, is limited to what SafeChanges.h allows, and is noted in the system log.
 class OwnRequests {
  public:
-  // `status` and `config` answer the requests of these names, without the last newline; `changed` is called
-  // after each change by name.
-  OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<std::string()> status,
+  // `status` and `config` answer the requests of these names, `config` without the last newline; `changed` is
+  // called after each change by name.
+  OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<AgentStatus()> status,
               std::function<std::string()> config, std::function<void()> changed);
 
   // Nothing for a request of the vocabulary. `client` is the user who asks.
@@ -30,7 +31,7 @@ class OwnRequests {
   std::string change(std::string const& request, uid_t client) const;
 
   Vorn::CongestionData::Ptr recorder_;
-  std::function<std::string()> status_;
+  std::function<AgentStatus()> status_;
   std::function<std::string()> config_;
   std::function<void()> changed_;
 };

@@ -22,6 +22,7 @@
 #include "agent/base/StandardStreams.h"
 #include "agent/record/InterfaceMatch.h"
 #include "agent/record/ReportColumns.h"
+#include "agent/record/ReportFooter.h"
 
 namespace Agent {
 
@@ -89,7 +90,8 @@ int write(Report const& report) {
   Vorn::CommandOptions const options = Vorn::parseCommand(report.command);
   if (!options.interfacePatterns.empty()) startTimer(ITIMER_PROF, report.limits.patterns);
   writeStream(report.socket, [&](std::FILE* stream) {
-    report.recorder.doMergeAndDumpEntries(stream, report.command, columnsFor(options), /*footer=*/"");
+    report.recorder.doMergeAndDumpEntries(stream, report.command, columnsFor(options),
+                                          footerFor(options, report.recorder));
   });
   if (options.interfacePatterns.empty()) return whole;
   startTimer(ITIMER_PROF, report.limits.patterns);

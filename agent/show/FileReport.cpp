@@ -21,6 +21,7 @@
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/ReportColumns.h"
+#include "agent/record/ReportFooter.h"
 #include "agent/show/PrintableOutput.h"
 
 namespace Agent {
@@ -74,7 +75,7 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& re
     return {Kind::whole};
   }
   Vorn::CommandOptions const options = Vorn::parseCommand(request);
-  recorder->doMergeAndDumpEntries(out, request, columnsFor(options), /*footer=*/"");
+  recorder->doMergeAndDumpEntries(out, request, columnsFor(options), footerFor(options, *recorder));
   auto const unmatched = firstWithoutMatch(options.interfacePatterns, *recorder, /*present=*/{});
   if (!unmatched) return {Kind::whole};
   return {Kind::refused, "no interface of the file matches " +
@@ -85,7 +86,8 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& re
 
 AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, ReportFilter::Output output) {
   std::string const& request = command.request;
-  if (request == Protocol::statusRequest || request == Protocol::saveRequest || isObjectChange(request))
+  if (request.starts_with(Protocol::statusRequest) || request == Protocol::saveRequest ||
+      request == Protocol::configRequest || isObjectChange(request))
     return {Kind::refused, "a file answers reports, types, type and get: ask an agent for the rest"};
   registerLinuxEntry();
   auto const clock = Vorn::testClockFactory();

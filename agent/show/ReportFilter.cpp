@@ -108,10 +108,12 @@ void ReportFilter::handleLine(std::string_view line) {
     handleStatisticsLine(line);
 }
 
-// A blank line, the report's date, the titles, then records, newest first.
+// A blank line, the report's date, the titles, then records, newest first; behind another blank line the
+// footer.
 void ReportFilter::handleCountedLine(std::string_view line) {
   constexpr std::uint64_t titles = 3;
-  if (lines_ < titles + *form_.count) output_(std::string(line) + '\n');
+  inFooter_ = inFooter_ || (lines_ >= titles && line.empty());
+  if (lines_ < titles + *form_.count || inFooter_) output_(std::string(line) + '\n');
   ++lines_;
 }
 

@@ -15,7 +15,7 @@ namespace Agent {
 struct ReportForm {
   enum class Kind : std::uint8_t {
     whole,           // as it comes
-    counted,         // a text report up to the newest so many lines of records
+    counted,         // a text report with the newest so many lines of records
     csv,             // without the two lines that stand before the column names, and within the limits
     statisticsText,  // a statistics report, interfaces that match no pattern left out
     statisticsCsv,   // the same as "interface,queue,queue_id,bursts"; the global buffer is named N/A
@@ -57,6 +57,7 @@ class ReportFilter {
   std::uint64_t lines_ = 0;           // taken so far, of csv and statistics up to the column names
   std::uint64_t since_ = 0;           // microseconds: what is older is left out,
   std::uint64_t until_ = UINT64_MAX;  // and what is younger than the report
+  bool inFooter_ = false;             // of a text report
   std::deque<std::string> held_;      // the newest lines, while there is a limit to their number
   std::string line_;                  // begun, not ended
 };

@@ -177,7 +177,9 @@ ShowCommand translate(ShowOptions const& options) {
     case Report::statistics: return statistics(options);
     case Report::globalBuffer: return globalBuffer(options);
     case Report::raw: return asItIs(options, "raw", joined(options.words));
-    case Report::status: return asItIs(options, "status", std::string(Protocol::statusRequest));
+    case Report::status:
+      return asItIs(options, "status",
+                    std::string(options.json ? Protocol::jsonStatusRequest : Protocol::statusRequest));
     case Report::save: return asItIs(options, "save", std::string(Protocol::saveRequest));
     case Report::config: return asItIs(options, "config", std::string(Protocol::configRequest));
     case Report::types: return byName(options, "types");
@@ -193,7 +195,8 @@ ShowCommand translate(ShowOptions const& options) {
 
 ShowCommand showCommandFor(ShowOptions const& options) {
   bool const looksUp = options.report >= Report::types && options.report <= Report::get;
-  refuse(options.json && !looksUp, "--json applies to types, type and get");
+  refuse(options.json && !looksUp && options.report != Report::status,
+         "--json applies to status, types, type and get");
   refuse(options.depth && options.report != Report::get, "--depth applies to get");
   refuse(options.depth == 0U, "--depth takes 1 or more levels; --all shows everything below the path");
   ShowCommand command = translate(options);

@@ -43,7 +43,7 @@ struct ShowOptions {
   bool csv = false;
   bool all = false;
   std::vector<std::string> words{};      // of raw: the vocabulary itself; of type to call: what is asked for
-  bool json = false;                     // of types, type and get
+  bool json = false;                     // of status, types, type and get
   std::optional<std::uint32_t> depth{};  // of get
 };
 

@@ -44,6 +44,9 @@ class Driver : public Bench {
         return expected.name + ": " + what;
     if (recorder->portDataMap().size() != model_.ports.size()) return "number of ports";
     if (recorder->chunkArrayCount() != model_.pooled()) return "pool";
+    auto const [privates, shared, free] = recorder->chunkCounts();
+    if (shared + free != model_.pooled() || free != model_.free()) return "free chunks";
+    if (privates != model_.ports.size() || recorder->counts() != model_.counts) return "counts";
     if (logged != model_.logged) return "system log";
     logged.clear();
     model_.logged.clear();
@@ -208,6 +211,7 @@ class Driver : public Bench {
     if (!actual) return "missing";
     if (actual->chunks() != expected.chunks.size()) return "chunks " + std::to_string(actual->chunks());
     if (actual->lastSyslogTime() != expected.lastSyslog) return "lastSyslogTime";
+    if (actual->loss() != Vorn::PortData::Loss{expected.lost, us(expected.newestLost)}) return "loss";
     for (auto [i, k] = std::pair(actual->chunkIterator(), 0U); i; ++i, ++k)
       if (slotsOf(**i) != expected.chunks[k]) return "chunk " + std::to_string(k);
     for (U32 key = 0; key < 4; ++key) {

@@ -65,6 +65,7 @@ struct Port {
   std::map<U32, U32> slotUnderKey;
   Kes::Seconds lastSyslog = 0;
   std::map<U32, MetaData> metaData;
+  U64 lost = 0, newestLost = 0;
 };
 
 struct GlobalLog : Slots {
@@ -83,6 +84,7 @@ class Recorder {
   std::vector<Port> ports;
   std::optional<GlobalLog> global;
   std::vector<std::string> logged;
+  Vorn::CongestionData::Counts counts;
 
   Port* find(std::string const& name) {
     for (Port& port : ports)
@@ -105,6 +107,7 @@ class Recorder {
         if (span - matched->duration <= coalesceTime) {
           matched->duration = span;
           matched->qLen = std::max(matched->qLen, record.qLen);
+          ++counts.merges;
           return;
         }
       }
@@ -129,6 +132,7 @@ class Recorder {
       port.slotUnderKey.clear();
     }
     port.chunks.back().records.emplace_back(record);
+    ++counts.appends;
   }
 
   void appendGlobal(Record const& record) {
@@ -154,6 +158,8 @@ class Recorder {
     for (Port const& port : ports) count += port.chunks.empty() ? 0 : port.chunks.size() - 1;
     return count;
   }
+
+  std::size_t free() const { return free_.size(); }
 
   // Records held, in all logs.
   int records() const {
@@ -191,6 +197,12 @@ class Recorder {
     std::erase(free_, oldest);
     for (Port& port : ports) {
       if (!port.chunks.empty() && port.chunks.back().handedOut == oldest) port.slotUnderKey.clear();
+      for (Chunk const& chunk : port.chunks) {
+        if (chunk.handedOut != oldest) continue;
+        ++counts.steals;
+        for (auto const& record : chunk.records)
+          if (record) ++port.lost, port.newestLost = std::max(port.newestLost, record->timestamp);
+      }
       std::erase_if(port.chunks, [&](Chunk const& chunk) { return chunk.handedOut == oldest; });
     }
   }

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Vorn/CongestionData.h"
+
+namespace Agent {
+
+// How much of an interface's history is left.
+struct InterfaceHistory {
+  std::string name{};             // short
+  Kes::U64 lost = 0;              // records that the pool has taken away
+  Vorn::Microseconds whole = {};  // since then no record is missing; 0: since the first one
+};
+
+// Those of all interfaces that have a log: the one that has lost most first, by name among equals.
+std::vector<InterfaceHistory> interfaceHistories(Vorn::CongestionData const& recorder);
+
+// "1 record", "2 records".
+std::string recordsText(Kes::U64 count);
+
+}  // namespace Agent
