@@ -1,11 +1,13 @@
 // vorn-show: the command line client of vorn-agent.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "Vorn/CommandOptions.h"
 #include "agent/base/Printable.h"
@@ -101,7 +103,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
   add("config", Report::config, "The agent's configuration in force, and where each value came from");
-  add("save", Report::save, "Save the whole history to a file, for --file")
+  add("save", Report::save, "Save the whole history to a file, for --file; -: standard output")
       ->add_option("PATH", line.savePath)
       ->required()
       ->type_name("");
@@ -135,18 +137,37 @@ int complain(ExitStatus status, std::string const& text) {
   return status;
 }
 
-// What it saves is the user's file, as readable as others of that user.
+// Into what is no regular file, a device or a pipe, it is written as it comes.
+void writeInPlace(std::string const& path, std::string const& history) {
+  Agent::FileDescriptor const file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  if (!file) Agent::throwErrno(path);
+  for (std::size_t done = 0; done < history.size();) {
+    ssize_t const more = ::write(file.get(), history.data() + done, history.size() - done);
+    if (more < 0 && errno != EINTR) Agent::throwErrno(path);
+    if (more > 0) done += static_cast<std::size_t>(more);
+  }
+}
+
+// What it saves is the user's file, as readable as others of that user. A symbolic link stays one.
+void saveTo(std::string const& path, std::string const& history) {
+  if (path == "-") return print(history);
+  std::filesystem::file_status const there = std::filesystem::status(path);
+  if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
+    return writeInPlace(path, history);
+  std::string const target =
+      std::filesystem::exists(there) ? std::filesystem::canonical(path).string() : path;
+  Agent::replaceFile(target, target + ".new-" + std::to_string(::getpid()), 0666,
+                     [&](std::FILE* out) { std::fwrite(history.data(), 1, history.size(), out); });
+}
+
 Agent::AnswerEnd save(int socket, std::string const& path) {
   std::string history;
   Agent::AnswerEnd end = Agent::fetchHistory(socket, history);
-  if (end.kind == Agent::AnswerEnd::Kind::whole) {
-    std::string const beside = path + ".new-" + std::to_string(::getpid());
-    try {
-      Agent::replaceFile(path, beside, 0666,
-                         [&history](std::FILE* out) { std::fwrite(history.data(), 1, history.size(), out); });
-    } catch (std::system_error const& error) {
-      return {Agent::AnswerEnd::Kind::refused, error.what()};
-    }
+  if (end.kind != Agent::AnswerEnd::Kind::whole) return end;
+  try {
+    saveTo(path, history);
+  } catch (std::system_error const& error) {
+    return {Agent::AnswerEnd::Kind::refused, error.what()};
   }
   return end;
 }
@@ -157,6 +178,8 @@ Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& com
     return Agent::reportFromFile(path, command, print);
   } catch (std::system_error const& error) {
     return {Agent::AnswerEnd::Kind::refused, error.what()};
+  } catch (std::bad_alloc const&) {
+    return {Agent::AnswerEnd::Kind::refused, path + ": too large for the memory there is"};
   }
 }
 

@@ -261,22 +261,25 @@ TEST_F(ByName, Change_takesEffectOrLeavesAllAsItWas) {
   EXPECT_NE(::Test::logged[0].find("Interface a,b) queue length is over low threshold of 1,"),
             std::string::npos);
   std::string const before = ask("get --all --json");
-  expectRefusals({{"set numSharedChunks 0", "1 to"},
-                  {"set numSharedChunks 16777217", "1 to"},
-                  {"set numSharedChunks -1", "column 0"},
-                  {"set numShared 5", "did you mean numSharedChunks?"},
-                  {"set portData[eth0].lastSyslogTime nan", "silence"},
-                  {"set portData[eth0].lastSyslogTime 12.6", "silence"},
-                  {"set portData[eth0].intfId eth1", "intfId"},
-                  {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
-                  {"set portData[eth0].chunk[0] 5", "may not be set"},
-                  {"set numSharedChunks", "column 15"},
-                  {"set", "! "},
-                  {"call numSharedChunks()", "it is not called"},
-                  {"call clock.getUTCTime", "column 16"},
-                  {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x, low=1)", "no argument 'low'"},
-                  {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x)", "lowThreshold"},
-                  {"call portMetaDataDumper.dumpStatistics(portMetaData=1, filePtr=2)", "pointer"}});
+  expectRefusals(
+      {{"set numSharedChunks 0", "1 to"},
+       {"set numSharedChunks 16777217", "1 to"},
+       {"set numSharedChunks -1", "column 0"},
+       {"set numShared 5", "did you mean numSharedChunks?"},
+       {"set portData[eth0].lastSyslogTime nan", "silence"},
+       {"set portData[eth0].lastSyslogTime 12.6", "silence"},
+       {"set portData[eth0].lastSyslogTime -inf", "from 0 to now"},
+       {"set portData[eth0].portMetaData[65537].fabricPeerIntf " + std::string(256, 'x'), "255 bytes"},
+       {"set portData[eth0].intfId eth1", "intfId"},
+       {"set portData[eth0].portMetaData[65537].cardSlot 256", "larger than 255"},
+       {"set portData[eth0].chunk[0] 5", "may not be set"},
+       {"set numSharedChunks", "column 15"},
+       {"set", "! "},
+       {"call numSharedChunks()", "it is not called"},
+       {"call clock.getUTCTime", "column 16"},
+       {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x, low=1)", "no argument 'low'"},
+       {"call portData[eth0].chunk[0].entry[0].doSyslog(intfName=x)", "lowThreshold"},
+       {"call portMetaDataDumper.dumpStatistics(portMetaData=1, filePtr=2)", "pointer"}});
   EXPECT_EQ(ask("get --all --json"), before);
 }
 

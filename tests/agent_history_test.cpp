@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <set>
 
+#include "agent/burst/InterfaceLogs.h"
 #include "agent/history/HistoryFile.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryKeeper.h"
@@ -177,6 +179,7 @@ TEST(History, Damage_costsWhatStandsBehindIt) {
 TEST(History, File_isPutAside_neverOverTheLast) {
   std::string const directory = std::filesystem::temp_directory_path() / std::to_string(::getpid());
   std::string const path = directory + "/history.vorn";
+  auto const read = [](std::string const& file) { return readFile(file, HistoryFormat::magic); };
   std::filesystem::create_directory(directory);
   Recorder before;
   before.record(1, 40);
@@ -188,7 +191,21 @@ TEST(History, File_isPutAside_neverOverTheLast) {
     HistoryKeeper keeper(directory, after.recorder);
     EXPECT_EQ(keeper.status().text().find("not kept") != std::string::npos, round == 10);
     EXPECT_EQ(after.reports(), before.reports());
-    EXPECT_EQ(readFile(round < 10 ? path + ".damaged-" + std::to_string(round) : path), cut);
+    EXPECT_TRUE(read(round < 10 ? path + ".damaged-" + std::to_string(round) : path) == cut);
+    EXPECT_EQ(Recorder(read(path)).reports(), before.reports()) << "what was sound is on the disk at once";
   }
+  std::ofstream(path, std::ios::trunc) << std::string(5000, 'x');
+  EXPECT_EQ(read(path), "xxxxxxxx") << "no memory for what is no history";
   std::filesystem::remove_all(directory);
+}
+
+// Interfaces that come up later than the agent keep their logs, whatever goes meanwhile.
+TEST(History, InterfacesThatWereReadBack_areNotYetGone) {
+  Bench bench;
+  for (U32 n = 0; n < 300; ++n) bench.append(("eth" + std::to_string(n)).c_str(), record(1, 1 + n));
+  InterfaceLogs logs(bench.recorder);
+  for (U32 n = 0; n < 257; ++n) logs.handleQueuePresent(Pylo::IntfId("eth" + std::to_string(n)));
+  for (U32 n = 0; n < 257; ++n) logs.handleQueueGone(Pylo::IntfId("eth" + std::to_string(n)));
+  EXPECT_EQ(bench.recorder->portDataMap().size(), 299U);
+  EXPECT_FALSE(bench.port("eth0")) << "gone longest ago";
 }

@@ -84,6 +84,8 @@ TEST_F(Recorder, BrokenInvariantsEndTheProcess) {
   port("A1")->entryIndexIs(7, Vorn::EntryIndexOrNull(0));
   EXPECT_DEATH(update("A1", 1, 1, 1, 7), "updateEntry.*: tailChunk");
   Vorn::Entry::Ptr const plain = Kes::makePtr<Vorn::Entry>(1U, us(1));
+  auto const dumper = Kes::makePtr<Vorn::PortMetaDataDumper>();
+  EXPECT_DEATH(dumper->dumpStartMetaData(nullptr, stderr, true), "Vorn: .*dumpStartMetaData");
   EXPECT_DEATH(plain->dumpEntry(stderr, "", "", false), "Vorn: .*dumpEntry");
   EXPECT_DEATH(plain->dumpDrops(stderr, "", ""), "Vorn: .*dumpDrops");
   EXPECT_DEATH(plain->dumpTxLatency(stderr, "", ""), "Vorn: .*dumpTxLatency");

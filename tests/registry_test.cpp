@@ -362,6 +362,7 @@ TEST(Registry, Operations_areListedAndDoWhatTheyDoInCpp) {
       }
     }
   }
+  EXPECT_EQ(Kes::GenericOf<Vorn::TestClock>::type().attribute(130)->name, "getUTCTime");
   string expected = expectedTypes;
   std::replace(expected.begin(), expected.end(), '\n', ' ');
   EXPECT_EQ(listing, expected);

@@ -48,11 +48,13 @@ struct Sized final : Vorn::Entry {
   alignas(alignment) std::array<char, size> bytes;
 };
 
+static_assert(sizeof(Sized<216>) == Kes::maxSlabSize);
+
 Vorn::Entry::Ptr made(unsigned kind, unsigned mark) {
   switch (kind % 6) {
     case 0: return Kes::makePtr<Vorn::Entry>(mark, Vorn::Microseconds(mark));
     case 1: return Kes::makePtr<Sized<1>>(mark);
-    case 2: return Kes::makePtr<Sized<24>>(mark);
+    case 2: return Kes::makePtr<Sized<216>>(mark);  // just what the pool takes
     case 3: return Kes::makePtr<Sized<100, 16>>(mark);
     case 4: return Kes::makePtr<Sized<1000>>(mark);  // more than the pool takes
     default: return Kes::makePtr<Sized<64, 128>>(mark);

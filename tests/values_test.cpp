@@ -84,6 +84,7 @@ TEST(Values, TheOperatorsWordGoesBeforeTheHardwares) {
   using Enabled = Vorn::Config::Enabled;
   auto const config = Kes::makePtr<Vorn::Config>();
   auto const status = Kes::makePtr<Vorn::Hardware::Status>();
+  EXPECT_EQ(status->defHighThreshold() + status->defLowThreshold(), 0U);
   std::string enabled = std::to_string(Vorn::isVornEnabled(config, status));
   for (bool const byDefault : {true, false})
     for (Enabled const word : {Enabled::notConfigured, Enabled::enabled, Enabled::disabled}) {

@@ -17,9 +17,6 @@ using Kes::Seconds;
 using Kes::U64;
 using Vorn::Microseconds;
 
-// Statistics of gone queues that are kept.
-constexpr std::size_t maxGoneQueues = 256;
-
 // A record never has timestamp 0.
 Microseconds wallTime(U64 monotonic, Kes::S64 offset) {
   return Microseconds(static_cast<U64>(std::max(static_cast<Kes::S64>(monotonic) + offset, Kes::S64{1})));
@@ -43,7 +40,7 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
   for (auto const& [intfId, port] : recorder_->portDataMap()) {
     for (Vorn::PortMetaData::Ptr const& queue : port->portMetaDataIterator()) {
       queue->timeOfCongestionStartIs(Microseconds(0));
-      goneQueues_.emplace_back(intfId, queue->identifier());
+      goneQueues_.addUnseen({intfId, queue->identifier()});
     }
   }
 }
@@ -51,7 +48,7 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
 void CongestionFeed::handlePresent(QueueAddress const& queue) {
   if (interfaces_.handleQueuePresent(queue.intfId) && interfaceHandler_)
     interfaceHandler_(queue.intfId, true);
-  std::erase(goneQueues_, std::pair(queue.intfId, queue.key));
+  goneQueues_.remove({queue.intfId, queue.key});
 }
 
 void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
@@ -119,11 +116,9 @@ void CongestionFeed::handleGone(QueueAddress const& queue) {
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;
   metaData->timeOfCongestionStartIs(Microseconds(0));
-  goneQueues_.emplace_back(queue.intfId, queue.key);
-  for (; goneQueues_.size() > maxGoneQueues; goneQueues_.pop_front()) {
-    auto const& [intfId, key] = goneQueues_.front();
-    if (auto const log = recorder_->portData(intfId)) log->portMetaDataDel(key);
-  }
+  goneQueues_.add({queue.intfId, queue.key});
+  while (auto const forgotten = goneQueues_.takeSurplus())
+    if (auto const log = recorder_->portData(forgotten->first)) log->portMetaDataDel(forgotten->second);
 }
 
 // Brings the record of the burst up to the update.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <string>
 #include <utility>
@@ -114,7 +113,7 @@ class CongestionFeed final : public CongestionSink {
   // global log has the empty identifier.
   Kes::HashMap<Pylo::IntfId, Kes::U64, Pylo::IntfIdHash> lastHigh_;
   InterfaceLogs interfaces_;
-  std::deque<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics, gone longest ago first
+  GoneList<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics
   Kes::U64 bursts_ = 0;
   Kes::U64 changes_ = 0;
   InterfaceHandler interfaceHandler_;

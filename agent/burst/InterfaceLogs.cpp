@@ -1,9 +1,26 @@
 #include "agent/burst/InterfaceLogs.h"
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 namespace Agent {
 
+namespace {
+
+Vorn::Microseconds newestRecord(Vorn::PortData const& port) {
+  Vorn::Chunk const* const chunk = port.chunkTail();
+  if (chunk == nullptr || chunk->entrys() == 0) return {};
+  return chunk->entry(chunk->entryTailIndex())->timestamp();
+}
+
+}  // namespace
+
 InterfaceLogs::InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {
-  for (auto const& [intfId, port] : recorder_->portDataMap()) gone_.push_back(intfId);
+  std::vector<std::pair<Vorn::Microseconds, Pylo::IntfId>> logs;
+  for (auto const& [intfId, port] : recorder_->portDataMap()) logs.emplace_back(newestRecord(*port), intfId);
+  std::stable_sort(logs.begin(), logs.end(), [](auto& a, auto& b) { return a.first < b.first; });
+  for (auto& [time, intfId] : logs) gone_.addUnseen(std::move(intfId));
 }
 
 bool InterfaceLogs::handleQueuePresent(Pylo::IntfId const& intfId) {
@@ -12,18 +29,17 @@ bool InterfaceLogs::handleQueuePresent(Pylo::IntfId const& intfId) {
     return false;
   }
   queues_.put(intfId, 1);
-  std::erase(gone_, intfId);
+  gone_.remove(intfId);
   return true;
 }
 
 bool InterfaceLogs::handleQueueGone(Pylo::IntfId const& intfId) {
-  constexpr std::size_t maxGone = 256;
   Kes::U32* const count = queues_.find(intfId);
   if (count == nullptr || --*count != 0) return false;
   queues_.del(intfId);
   if (!recorder_->portData(intfId)) return true;
-  gone_.push_back(intfId);
-  for (; gone_.size() > maxGone; gone_.pop_front()) recorder_->portDataDel(gone_.front());
+  gone_.add(intfId);
+  while (auto const forgotten = gone_.takeSurplus()) recorder_->portDataDel(*forgotten);
   return true;
 }
 

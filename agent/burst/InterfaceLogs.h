@@ -1,17 +1,16 @@
 #pragma once
 
-#include <deque>
-
 #include "Kes/HashMap.h"
 #include "Vorn/CongestionData.h"
+#include "agent/burst/GoneList.h"
 
 namespace Agent {
 
 // Deletes the logs of interfaces that are gone, which is when their last queue is: each stays readable until
-// 256 others have gone after it.
+// 256 others have gone after it (GoneList.h).
 class InterfaceLogs {
  public:
-  // Interfaces that the recorder has logs of already are gone until a queue of theirs is there.
+  // Interfaces that the recorder has logs of already were read back.
   explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder);
 
   // As the feed is told (CongestionSink). Whether it is the interface's first queue.
@@ -22,7 +21,7 @@ class InterfaceLogs {
  private:
   Vorn::CongestionData::Ptr const recorder_;
   Kes::HashMap<Pylo::IntfId, Kes::U32, Pylo::IntfIdHash> queues_;  // how many are present
-  std::deque<Pylo::IntfId> gone_;                                  // that have a log, gone longest ago first
+  GoneList<Pylo::IntfId> gone_;                                    // that have a log
 };
 
 }  // namespace Agent

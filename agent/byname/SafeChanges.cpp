@@ -7,6 +7,7 @@
 
 #include "Kes/ByName/GenericValue.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/history/HistoryFormat.h"
 
 namespace Agent {
 
@@ -41,8 +42,14 @@ std::string refusePoolSize(Vorn::CongestionData const&, Kes::String const& text)
 // The next message waits until the log interval has passed since this time.
 std::string refuseFuture(Vorn::CongestionData const& recorder, Kes::String const& text) {
   auto const time = readAs<Kes::Seconds>(text);
-  bool const passed = !time || *time <= recorder.clock()->getUTCTime();
-  return passed ? "" : "a time later than now would silence all messages until then";
+  bool const passed = !time || (*time >= 0 && *time <= recorder.clock()->getUTCTime());
+  return passed ? "" : "a time from 0 to now: a later one would silence all messages until then";
+}
+
+// A saved history would be none with it.
+std::string refuseLongName(Vorn::CongestionData const&, Kes::String const& text) {
+  if (text.view().size() <= HistoryFormat::longestName) return "";
+  return "a name has " + std::to_string(HistoryFormat::longestName) + " bytes at most";
 }
 
 constexpr std::string_view link = "links between chunks are the recorder's own: a wrong one breaks the log";
@@ -98,7 +105,7 @@ constexpr std::array rules = {
     Rule{"Vorn::PortMetaData", "cardSlot"},
     Rule{"Vorn::PortMetaData", "chipIndex"},
     Rule{"Vorn::PortMetaData", "numCpuQueues"},
-    Rule{"Vorn::PortMetaData", "fabricPeerIntf"},
+    Rule{"Vorn::PortMetaData", "fabricPeerIntf", "", &refuseLongName},
 
     Rule{"Vorn::Entry", "qLen", "a record's peak bound and latency belong to the queue length seen"},
     Rule{"Vorn::Entry", "duration", "a record tells what was seen; updates extend it"},

@@ -46,19 +46,20 @@ void writeNew(std::string const& path, mode_t mode, std::function<void(std::FILE
 
 }  // namespace
 
-std::string readFile(std::string const& path) {
+std::string readFile(std::string const& path, std::string_view magic) {
   // A pipe without a writer would be waited for.
   FileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat file {};
   if (!fd || ::fstat(fd.get(), &file) != 0) throwErrno(path);
   if (!S_ISREG(file.st_mode)) fail(S_ISDIR(file.st_mode) ? EISDIR : EINVAL, path);
-  std::string content(static_cast<std::size_t>(file.st_size), '\0');
+  std::string content(magic.size(), '\0');
   std::size_t got = 0;
   while (got < content.size()) {
     ssize_t const more = ::read(fd.get(), content.data() + got, content.size() - got);
     if (more < 0 && errno != EINTR) throwErrno(path);
     if (more == 0) break;  // it has become shorter meanwhile
     if (more > 0) got += static_cast<std::size_t>(more);
+    if (got == magic.size() && content == magic) content.resize(static_cast<std::size_t>(file.st_size));
   }
   content.resize(got);
   return content;

@@ -19,6 +19,9 @@ enum class Section : Kes::U16 { state = 1, interface, queue, chunk, record, glob
 inline constexpr std::size_t sectionHeadBytes = 4;  // type and length
 inline constexpr std::size_t checksumBytes = 4;
 
+// Of an interface, in bytes.
+inline constexpr std::size_t longestName = 255;
+
 // Of a shared chunk in `shared`, of a record in `flags`.
 inline constexpr Kes::U8 isShared = 1;
 inline constexpr Kes::U8 alwaysLogged = 1;

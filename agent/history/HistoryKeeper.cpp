@@ -17,6 +17,7 @@
 #include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
 #include "agent/history/HistoryFile.h"
+#include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryWriter.h"
 
 namespace Agent {
@@ -76,10 +77,12 @@ void HistoryKeeper::takeDirectory() {
 void HistoryKeeper::readBack() {
   HistoryRead read;
   try {
-    read = readHistory(readFile(path_), *recorder_);
+    read = readHistory(readFile(path_, HistoryFormat::magic), *recorder_);
   } catch (std::system_error const& error) {
     if (error.code() == std::errc::no_such_file_or_directory) return;
     read = {.kind = HistoryRead::Kind::foreign, .fault = error.what()};
+  } catch (std::bad_alloc const&) {
+    read = {.kind = HistoryRead::Kind::foreign, .fault = "it is too large for the memory there is"};
   }
   std::string aside;
   if (read.kind != HistoryRead::Kind::whole) {
@@ -92,6 +95,8 @@ void HistoryKeeper::readBack() {
   }
   upToDate_ = read.kind == HistoryRead::Kind::whole && read.chunksLeftOut == 0;
   noteReadBack(read, aside);
+  // What was sound in it must not hang on this process.
+  if (!aside.empty() && read.records != 0) noteResult(attempt([this] { write(); }));
   found_ = std::move(read);
 }
 
@@ -126,8 +131,12 @@ void HistoryKeeper::start(EventLoop& loop, std::chrono::seconds interval, Change
 void HistoryKeeper::handleTimer() {
   std::uint64_t expirations = 0;
   if (::read(timer_.get(), &expirations, sizeof expirations) < 0 || child_) return;
-  if (upToDate_ && changes_() == saved_) return;
-  startChild();
+  if (upToDate_ && changes_() == saved_ && ::access(path_.c_str(), F_OK) == 0) return;
+  try {
+    startChild();
+  } catch (std::system_error const& error) {
+    noteResult(error.code().value());
+  }
 }
 
 void HistoryKeeper::startChild() {
@@ -175,7 +184,7 @@ void HistoryKeeper::finish() {
     child_.reset();
   }
   writing_ = changes_();
-  if (upToDate_ && writing_ == saved_) return;
+  if (upToDate_ && writing_ == saved_ && ::access(path_.c_str(), F_OK) == 0) return;
   noteResult(attempt([this] { write(); }));
 }
 

@@ -15,12 +15,12 @@ namespace Agent {
 // Keeps a recorder's history in the file history.vorn of a state directory, so that it outlives the agent.
 //
 // What stands there is read back at construction. A file that is not a whole history is put aside
-// (HistoryFile.h) and never overwritten, after what is sound in it has been read; where it cannot be put
-// aside, it stays, and nothing is kept until the next start.
+// (HistoryFile.h) and never overwritten, after what is sound in it has been read, which is written at once;
+// where it cannot be put aside, it stays, and nothing is kept until the next start.
 //
-// From start() on a child writes the file at intervals, if something has changed since the last time; the
-// agent does not wait for it, and there is one at a time. finish() writes it once more, in this process. A
-// write that fails is noted, the first of a row, and tried again at the next interval.
+// From start() on a child writes the file at intervals, if something has changed since the last time or the
+// file is gone; the agent does not wait for it, and there is one at a time. finish() writes it once more, in
+// this process. A write that fails is noted, the first of a row, and tried again at the next interval.
 class HistoryKeeper {
  public:
   // A number that is another one whenever the recorder has changed.

@@ -22,8 +22,6 @@ using Kes::U64;
 using Kes::U8;
 using Vorn::Microseconds;
 
-constexpr std::size_t longestName = 255;
-
 // Where reading ends, and why.
 struct Damage {
   std::string_view reason;
@@ -148,8 +146,9 @@ class Reading {
     Microseconds const newestLost(fields.take<U64>());
     require(fields.isWhole() && std::isfinite(lastMessage), "an interface is none");
     require((lost == 0) == (newestLost == Microseconds(0)), "what an interface has lost has no time");
-    require(!name.empty() && name.size() <= longestName && name.find('\0') == std::string::npos,
-            "an interface's name is none");
+    require(
+        !name.empty() && name.size() <= HistoryFormat::longestName && name.find('\0') == std::string::npos,
+        "an interface's name is none");
     Pylo::IntfId const intfId(name);
     require(!recorder_.portData(intfId), "an interface is there twice");
     require(!recorder_.globalBufferChunk(), "an interface stands behind the log of the sum");
@@ -173,7 +172,7 @@ class Reading {
     queue->numCpuQueuesIs(fields.take<U8>());
     std::string const peer(fields.takeText());
     queue->fabricPeerIntfIs(Pylo::IntfId(peer));
-    require(fields.isWhole() && peer.size() <= longestName, "a queue is none");
+    require(fields.isWhole() && peer.size() <= HistoryFormat::longestName, "a queue is none");
     require(port_->portMetaData(queue->identifier()) == nullptr, "a queue is there twice");
     port_->portMetaDataIs(queue);
   }

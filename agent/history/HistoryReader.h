@@ -25,9 +25,10 @@ struct HistoryRead {
 };
 
 // Reads a history (HistoryFormat.h) into a recorder that was just made and has no logs yet. Nothing in the
-// bytes is trusted: each section is checked by its checksum and then field by field, and takes no more memory
-// than its own length accounts for. Damage ends the reading; everything before it, up to the last record, is
-// in the recorder, which is sound in any case.
+// bytes is trusted: each section is checked by its checksum and then field by field. What a section may take
+// of memory is what an interface, a chunk or a record takes in the recorder: a hundred times its length at
+// worst, for chunks with hardly a record. Damage ends the reading; everything before it, up to the last
+// record, is in the recorder, which is sound in any case.
 //
 // The recorder's own limit of shared chunks holds: if there are more, the ones handed out longest ago are
 // left out, as if the pool had needed them. Throws std::bad_alloc.

@@ -16,6 +16,7 @@
 #include "agent/byname/ObjectLookup.h"
 #include "agent/byname/ObjectPath.h"
 #include "agent/history/HistoryFile.h"
+#include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryReader.h"
 #include "agent/record/InterfaceMatch.h"
 #include "agent/record/LinuxEntryType.h"
@@ -95,7 +96,7 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Re
                                                            Kes::makePtr<Vorn::Config>(),
                                                            Kes::makePtr<LinuxPortMetaDataDumper>());
   recorder->numSharedChunksIs(maxPoolChunks);  // all that is in the file
-  HistoryRead const read = readHistory(readFile(path), *recorder);
+  HistoryRead const read = readHistory(readFile(path, HistoryFormat::magic), *recorder);
   if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
   recorder->numSharedChunksIs(read.poolLimit);
   clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
