@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # vorn_library(<target> <namespace>): what the three shared libraries have in common: the alias
 # <namespace>::<target>, version and SONAME, include paths, warnings, what is exported, and installation with headers.
 #

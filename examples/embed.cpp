@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The smallest host of the recorder: a record type of its own, one recorder, a few records of two ports,
 // reports.
 //
