@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Marks what libVorn offers across its boundary; everything else is built with hidden visibility.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What happens when the library is loaded, in this order: the types are bound and registered, a flag tells
 // that this is done, the messages are defined. One file, since only that orders the objects of a library. A
 // static library is linked file by file: this one comes with the message that every record may log.

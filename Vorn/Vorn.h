@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // All of the recorder's public headers, for a host that wants one include. Start reading at CongestionData.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/AgentOptions.h"
 
 #include <fnmatch.h>
@@ -235,12 +236,14 @@ void complete(AgentOptions& options, Raw const& raw) {
   checkOrder(options.globalBuffer, "--global-high, --global-low");
 }
 
-// A service manager names several with colons between them; the first is ours.
-std::string defaultStateDirectory() {
-  char const* const names = std::getenv("STATE_DIRECTORY");
+// What a service manager gives us; it names several with colons between them, the first is ours. Empty: none.
+std::string directoryIn(char const* variable) {
+  char const* const names = std::getenv(variable);
   std::string_view const all = names == nullptr ? "" : names;
   return std::string(all.substr(0, all.find(':')));
 }
+constexpr char const* stateDirectoryVariable = "STATE_DIRECTORY";
+constexpr char const* runtimeDirectoryVariable = "RUNTIME_DIRECTORY";
 
 // One parse: the options with all that CLI11 knows of them.
 struct Reading {
@@ -249,8 +252,9 @@ struct Reading {
   CLI::App app{description, "vorn-agent"};
 
   Reading() {
-    options.socketPath = Protocol::defaultSocketPath();
-    options.stateDirectory = defaultStateDirectory();
+    std::string const runtime = directoryIn(runtimeDirectoryVariable);
+    options.socketPath = runtime.empty() ? Protocol::defaultSocketPath() : runtime + "/agent.sock";
+    options.stateDirectory = directoryIn(stateDirectoryVariable);
     addProcess(app, options, raw);
     app.option_defaults()->group(liveGroup);  // of what follows: LiveSettings has it take effect
     addSource(app, options, raw);
@@ -302,7 +306,9 @@ std::string originOf(std::string const& name, AgentOptions::CommandLine const& l
   if (line.names.contains(name)) return "command line";
   if (auto const* const setting = file.find(name)) return file.place(setting->line);
   if (name == "pool" && std::getenv(poolVariable) != nullptr) return std::string("$") + poolVariable;
-  if (name == "state-dir" && !defaultStateDirectory().empty()) return "$STATE_DIRECTORY";
+  auto const given = [](char const* variable) { return !directoryIn(variable).empty(); };
+  if (name == "state-dir" && given(stateDirectoryVariable)) return std::string("$") + stateDirectoryVariable;
+  if (name == "socket" && given(runtimeDirectoryVariable)) return std::string("$") + runtimeDirectoryVariable;
   return name.ends_with("high") || name.ends_with("low") ? "this host" : "default";
 }
 
@@ -350,7 +356,7 @@ AgentOptions optionsOf(AgentOptions::CommandLine const& line, ConfigFile const& 
         throw faultIn(file, setting, text);
     throw;
   }
-  if (all.options.socketPath.empty())
+  if (all.options.socketPath.empty() && !all.raw.checkConfig)
     throw CLI::ValidationError("--socket", "needed, since $XDG_RUNTIME_DIR is not set");
   all.options.settings = settingsOf(all.app, line, file);
   all.options.commandLine = line;

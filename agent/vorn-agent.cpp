@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vorn-agent: records the congestion of this machine's egress queues, and serves reports of it.
 
 #include <net/if.h>
@@ -27,6 +28,7 @@
 #include "agent/base/EventLoop.h"
 #include "agent/base/Journal.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/base/ServiceManager.h"
 #include "agent/base/Signals.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/burst/CongestionFeed.h"
@@ -101,6 +103,7 @@ void serve(Agent::AgentOptions const& options) {
   std::function<void()> reload;
   Agent::Signals const signals(loop, [&reload] { reload(); });
   Agent::JournalRetries const retries(loop);
+  Agent::ServiceManager manager(loop);
   auto const config = Agent::configOf(options);
   auto const status = Agent::hardwareStatusOf(options);
   auto const clock = Kes::makePtr<Agent::AgentClock>();
@@ -128,8 +131,12 @@ void serve(Agent::AgentOptions const& options) {
                      [&changesByName] { ++changesByName; }),
                  presentInterfaces, Agent::clientLimitsOf(options));
   settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});
-  reload = [&settings] {
-    if (settings->reload()) remarkOn(settings->options());
+  std::string const answering = "answering at " + options.socketPath;
+  reload = [&settings, &manager, &answering] {
+    manager.tellReloading();
+    bool const good = settings->reload();
+    manager.tellReady(answering + (good ? "" : "; the new configuration was refused, see the system log"));
+    if (good) remarkOn(settings->options());
   };
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
   source.start(loop);
@@ -139,7 +146,9 @@ void serve(Agent::AgentOptions const& options) {
     history->start(loop, std::chrono::seconds(options.saveInterval),
                    [&feed, &changesByName] { return feed.changes() + changesByName; });
   }
+  manager.tellReady(answering);
   loop.run();
+  manager.tellStopping();
   if (history) history->finish();
   Agent::note(LOG_INFO, "ending");
 }

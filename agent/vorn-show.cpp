@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vorn-show: the command line client of vorn-agent.
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The parts of scripts/measure-agent that a script cannot do, a subcommand each; --smoke runs once, small and
 // short, through those that end by themselves.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the recorder may cost, as ratios that are measured within one run:
 //
 //   budgets            prints a line a budget and how many are kept; takes some minutes and 3 GB of memory

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a recorder takes of memory, beside a formula that predicts it: so much a chunk, a retained record and
 // an interface (below); and what of the latest records a pool keeps when all interfaces are busy. Each row is
 // measured in a process of its own.

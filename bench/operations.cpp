@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One operation over and over, for callgrind and perf: scripts/count-instructions counts what it takes.
 //
 //   operations append COUNT [INTERFACES]   records into logs, in turns; the pool is the default one

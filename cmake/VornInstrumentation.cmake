@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the options VORN_SANITIZE, VORN_FUZZ and VORN_COVERAGE add to every target.
 if(VORN_SANITIZE)
   add_compile_options(-fsanitize=${VORN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # vorn_library(<target> <namespace> <description> <target>...): what the three libraries have in common: the
 # alias <namespace>::<target>, version and SONAME, include paths, warnings, what is exported, the libraries that it stands
 # upon, and installation with headers, CMake targets and a pkg-config file.

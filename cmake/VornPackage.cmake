@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The package files that let another project say find_package(Vorn) and link Vorn::vorn.
 include(CMakePackageConfigHelpers)
 configure_package_config_file(

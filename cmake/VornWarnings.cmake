@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # vorn_warnings(<target>): the warnings every target of this project is compiled with. They are errors
 # where VORN_WERROR is on, as it is in all presets.
 function(vorn_warnings target)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The smallest platform: a driver's thread that sees congestion, a thread that owns the recorder and answers
 // commands on a socket, and a record, a dumper and a clock of the platform's own. docs/integration.md walks
 // through it. So that it shows something by itself, the driver here has four things to tell and three to ask.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is asked for and changed by name. Input: requests, one a line.
 
 #include <syslog.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands of reports. Input: the length of a delimiter, the delimiter, a command.
 
 #include <regex>

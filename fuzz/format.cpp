@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Formats. Input: one conversion in numbers, to be compared with the C library; then arguments of any kind
 // and a format.
 

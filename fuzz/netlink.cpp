@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's messages. Input: one byte, which dumps are torn, then parts of dumps and notifications, each
 // behind its kind and length; what they say is taken as the source does.
 

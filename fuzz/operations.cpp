@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recorder and its model, compared after each operation. Input: what to choose, operation after operation.
 
 #include "fuzz/Harness.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface patterns: what compiling and matching one may cost, and that the answer is the standard's.
 // Input: the length of a name, the name, a pattern.
 

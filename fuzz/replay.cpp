@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a harness over the files of its corpus, where there is no fuzzer to do it.
 
 #include <filesystem>

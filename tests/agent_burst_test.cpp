@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From counters to records: queues whose truth is known, the hand-over to the recorder, the clock, and the
 // lines of the records.
 

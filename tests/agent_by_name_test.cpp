@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The front door by name: paths, answers, what may be changed and by whom.
 
 #include <gtest/gtest.h>

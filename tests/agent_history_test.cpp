@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recorder's history as bytes and as a file, whole, damaged and forged.
 
 #include <gtest/gtest.h>

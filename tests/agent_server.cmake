@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The agent's command socket, its front door by name, its client, the command lines of both, and its saved history.
 foreach(name IN ITEMS agent_history_test agent_server_test agent_by_name_test agent_command_line_test)
   add_executable(${name} ${name}.cpp)
@@ -5,6 +6,8 @@ foreach(name IN ITEMS agent_history_test agent_server_test agent_by_name_test ag
   vorn_warnings(${name})
   gtest_discover_tests(${name})
 endforeach()
+target_compile_definitions(agent_server_test PRIVATE VORN_AGENT="$<TARGET_FILE:vorn-agent>")
+add_dependencies(agent_server_test vorn-agent)
 target_compile_definitions(agent_command_line_test PRIVATE VORN_SAMPLE_CONFIG="${PROJECT_SOURCE_DIR}/agent/agent.toml")
 if(VORN_SANITIZE)
   # As in the agent: the JSON library adds to a null pointer before it first grows.

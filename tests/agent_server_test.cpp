@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -300,6 +301,64 @@ TEST(ServerSocketTest, One_agentGetsTheName) {
   EXPECT_THROW(ServerSocket{path}, std::runtime_error);
   EXPECT_TRUE(connectTo(path, 1));
   ::unlink((path + ".lock").c_str());
+}
+
+// What a service manager gets to hear of a real agent, which does not wait while its socket is full. Another
+// process's watchdog is none of its own.
+TEST(ServiceManagerTest, Is_toldWhatTheAgentDoes) {
+  for (bool const watched : {true, false}) {
+    Name const name;
+    std::string const heard = '@' + name.path;
+    sockaddr_un address = socketAddress(heard);
+    address.sun_path[0] = '\0';
+    auto const* const to = reinterpret_cast<sockaddr const*>(&address);
+    auto const bytes = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + heard.size());
+    FileDescriptor const manager(::socket(AF_UNIX, SOCK_DGRAM, 0)), other(::socket(AF_UNIX, SOCK_DGRAM, 0));
+    timeval const patience{10, 0};
+    ::setsockopt(manager.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ASSERT_EQ(::bind(manager.get(), to, bytes), 0);
+    while (::sendto(other.get(), "full", 4, MSG_DONTWAIT, to, bytes) == 4) continue;
+    pid_t const agent = ::fork();
+    if (agent == 0) {
+      ::setenv("NOTIFY_SOCKET", heard.c_str(), 1);
+      ::setenv("WATCHDOG_USEC", "20000", 1);
+      ::setenv("WATCHDOG_PID", std::to_string(watched ? ::getpid() : 1).c_str(), 1);
+      ::execl(VORN_AGENT, VORN_AGENT, "--socket", name.path.c_str(), "--config", "/dev/null", nullptr);
+      ::_exit(127);
+    }
+    auto const answers = [&] {
+      try {
+        auto const end = fetchReport(connectTo(name.path, 1).get(), {.request = "status"}, [](auto) {});
+        return end.kind == AnswerEnd::Kind::whole;
+      } catch (std::system_error const&) {
+        return false;
+      }
+    };
+    for (int i = 0; i < 500 && !answers(); ++i) std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(answers());
+    int signs = 0;
+    char got[256];
+    auto const next = [&](std::string const& begin) {
+      std::string_view text;
+      while (text.empty() || text == "WATCHDOG=1" || text == "full") {
+        ssize_t const size = ::recv(manager.get(), got, sizeof got, 0);
+        text = size > 0 ? std::string_view(got, static_cast<std::size_t>(size)) : "nothing";
+        if (text == "WATCHDOG=1") ++signs;
+      }
+      EXPECT_TRUE(text.starts_with(begin)) << text << begin;
+    };
+    next("READY=1\nSTATUS=answering at " + name.path);
+    std::this_thread::sleep_for(100ms);
+    ::kill(agent, SIGHUP);
+    next("RELOADING=1\nMONOTONIC_USEC=");
+    next("READY=1\n");
+    ::kill(agent, SIGTERM);
+    next("STOPPING=1\n");
+    EXPECT_EQ(signs > 0, watched);
+    int status = -1;
+    EXPECT_TRUE(::waitpid(agent, &status, 0) == agent && status == 0) << status;
+    ::unlink((name.path + ".lock").c_str());
+  }
 }
 
 TEST(SystemLogTest, Never_waitsAndForgetsNothingUncounted) {

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # How the agent finds queues and their bursts in what a machine tells, and how its records look.
 foreach(test IN ITEMS agent_source_test agent_burst_test)
   add_executable(${test} ${test}.cpp)

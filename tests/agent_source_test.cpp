@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From the kernel's messages to readings of queues: made-up messages, made-up dumps, and the source itself
 // where the kernel refuses.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Commands on sockets: privilege, broken pipes, bad patterns, failing writers; and the pool size that a
 // process is started with.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework's containers, each against a plain model under random operations.
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Congested queues, the agent that records them and the client that shows them, all for real, in network namespaces
 # of their own: once with root's privileges, once as an unprivileged user has them, as far as either can be had.
 #
@@ -160,7 +161,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
     sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
     if (command ~ /NAME|PATH|DIR/) return
     gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
-    status[++n] = command ~ /^vorn-agent/ && command !~ /--help/ ? 1 : 0; commands[n] = command
+    status[++n] = command ~ /^vorn-agent/ && command !~ /--(help|check-config)/ ? 1 : 0; commands[n] = command
   }
   END { for (i = 1; i <= n; i++) print status[i], commands[i] }' README.md docs/*.md | sort -u) >"$scratch/commands"
 [ "$(wc -l <"$scratch/commands")" -ge 25 ] || fail "the documents have no commands"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What goes wrong around the recorder: streams and allocations that fail, and hosts that change it while it
 // runs their code.
 

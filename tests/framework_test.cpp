@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pointers, texts, numbers in texts, logs and traces.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recorder against the model: random operations. After each step both must hold the same records in the
 // same slots and have logged the same; reports must agree byte by byte.
 

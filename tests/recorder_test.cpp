@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Intake and the movement of chunks, case by case; the edges of the reports.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Types and attributes by name: what is registered, and that by-name access does what the C++ operations do.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records of all sizes and kinds get their memory and give it back.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recorder's library, loaded while nobody listens for types.
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Values, clocks, identifiers, messages and the decisions over the configuration.
 
 #include <gtest/gtest.h>

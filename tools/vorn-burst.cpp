@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vorn-burst: puts bursts of known length onto a link.
 //
 // A burst is as much UDP as the link takes the given time to send, handed to the kernel at once, so that it

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/byname/JsonStream.h"
 
 #include <rapidjson/encodings.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/kernel/DumpParser.h"
 
 #include <linux/netlink.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/kernel/NetlinkMessage.h"
 
 #include <linux/gen_stats.h>

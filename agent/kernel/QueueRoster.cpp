@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/kernel/QueueRoster.h"
 
 #include <linux/pkt_sched.h>

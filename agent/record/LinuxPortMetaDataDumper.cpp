@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "agent/record/LinuxPortMetaDataDumper.h"
 
 #include "agent/record/QueueName.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Just enough of a host to need all three libraries: their headers, their symbols, their start-up.
 #include <Vorn/Vorn.h>
 
