@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/AgentOptions.h"
 
-#include <fnmatch.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -9,10 +9,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 #include "Kes/Format.h"
 #include "Kes/Trace.h"
 #include "agent/ConfigFile.h"
+#include "agent/base/NamePattern.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
@@ -33,9 +35,14 @@ constexpr char const* liveGroup = "Options that SIGHUP reads again from the conf
 
 constexpr char const* automatic = "auto";
 
+// None for a user's own agent, which is one that listens at the user's own socket: the file is the system's.
+std::string defaultConfig() {
+  return ::geteuid() != 0 && !Protocol::userSocketPath().empty() ? "" : defaultConfigPath;
+}
+
 // What is given as text, or in another unit than it is kept.
 struct Raw {
-  std::string configPath = defaultConfigPath;
+  std::string configPath = defaultConfig();
   bool checkConfig = false;
   double intervalMs = 1.0;
   std::string coalescing = automatic;
@@ -43,18 +50,18 @@ struct Raw {
   std::vector<std::string> portThresholds;
   CLI::Option* portOptions[2] = {};
   CLI::Option* globalOptions[2] = {};
+  CLI::Option* userConnections = nullptr;
+  CLI::Option* userReports = nullptr;
 };
 
 std::chrono::microseconds microseconds(double milliseconds) {
   return std::chrono::microseconds(static_cast<std::int64_t>(milliseconds * 1000.0));
 }
 
-bool fits(std::string const& pattern, std::string const& name) {
-  return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
-}
-
+// Decimal. CLI11 takes leading zeros for octal, so there are none.
 template <class Number>
 std::optional<Number> numberOf(std::string_view text) {
+  if (text.size() > 1 && text[0] == '0' && text[1] >= '0' && text[1] <= '9') return std::nullopt;
   Number value{};
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
@@ -87,6 +94,17 @@ std::string booleanFault(std::string const& text) {
   return text == "true" || text == "false" ? "" : '"' + text + "\" is neither true nor false";
 }
 
+std::string emptyFault(std::string const& text) { return text.empty() ? "it is empty" : ""; }
+
+// Without extra arguments CLI11 leaves a value between brackets alone, as a shell pattern may be.
+CLI::Option* addList(CLI::App& app, char const* name, std::vector<std::string>& values, char const* help) {
+  return app.add_option(name, values, help)->allow_extra_args(false)->check(emptyFault);
+}
+
+bool isList(CLI::Option const& option) { return option.get_items_expected_max() > 1; }
+
+constexpr std::uint32_t mostBytes = std::numeric_limits<std::uint32_t>::max();
+
 void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
   app.add_option("--enabled", options.enabled, "Whether the agent looks at the queues at all")
       ->check(booleanFault)
@@ -98,6 +116,7 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->capture_default_str();
   app.add_option("--start-threshold", options.startThresholdBytes,
                  "Above this many bytes a queue is congested (at least two full frames)")
+      ->check(between(std::uint32_t{0}, mostBytes))
       ->type_name("BYTES")
       ->capture_default_str();
   app.add_option("--coalesce", raw.coalescing,
@@ -105,13 +124,10 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->check(autoOrBetween(0.0, 60'000.0))
       ->type_name("MS")
       ->capture_default_str();
-  app.add_option("--interface", options.interfaces,
-                 "Watch only this interface; may be a shell pattern (repeatable)")
-      ->allow_extra_args(false)
+  addList(app, "--interface", options.interfaces,
+          "Watch only this interface; may be a shell pattern (repeatable)")
       ->type_name("NAME");
-  app.add_option("--exclude", options.excluded,
-                 "Leave out this interface; may be a shell pattern (repeatable)")
-      ->allow_extra_args(false)
+  addList(app, "--exclude", options.excluded, "Leave out this interface; may be a shell pattern (repeatable)")
       ->type_name("NAME");
   char const* const setting = std::getenv(poolVariable);
   raw.pool = setting != nullptr ? setting : automatic;
@@ -159,7 +175,10 @@ std::string portThresholdsFault(std::string const& text) {
 
 void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
   auto const bytes = [&app](char const* name, std::uint32_t& value, char const* help) {
-    return app.add_option(name, value, help)->type_name("BYTES")->capture_default_str();
+    return app.add_option(name, value, help)
+        ->check(between(std::uint32_t{0}, mostBytes))
+        ->type_name("BYTES")
+        ->capture_default_str();
   };
   raw.portOptions[0] =
       bytes("--high", options.ports.high, "Queue length that is logged as over the high threshold");
@@ -168,10 +187,9 @@ void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
       bytes("--global-high", options.globalBuffer.high, "The same for the sum of all queues");
   raw.globalOptions[1] =
       bytes("--global-low", options.globalBuffer.low, "The same for the sum of all queues");
-  app.add_option("--port-threshold", raw.portThresholds,
-                 "Of one interface, or of those that a shell pattern fits (repeatable)")
+  addList(app, "--port-threshold", raw.portThresholds,
+          "Of one interface, or of those that a shell pattern fits (repeatable)")
       ->check(portThresholdsFault)
-      ->allow_extra_args(false)
       ->type_name("NAME=HIGH,LOW");
   auto const seconds = [&app](char const* name, double& value, char const* help) {
     app.add_option(name, value, help)->check(between(0.0, 1e9))->type_name("SECONDS")->capture_default_str();
@@ -181,47 +199,62 @@ void addThresholds(CLI::App& app, AgentOptions& options, Raw& raw) {
   seconds("--global-log-interval", options.globalLogInterval, "The same for the global buffer");
 }
 
-void addClients(CLI::App& app, AgentOptions::ClientLimits& clients) {
+void addClients(CLI::App& app, AgentOptions::ClientLimits& clients, Raw& raw) {
   auto const places = [&app](char const* name, std::uint32_t& value, std::uint32_t most, char const* help) {
-    app.add_option(name, value, help)
+    return app.add_option(name, value, help)
         ->check(between(std::uint32_t{2}, most))
         ->type_name("N")
         ->capture_default_str();
   };
   places("--connections", clients.connections, 2048, "Clients at a time");
-  places("--user-connections", clients.userConnections, 2048, "The same of one user");
+  raw.userConnections = places("--user-connections", clients.userConnections, 2048, "The same of one user");
   places("--reports", clients.reports, 64, "Reports at a time, each written by a process of its own");
-  places("--user-reports", clients.userReports, 64, "The same of one user");
+  raw.userReports = places("--user-reports", clients.userReports, 64, "The same of one user");
 }
 
 void addProcess(CLI::App& app, AgentOptions& options, Raw& raw) {
-  app.add_option("--config", raw.configPath, "Where the configuration file is")
+  app.add_option("--config", raw.configPath,
+                 "Where the configuration file is; a user's own agent reads none without")
       ->configurable(false)
       ->type_name("PATH")
       ->capture_default_str();
   app.add_flag("--check-config", raw.checkConfig, "Only say whether the configuration is good")
       ->configurable(false);
   app.add_option("--socket", options.socketPath, "Where to listen for requests")
+      ->check(emptyFault)
       ->type_name("PATH")
       ->capture_default_str();
   app.add_option("--state-dir", options.stateDirectory,
                  "Keep the history there across restarts (default: $STATE_DIRECTORY)")
+      ->default_str(options.stateDirectory)
       ->type_name("DIR");
   app.add_option("--save-interval", options.saveInterval,
                  "Seconds between saves, if it has changed; 0: at the end only")
-      ->check(CLI::Range(0U, 86'400U))
+      ->check(between(0U, 86'400U))
       ->type_name("SECONDS")
       ->capture_default_str();
   app.add_flag("--stderr", options.messagesToStderr,
                "Messages go to standard error as well as to the system log")
       ->check(booleanFault);
   app.add_option("--trace", options.traceLevel, "Diagnostics up to this level (0 to 9) on standard error")
-      ->check(CLI::Range(0U, Kes::TraceHandle::maxLevel))
+      ->check(between(0U, Kes::U32{Kes::TraceHandle::maxLevel}))
       ->type_name("LEVEL");
   app.add_option("--fifo", options.fifoPriority, "Run under the real-time policy SCHED_FIFO (1 to 99)")
-      ->check(CLI::Range(1, 99))
+      ->check(between(1, 99))
       ->type_name("PRIORITY");
   app.set_version_flag("--version", "vorn-agent " VORN_VERSION);
+}
+
+// Of one user and of all. The default of the former follows the latter.
+void limit(CLI::Option& option, std::uint32_t& ofUser, std::uint32_t all) {
+  if (ofUser <= all) return;
+  std::string const name = option.get_lnames().front();
+  if (option.count() != 0)
+    throw CLI::ValidationError(
+        "--" + name + ", --" + name.substr(name.find('-') + 1),
+        std::to_string(ofUser) + " of one user are more than the " + std::to_string(all) + " of all");
+  ofUser = all;
+  option.default_str(std::to_string(all));
 }
 
 void complete(AgentOptions& options, Raw const& raw) {
@@ -234,6 +267,8 @@ void complete(AgentOptions& options, Raw const& raw) {
   options.poolChunks = numberOf<std::uint32_t>(raw.pool).value_or(0);
   checkOrder(options.ports, "--high, --low");
   checkOrder(options.globalBuffer, "--global-high, --global-low");
+  limit(*raw.userConnections, options.clients.userConnections, options.clients.connections);
+  limit(*raw.userReports, options.clients.userReports, options.clients.reports);
 }
 
 // What a service manager gives us; it names several with colons between them, the first is ours. Empty: none.
@@ -259,7 +294,7 @@ struct Reading {
     app.option_defaults()->group(liveGroup);  // of what follows: LiveSettings has it take effect
     addSource(app, options, raw);
     addThresholds(app, options, raw);
-    addClients(app, options.clients);
+    addClients(app, options.clients, raw);
   }
 
   // Throws CLI::ParseError.
@@ -296,7 +331,11 @@ void check(ConfigFile const& file, ConfigFile::Setting const& setting) {
 
 // The one that the command line asks for. Throws ConfigError.
 ConfigFile fileOf(AgentOptions::CommandLine const& line) {
+  if (line.configPath.empty() && !line.names.contains("config")) return {};
   if (auto file = ConfigFile::read(line.configPath)) return *file;
+  if (line.hadFile)
+    throw ConfigError(printable(line.configPath) +
+                      ": there is no such file any more; an empty one stands for the defaults");
   if (line.names.contains("config"))
     throw ConfigError(printable(line.configPath) + ": there is no such file");
   return {};
@@ -322,9 +361,10 @@ std::vector<AgentOptions::Setting> settingsOf(CLI::App const& app, AgentOptions:
     if (values == std::vector<std::string>{""}) values.clear();
     bool const isFlag = option->get_expected_min() == 0;
     if (values.empty() && isFlag) values = {"false"};
-    if (values.empty() && !option->get_default_str().empty()) values = {option->get_default_str()};
-    settings.push_back({name, values, option->get_items_expected_max() > 1, option->get_group() == liveGroup,
-                        originOf(name, line, file)});
+    if (option->count() == 0 && values.empty() && !option->get_default_str().empty())
+      values = {option->get_default_str()};
+    settings.push_back(
+        {name, values, isList(*option), option->get_group() == liveGroup, originOf(name, line, file)});
   }
   return settings;
 }
@@ -338,6 +378,8 @@ AgentOptions optionsOf(AgentOptions::CommandLine const& line, ConfigFile const& 
     auto const* const option = all.app.get_option_no_throw("--" + setting.name);
     if (option == nullptr || !option->get_configurable())
       throw faultIn(file, setting, "there is no setting \"" + setting.name + '"');
+    if (setting.isArray && !isList(*option))
+      throw faultIn(file, setting, setting.name + ": it takes no array");
     if (isOverridden(setting))
       check(file, setting);
     else
@@ -360,6 +402,7 @@ AgentOptions optionsOf(AgentOptions::CommandLine const& line, ConfigFile const& 
     throw CLI::ValidationError("--socket", "needed, since $XDG_RUNTIME_DIR is not set");
   all.options.settings = settingsOf(all.app, line, file);
   all.options.commandLine = line;
+  all.options.commandLine.hadFile = !file.path().empty();
   return std::move(all.options);
 }
 
@@ -368,7 +411,7 @@ AgentOptions optionsOf(AgentOptions::CommandLine const& line, ConfigFile const& 
 std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv, int& exitStatus) {
   Reading reading;
   try {
-    AgentOptions::CommandLine line{{argv + 1, argv + argc}, {}, {}};
+    AgentOptions::CommandLine line{.arguments{argv + 1, argv + argc}, .names{}, .configPath{}};
     reading.parse(line.arguments);
     for (CLI::Option const* const option : std::as_const(reading.app).get_options())
       if (option->count() != 0) line.names.insert(option->get_lnames().front());
@@ -376,7 +419,7 @@ std::optional<AgentOptions> parseAgentOptions(int argc, char const* const* argv,
     ConfigFile const file = fileOf(line);
     AgentOptions options = optionsOf(line, file);
     if (!reading.raw.checkConfig) return options;
-    std::printf("%s: %s\n", printable(line.configPath).c_str(),
+    std::printf("%s: %s\n", line.configPath.empty() ? "no --config" : printable(line.configPath).c_str(),
                 file.path().empty() ? "there is no such file, which is good as well" : "good");
     exitStatus = 0;
   } catch (CLI::ParseError const& error) {
@@ -408,16 +451,20 @@ Thresholds const* thresholdsFor(AgentOptions const& options, std::string const& 
 }
 
 std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present) {
+  constexpr std::size_t mostRemarks = 10;
+  std::size_t missing = 0;
   std::vector<std::string> remarks;
   auto const remark = [&](std::string const& option, std::string const& name, auto const& isMeant) {
-    if (std::none_of(present.begin(), present.end(), isMeant))
+    if (std::any_of(present.begin(), present.end(), isMeant)) return;
+    if (++missing <= mostRemarks)
       remarks.push_back(option + ' ' + printable(name) + ": there is no such interface now");
   };
   for (std::string const& pattern : options.interfaces)
     remark("--interface", pattern, [&](auto const& name) { return fits(pattern, name); });
   for (auto const& port : options.portThresholds)
-    remark("--port-threshold", port.interface,
-           [&](auto const& name) { return port.interface == name || fits(port.interface, name); });
+    remark("--port-threshold", port.interface, [&](auto const& name) { return fits(port.interface, name); });
+  if (missing > mostRemarks)
+    remarks.push_back("... and " + std::to_string(missing - mostRemarks) + " more that do not exist now");
   return remarks;
 }
 

@@ -35,7 +35,8 @@ struct AgentOptions {
   struct CommandLine {
     std::vector<std::string> arguments;  // without the program
     std::set<std::string> names;         // of the options that are given there
-    std::string configPath;
+    std::string configPath;              // empty: none
+    bool hadFile = false;                // when it was read last
   };
   CommandLine commandLine;
 

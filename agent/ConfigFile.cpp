@@ -2,13 +2,15 @@
 #include "agent/ConfigFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
-#include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "agent/base/FileDescriptor.h"
@@ -18,92 +20,146 @@ namespace Agent {
 
 namespace {
 
-// No byte of a file that is accepted.
-constexpr char noComment = '\x01';
+constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
-std::string trimmed(std::string_view text) {
-  std::size_t const begin = std::min(text.find_first_not_of(" \t\r"), text.size());
-  return std::string(text.substr(begin, text.find_last_not_of(" \t\r") + 1 - begin));
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool isWordByte(char c) {
+  return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
 }
-
-// Puts together what makes one statement: a line, or several with an array, without comments and without
-// blanks beside an array's commas, which not every version of CLI11 leaves out.
-class Statement {
- public:
-  // What is wrong with the line, or null.
-  char const* take(std::string_view line) {
-    char quote = '\0';
-    for (char const c : line) {
-      if (quote == '\0' && c == '#') break;
-      if (c == '\\' && quote == '"') return "a backslash stands in '...' only";
-      if (quote != '\0') {
-        if (c == quote) quote = '\0';
-      } else if (c == '"' || c == '\'') {
-        quote = c;
-      } else if (c == '[' && ++depth_ > 1) {
-        return "an array holds no arrays";
-      } else if (depth_ > 0 && (c == ',' || c == ']')) {
-        text_ = trimmed(text_);
-        if (c == ']') --depth_;
-        if (c == ']' && text_.ends_with(',')) text_.pop_back();
-      }
-      text_ += c;
-    }
-    return quote == '\0' ? nullptr : "a string without an end";
-  }
-
-  bool isWhole() const { return depth_ == 0; }
-  std::string end() { return trimmed(std::exchange(text_, {})); }
-
- private:
-  std::string text_;
-  int depth_ = 0;
-};
 
 }  // namespace
 
-ConfigFile::ConfigFile(std::string path, std::string const& text) : path_(std::move(path)) {
-  Statement statement;
-  std::istringstream lines(text);
-  unsigned number = 0;
-  unsigned begin = 0;
-  for (std::string line; std::getline(lines, line);) {
-    ++number;
-    if (statement.isWhole()) begin = number;
-    if (std::any_of(line.begin(), line.end(),
-                    [](unsigned char c) { return (c < 0x20 && c != '\t' && c != '\r') || c == 0x7f; }))
-      throw fault(number, "a control character");
-    if (char const* const what = statement.take(line)) throw fault(number, what);
-    if (!statement.isWhole()) continue;
-    std::string const whole = statement.end();
-    if (!whole.empty()) add(whole, begin);
+// Takes a text from its front.
+class ConfigFile::Reader {
+ public:
+  Reader(ConfigFile const& file, std::string_view text) : file_(file), text_(text) {
+    if (text_.starts_with(byteOrderMark)) at_ = byteOrderMark.size();
   }
-  if (!statement.isWhole()) throw fault(begin, "an array without an end");
-}
 
-void ConfigFile::add(std::string const& statement, unsigned line) {
-  if (statement.front() == '[') throw fault(line, "there are no sections in this file");
-  std::size_t const equals = statement.find('=');
-  std::string const value = equals == std::string::npos ? "" : trimmed(statement.substr(equals + 1));
-  std::vector<CLI::ConfigItem> items;
-  try {
-    std::istringstream text(statement);
-    items = CLI::ConfigTOML().comment(noComment)->from_config(text);
-  } catch (std::exception const& error) {
-    throw fault(line, error.what());
+  std::optional<Setting> next() {
+    skipLines();
+    if (at_ == text_.size()) return std::nullopt;
+    Setting setting{.name{}, .values{}, .isArray = false, .line = line_};
+    if (peek() == '[') refuse("there are no sections in this file");
+    setting.name = taken(isWordByte);
+    skipBlanks();
+    if (setting.name.empty() || !take('=')) refuse("this is not NAME = VALUE");
+    skipBlanks();
+    setting.isArray = take('[');
+    if (setting.isArray)
+      takeArray(setting);
+    else
+      setting.values.push_back(value());
+    skipBlanks();
+    if (at_ != text_.size() && !take('\n')) refuse("something stands behind the value");
+    ++line_;
+    return setting;
   }
-  if (value.empty() || items.size() != 1) throw fault(line, "this is not NAME = VALUE");
-  std::string const name = items.front().fullname();
-  if (Setting const* const earlier = find(name))
-    throw fault(line, '"' + name + "\" is set in line " + std::to_string(earlier->line) + " already");
-  settings_.push_back({name, value == "[]" ? std::vector<std::string>() : items.front().inputs, line});
+
+ private:
+  [[noreturn]] void refuse(std::string const& what) const { throw file_.fault(line_, what); }
+
+  char peek() const { return at_ == text_.size() ? '\n' : text_[at_]; }
+  bool take(char c) {
+    bool const found = at_ != text_.size() && text_[at_] == c;
+    if (found) ++at_;
+    return found;
+  }
+  template <class Predicate>
+  std::string taken(Predicate isMeant) {
+    std::size_t const begin = at_;
+    while (at_ != text_.size() && isMeant(text_[at_])) ++at_;
+    return std::string(text_.substr(begin, at_ - begin));
+  }
+
+  // And a comment.
+  void skipBlanks() {
+    taken([](char c) { return c == ' ' || c == '\t' || c == '\r'; });
+    if (peek() == '#') taken([](char c) { return c != '\n'; });
+  }
+  void skipLines() {
+    for (skipBlanks(); take('\n'); skipBlanks()) ++line_;
+  }
+
+  void takeArray(Setting& setting) {
+    for (skipLines(); !take(']'); skipLines()) {
+      if (setting.values.size() == maxValues)
+        refuse("a list of more than " + std::to_string(maxValues) + " values");
+      if (peek() == '[') refuse("an array holds no arrays");
+      if (at_ != text_.size()) setting.values.push_back(value());
+      skipLines();
+      if (at_ == text_.size()) throw file_.fault(setting.line, "an array without an end");
+      if (!take(',') && peek() != ']') refuse("a comma is missing between two values");
+    }
+  }
+
+  std::string value() {
+    if (take('"')) return quoted('"');
+    if (take('\'')) return quoted('\'');
+    std::string const word = taken([](char c) { return isWordByte(c) || c == '.' || c == '+'; });
+    if (word.empty()) refuse("a value is missing");
+    if (word == "true" || word == "false") return word;
+    return number(word);
+  }
+
+  std::string quoted(char quote) {
+    std::string value;
+    for (; !take(quote); ++at_) {
+      if (peek() == '\n') refuse("a string without an end");
+      if (quote == '"' && take('\\') && peek() != '"' && peek() != '\\')
+        refuse(R"(of escapes there are \" and \\ only; '...' takes a backslash as it is)");
+      value += peek();
+    }
+    return value;
+  }
+
+  // Without the underscores between its digits.
+  std::string number(std::string const& word) const {
+    std::string plain;
+    for (std::size_t i = 0; i < word.size(); ++i) {
+      bool const joins =
+          word[i] == '_' && i != 0 && isDigit(word[i - 1]) && i + 1 < word.size() && isDigit(word[i + 1]);
+      if (!joins) plain += word[i];
+    }
+    double read = 0.0;
+    auto const [end, error] = std::from_chars(plain.data(), plain.data() + plain.size(), read);
+    if (error == std::errc::invalid_argument || end != plain.data() + plain.size())
+      refuse('"' + word + "\" is neither a number nor true nor false; text stands in quotes");
+    return plain;
+  }
+
+  ConfigFile const& file_;
+  std::string_view const text_;
+  std::size_t at_ = 0;
+  unsigned line_ = 1;
+};
+
+ConfigFile::ConfigFile(std::string path, std::string const& text) : path_(std::move(path)) {
+  auto const control = std::find_if(text.begin(), text.end(), [](unsigned char c) {
+    return (c < 0x20 && c != '\t' && c != '\r' && c != '\n') || c == 0x7f;
+  });
+  if (control != text.end())
+    throw fault(1 + static_cast<unsigned>(std::count(text.begin(), control, '\n')), "a control character");
+  Reader reader(*this, text);
+  while (auto setting = reader.next()) {
+    auto const [earlier, isNew] = places_.emplace(setting->name, settings_.size());
+    if (!isNew)
+      throw fault(setting->line, '"' + setting->name + "\" is set in line " +
+                                     std::to_string(settings_[earlier->second].line) + " already");
+    settings_.push_back(std::move(*setting));
+  }
 }
 
 std::optional<ConfigFile> ConfigFile::read(std::string const& path) {
-  auto const refuse = [&path](std::string const& why) { return ConfigError(path + ": " + why); };
+  auto const refuse = [&path](std::string const& why) { return ConfigError(printable(path + ": " + why)); };
   FileDescriptor const file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (!file && (errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
   if (!file) throw refuse(std::strerror(errno));
+  struct stat about {};
+  if (::fstat(file.get(), &about) != 0) throw refuse(std::strerror(errno));
+  bool const isNull = S_ISCHR(about.st_mode) && about.st_rdev == makedev(1, 3);
+  if (!S_ISREG(about.st_mode) && !isNull) throw refuse("neither a regular file nor /dev/null");
   std::string text(maxBytes + 1, '\0');
   std::size_t size = 0;
   for (ssize_t got = 1; got != 0 && size < text.size(); size += static_cast<std::size_t>(got)) {
@@ -116,9 +172,8 @@ std::optional<ConfigFile> ConfigFile::read(std::string const& path) {
 }
 
 ConfigFile::Setting const* ConfigFile::find(std::string const& name) const {
-  auto const found = std::find_if(settings_.begin(), settings_.end(),
-                                  [&name](Setting const& setting) { return setting.name == name; });
-  return found == settings_.end() ? nullptr : &*found;
+  auto const place = places_.find(name);
+  return place == places_.end() ? nullptr : &settings_[place->second];
 }
 
 std::string ConfigFile::place(unsigned line) const { return path_ + ':' + std::to_string(line); }
@@ -134,8 +189,12 @@ std::string configText(std::string const& value) {
                          (value[digits] == '.' && digits + 1 < value.size() &&
                           value.find_first_not_of("0123456789", digits + 1) == std::string::npos));
   if (isNumber || value == "true" || value == "false") return value;
-  char const quote = value.find_first_of("\"\\") == std::string::npos ? '"' : '\'';
-  return quote + value + quote;
+  std::string text = "\"";
+  for (char const c : value) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text + '"';
 }
 
 }  // namespace Agent

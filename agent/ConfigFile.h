@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -15,17 +16,19 @@ class ConfigError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A configuration file: settings in TOML as CLI11 reads it, each once, without sections. An array may span
-// lines. The names and values are nobody's business here.
+// A configuration file: settings in TOML, each once, without sections: strings on one line, numbers, true,
+// false, and arrays of them, which may span lines. The names and values are nobody's business here.
 class ConfigFile {
  public:
-  // Longer ones are refused, so that a reading takes a few milliseconds at most, whatever stands at the path.
+  // Longer files and lists are refused: an agent reads between two looks at the queues.
   static constexpr std::size_t maxBytes = 32 * 1024;
+  static constexpr std::size_t maxValues = 1000;
 
   struct Setting {
     std::string name;
     std::vector<std::string> values;  // without quotes; of an array so many as it has
-    unsigned line;                    // where it begins
+    bool isArray;
+    unsigned line;  // where it begins
   };
 
   // No file: no settings.
@@ -44,11 +47,13 @@ class ConfigFile {
   std::string place(unsigned line) const;
 
  private:
-  void add(std::string const& statement, unsigned line);
+  class Reader;
+
   ConfigError fault(unsigned line, std::string const& what) const;
 
   std::string path_;
   std::vector<Setting> settings_;
+  std::map<std::string, std::size_t> places_;  // in settings_, by name
 };
 
 // A value as a configuration file holds it.

@@ -34,7 +34,9 @@ CommandServer::Limits clientLimitsOf(AgentOptions const& options) {
 }
 
 LiveSettings::LiveSettings(AgentOptions options, Parts parts)
-    : options_(std::move(options)), parts_(std::move(parts)) {
+    : options_(std::move(options)),
+      parts_(std::move(parts)),
+      poolAtStart_(parts_.recorder->numSharedChunks()) {
   parts_.feed.poolGrowsIs(options_.poolGrows);
   parts_.feed.interfaceHandlerIs([this](Pylo::IntfId const& intfId, bool here) {
     handleInterface(std::string(intfId.stringValue().view()), here);
@@ -87,6 +89,7 @@ bool LiveSettings::reload() {
     if (old.name != "pool") continue;
     otherPool = !kept;
     if (kept) next.poolGrows = options_.poolGrows;
+    if (kept) next.poolChunks = options_.poolChunks;
   }
   options_ = std::move(next);
   configIs(*parts_.config, options_);
@@ -111,9 +114,10 @@ std::string LiveSettings::listing() const {
     std::string const chunks = std::to_string(parts_.recorder->numSharedChunks());
     if (setting.name == "pool" && options_.poolGrows) {
       origin += ", " + chunks + " now";
-    } else if (setting.name == "pool" && values.front() != chunks) {
+    } else if (setting.name == "pool") {
       values = {chunks};
-      origin = "set by name";
+      auto const wanted = options_.poolChunks == 0 ? poolAtStart_ : options_.poolChunks;
+      if (parts_.recorder->numSharedChunks() != wanted) origin = "set by name";
     }
     std::string line;
     if (setting.isList) {

@@ -59,6 +59,7 @@ class LiveSettings {
 
   AgentOptions options_;
   Parts const parts_;
+  Kes::U32 const poolAtStart_;
   std::set<std::string> interfaces_;  // that have queues now
 };
 

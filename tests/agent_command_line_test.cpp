@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include "Pylo/IntfId.h"
 #include "Vorn/CommandOptions.h"
 #include "agent/AgentOptions.h"
+#include "agent/ConfigFile.h"
 #include "agent/base/FileDescriptor.h"
 #include "agent/base/Printable.h"
 #include "agent/show/ReportFilter.h"
@@ -221,11 +223,49 @@ TEST_F(AgentConfig, BadFiles_areToldWithLineAndReason) {
       {"trace = 1\nexclude = [\n\"a\",\n", ":2: an array without an end"},
       {"coalesce = nan", ":1: coalesce: \"nan\" is not a number from 0 to 60000, nor auto"},
       {"low = 1\nport-threshold = [\"a=2,1\",\n\"a=1,2\"]", ":2: port-threshold: a: the low threshold, 2"},
+      {"interface = [\"a\"] x", ":1: something stands behind the value"},
+      {"interface = [\"a\",\n\"b\"\n\"c\"]", ":3: a comma is missing"},
+      {"interface = [\"a\",,\"b\"]", ":1: a value is missing"},
+      {"interface = [,]", ":1: a value is missing"},
+      {"interface = \"a\",\"b\"", ":1: something stands behind the value"},
+      {"interface = \"\"\"a\"\"\"", ":1: something stands behind the value"},
+      {"interface = eth0 eth1", ":1: \"eth0\" is neither a number nor"},
+      {"interface = 2026-11-24", ":1: \"2026-11-24\" is neither a number nor"},
+      {"\nexclude = [\"a\", \"\"]", ":2: exclude: it is empty"},
+      {"socket = \"\"", ":1: socket: it is empty"},
+      {"high = []", ":1: high: it takes no array"},
+      {"high = 0400000", ":1: high: \"0400000\" is not a number from 0 to 4294967295"},
+      {"high = \"0x100000\"", ":1: high: \"0x100000\" is not a number"},
+      {"start-threshold = \"\"", ":1: start-threshold: \"\" is not a number"},
+      {"high = 1__0", ":1: \"1__0\" is neither"},
+      {"user-reports = 6", ":1: --user-reports, --reports: 6 of one user are more than the 5 of all"},
       {"interval = 0", ":1: interval: \"0\" is not a number"}};  // though the command line goes first
   for (auto const& [text, reason] : cases) {
     EXPECT_FALSE(read(text, {"--interval", "5"})) << text;
     EXPECT_NE(said.find(path + reason), std::string::npos) << said << reason;
   }
+}
+
+TEST_F(AgentConfig, GoodFiles_andWhatIsReadAgain) {
+  auto const options =
+      read("\xef\xbb\xbfhigh = 1_000_000\nconnections = 100\nexclude = ['[ab]', \"q\\\"'\",]");
+  ASSERT_TRUE(options) << said;
+  EXPECT_EQ(options->ports.high, 1'000'000U);
+  EXPECT_EQ(options->clients.userConnections, 100U);
+  EXPECT_EQ(options->excluded, (std::vector<std::string>{"[ab]", "q\"'"}));
+  std::string listed;
+  for (std::string const& value : options->excluded) listed += configText(value) + ',';
+  auto const again = read("exclude = [" + listed + ']');
+  ASSERT_TRUE(again) << said;
+  EXPECT_EQ(again->excluded, options->excluded);
+  std::string many;
+  for (int i = 0; i < 1001; ++i) many += "\"e\",";
+  EXPECT_FALSE(read("exclude = [" + many + ']'));
+  EXPECT_NE(said.find(":1: a list of more than 1000 values"), std::string::npos) << said;
+  ::unlink(path.c_str());
+  EXPECT_THROW(readAgain(*options), ConfigError);
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  EXPECT_THROW(readAgain(*options), ConfigError);
 }
 
 TEST_F(AgentConfig, Sample_hasEverySettingAndItsDefault) {

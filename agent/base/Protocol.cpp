@@ -3,9 +3,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace Agent::Protocol {
+
+std::string_view requestIn(std::string_view line) {
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  return line.substr(0, line.find_last_not_of(' ') + 1);
+}
 
 std::string userSocketPath() {
   char const* const directory = std::getenv("XDG_RUNTIME_DIR");

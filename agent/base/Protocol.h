@@ -44,6 +44,9 @@ inline constexpr std::string_view configRequest = "config";
 inline constexpr char verdictMark = '\0';
 inline constexpr std::string_view wholeVerdict = "ok";
 
+// A line as it was sent, without the blanks around it.
+std::string_view requestIn(std::string_view line);
+
 // Where an agent of the system, and one of the current user, listens: /run/vorn/agent.sock, and vorn.sock in
 // the directory that $XDG_RUNTIME_DIR names (empty if it names none).
 inline constexpr char const* systemSocketPath = "/run/vorn/agent.sock";

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/kernel/WatchedInterfaces.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 #include <utility>
+
+#include "agent/base/NamePattern.h"
 
 namespace Agent {
 
@@ -41,10 +41,10 @@ bool WatchedInterfaces::handleNotice(LinkNotice const& notice) {
 }
 
 bool WatchedInterfaces::isAskedFor(Interface const& interface) const {
-  char const* const name = interface.intfId.stringValue().charPtr();
-  auto const fits = [name](std::string const& pattern) { return fnmatch(pattern.c_str(), name, 0) == 0; };
-  return (patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), fits)) &&
-         std::none_of(excluded_.begin(), excluded_.end(), fits);
+  std::string const name = interface.intfId.stringValue().charPtr();
+  auto const isMeant = [&name](std::string const& pattern) { return fits(pattern, name); };
+  return (patterns_.empty() || std::any_of(patterns_.begin(), patterns_.end(), isMeant)) &&
+         std::none_of(excluded_.begin(), excluded_.end(), isMeant);
 }
 
 }  // namespace Agent

@@ -4,8 +4,6 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "agent/base/Journal.h"
 #include "agent/base/Protocol.h"
 #include "agent/byname/ObjectChange.h"
@@ -24,7 +22,7 @@ OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<Agent
 
 std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
   using Answer = CommandServer::Answer;
-  std::string const request = line.substr(std::min(line.find_first_not_of(' '), line.size()));
+  std::string const request(Protocol::requestIn(line));
   try {
     if (request == Protocol::statusRequest) return Answer{.text = status_().text()};
     // It may be long. The child finds all parts as they stand when its turn comes.

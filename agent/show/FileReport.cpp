@@ -87,7 +87,7 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& re
 }  // namespace
 
 AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, ReportFilter::Output output) {
-  std::string const& request = command.request;
+  std::string const request(Protocol::requestIn(command.request));
   if (request.starts_with(Protocol::statusRequest) || request == Protocol::saveRequest ||
       request == Protocol::configRequest || isObjectChange(request))
     return {Kind::refused, "a file answers reports, types, type and get: ask an agent for the rest"};
