@@ -96,7 +96,10 @@ bool LiveSettings::reload() {
   hardwareStatusIs(*parts_.hwStatus, options_);
   for (std::string const& name : interfaces_) thresholdsAre(name);
   parts_.feed.poolGrowsIs(options_.poolGrows);
-  if (otherPool && !options_.poolGrows) parts_.recorder->numSharedChunksIs(options_.poolChunks);
+  if (otherPool) {
+    std::uint32_t const atLeast = std::max(parts_.recorder->numSharedChunks(), Vorn::ChunkPool::defaultLimit);
+    parts_.recorder->numSharedChunksIs(options_.poolGrows ? atLeast : options_.poolChunks);
+  }
   parts_.source.optionsAre(sourceOptionsOf(options_));
   parts_.server.limitsAre(clientLimitsOf(options_));
   note(LOG_NOTICE,

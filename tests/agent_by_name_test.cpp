@@ -66,14 +66,17 @@ TEST_F(ByName, Status_isTextForPeopleAndJsonForPrograms) {
   status_.counts = {10, 20, 30};
   status_.history.emplace().found.savedAt = Vorn::Microseconds(1795507466241473);
   status_.beginning.wallTime = Vorn::Microseconds(1795507467000000);
-  EXPECT_NE(ask("status").find("records lost: none"), std::string::npos);
+  EXPECT_NE(ask("status").find("records lost to the pool: none"), std::string::npos);
   status_.interfaces.push_back({"a\"\xff\x1b", 30, Vorn::Microseconds(1795507466000009)});
   for (Kes::U64 lost = 29; lost > 5; --lost)
     status_.interfaces.push_back({"eth", lost, Vorn::Microseconds(1)});
   status_.interfaces.push_back({"quiet", 0, {}});
+  status_.history->found.fault = "damaged at byte 3", status_.history->aside = "x.damaged-1";
   std::string const text = ask("status");
   EXPECT_NE(text.find("\n  a\"??" + std::string(19, ' ') + "30  "), std::string::npos) << text;
   EXPECT_NE(text.find("\n  and 5 more     40\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("damaged at byte 3\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("put aside as x.damaged-1\n"), std::string::npos) << text;
   EXPECT_FALSE(std::regex_search(text, std::regex(".{101}"))) << text;
   rapidjson::Document json;
   json.Parse(ask("status --json").c_str());

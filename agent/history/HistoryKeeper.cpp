@@ -85,27 +85,26 @@ void HistoryKeeper::readBack() {
   } catch (std::bad_alloc const&) {
     read = {.kind = HistoryRead::Kind::foreign, .fault = "it is too large for the memory there is"};
   }
-  std::string aside;
   if (read.kind != HistoryRead::Kind::whole) {
     try {
-      aside = putAside(path_);
+      aside_ = putAside(path_);
     } catch (std::system_error const& error) {
       keeping_ = false;
       fault_ = std::string("a file that is in the way cannot be put aside: ") + error.what();
     }
   }
   upToDate_ = read.kind == HistoryRead::Kind::whole && read.chunksLeftOut == 0;
-  noteReadBack(read, aside);
+  noteReadBack(read);
   // What was sound in it must not hang on this process.
-  if (!aside.empty() && read.records != 0) noteResult(attempt([this] { write(); }));
+  if (!aside_.empty() && read.records != 0) noteResult(attempt([this] { write(); }));
   found_ = std::move(read);
 }
 
-void HistoryKeeper::noteReadBack(HistoryRead const& read, std::string const& aside) const {
+void HistoryKeeper::noteReadBack(HistoryRead const& read) const {
   note(LOG_INFO, Kes::format("history: %u records read back from %s", read.records, path_).str());
   if (!read.fault.empty()) {
     note(LOG_ERR, "history: " + path_ + ": " + read.fault +
-                      (aside.empty() ? "; it stays there" : "; it was put aside as " + aside));
+                      (aside_.empty() ? "; it stays there" : "; it was put aside as " + aside_));
   }
   if (read.chunksLeftOut != 0) {
     note(LOG_WARNING,
@@ -190,10 +189,16 @@ void HistoryKeeper::finish() {
 }
 
 std::string HistoryKeeper::Status::text() const {
-  if (!keeping) return "history: not kept: " + fault;
-  return Kes::format("history: kept in %s; written %u times, failed %u times%s%s", path, written, failed,
-                     fault.empty() ? "" : "; the last: ", fault)
-      .str();
+  std::string text = keeping ? Kes::format("history: kept in %s; written %u times, failed %u times%s%s", path,
+                                           written, failed, fault.empty() ? "" : "; the last: ", fault)
+                                   .str()
+                             : "history: not kept: " + fault;
+  if (!found.fault.empty()) {
+    text += "\nhistory found at the start: " + found.fault +
+            "\nlost and not counted: what stood behind that; " +
+            (aside.empty() ? "the file stays" : "put aside as " + aside);
+  }
+  return text;
 }
 
 }  // namespace Agent

@@ -43,20 +43,21 @@ class HistoryKeeper {
   struct Status {
     std::string path{};
     HistoryRead found{};  // at the start; savedAt is 0 where there was none
+    std::string aside{};  // where that was put, if it was no whole history
     Kes::U64 written = 0;
     Kes::U64 failed = 0;
     std::string fault{};  // of the latest write, or why nothing is kept; empty: none
     bool keeping = true;
 
-    // A line for people, without the newline.
+    // For people, a line for each subject, without the last newline.
     std::string text() const;
   };
-  Status status() const { return {path_, found_, written_, failed_, fault_, keeping_}; }
+  Status status() const { return {path_, found_, aside_, written_, failed_, fault_, keeping_}; }
 
  private:
   void takeDirectory();
   void readBack();
-  void noteReadBack(HistoryRead const& read, std::string const& aside) const;
+  void noteReadBack(HistoryRead const& read) const;
   void handleTimer();
   void startChild();
   void handleChildEnd();
@@ -76,6 +77,7 @@ class HistoryKeeper {
   bool keeping_ = true;
   std::unique_ptr<ChildProcess> child_;
   HistoryRead found_;
+  std::string aside_;
   Kes::U64 written_ = 0;
   Kes::U64 failed_ = 0;
   std::string fault_;  // of the latest write, or why nothing is kept; empty: none

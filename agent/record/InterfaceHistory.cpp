@@ -5,11 +5,23 @@
 
 namespace Agent {
 
+namespace {
+
+Vorn::Microseconds wholeSince(Vorn::PortData const& port) {
+  if (port.loss().records != 0) return port.loss().newest;
+  Vorn::Chunk const* const chunk = port.chunkHead();
+  if (chunk == nullptr) return {};
+  auto const first = chunk->entryIterator();
+  return first ? (*first)->timestamp() : Vorn::Microseconds(0);
+}
+
+}  // namespace
+
 std::vector<InterfaceHistory> interfaceHistories(Vorn::CongestionData const& recorder) {
   std::vector<InterfaceHistory> all;
   all.reserve(recorder.portDataMap().size());
   for (auto const& [intfId, port] : recorder.portDataMap())
-    all.push_back({intfId.shortName().str(), port->loss().records, port->loss().newest});
+    all.push_back({intfId.shortName().str(), port->loss().records, wholeSince(*port)});
   std::sort(all.begin(), all.end(), [](InterfaceHistory const& one, InterfaceHistory const& other) {
     return one.lost != other.lost ? one.lost > other.lost : one.name < other.name;
   });

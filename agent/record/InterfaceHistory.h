@@ -12,7 +12,7 @@ namespace Agent {
 struct InterfaceHistory {
   std::string name{};             // short
   Kes::U64 lost = 0;              // records that the pool has taken away
-  Vorn::Microseconds whole = {};  // since then no record is missing; 0: since the first one
+  Vorn::Microseconds whole = {};  // since then no record is missing; 0: it has none
 };
 
 // Those of all interfaces that have a log: the one that has lost most first, by name among equals.

@@ -50,7 +50,7 @@ std::string lossText(std::vector<InterfaceHistory> const& interfaces, LocalZone&
   auto const losers = static_cast<std::size_t>(std::find_if(interfaces.begin(), interfaces.end(), isWhole) -
                                                interfaces.begin());
   if (losers == 0)
-    return "records lost: none; the history of each interface is whole since its first record\n";
+    return "records lost to the pool: none; the histories are whole since their first records\n";
   std::string text = "records lost, and since when the history is whole (" + zone.name() + "):\n";
   std::size_t const named = std::min(losers, mostNamed);
   for (std::size_t i = 0; i < named; ++i) {
@@ -58,8 +58,9 @@ std::string lossText(std::vector<InterfaceHistory> const& interfaces, LocalZone&
                         interfaces[i].lost, zone.moment(interfaces[i].whole))
                 .str();
   }
-  if (losers == named) return text;
-  return text + Kes::format("  and %u more %6u\n", losers - named, lostOf(interfaces, named)).str();
+  if (losers != named)
+    text += Kes::format("  and %u more %6u\n", losers - named, lostOf(interfaces, named)).str();
+  return text + (losers != interfaces.size() ? "  the others: whole since their first records\n" : "");
 }
 
 // The members of an object. An empty text, and a time that is 0, is null.
@@ -112,7 +113,10 @@ void writeHistory(std::optional<HistoryKeeper::Status> const& history, JsonStrea
       .number("failed", history->failed)
       .text("fault", history->fault)
       .number("read_back_records", history->found.records)
-      .time("read_back_saved_at", history->found.savedAt);
+      .time("read_back_saved_at", history->found.savedAt)
+      .text("found_fault", history->found.fault)
+      .text("put_aside", history->aside)
+      .number("chunks_left_out", history->found.chunksLeftOut);
   json.endObject();
 }
 
@@ -156,7 +160,8 @@ std::string AgentStatus::text() const {
   text += messages.text() + '\n';
   text += (history ? history->text() : "history: not kept, for want of --state-dir") + '\n';
   if (auto const unrecorded = gap()) {
-    text += "history: " + recordsText(history->found.records) + " read back at the start\n";
+    text += "history: " + recordsText(history->found.records) +
+            " read back at the start, those of the sum among them\n";
     text += Kes::format("not recorded: from %s", zone.second(secondsOf(unrecorded->from))).str();
     text += Kes::format(" to %s (%s)\n", zone.second(secondsOf(unrecorded->to)), zone.name()).str();
   }
