@@ -94,15 +94,26 @@ std::string systemLine;
 
 }  // namespace
 
-// Stands in for the system's.
+// Stand in for the system's, also where calls are fortified.
+[[gnu::format(printf, 2, 0)]] static void takeLine(int priority, char const* format, va_list arguments) {
+  char text[100];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  systemLine = std::to_string(priority) + ' ' + text;
+}
 extern "C" [[gnu::visibility("default"), gnu::format(printf, 2, 3)]] void syslog(int priority,
                                                                                  char const* format, ...) {
-  char text[100];
   va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
+  takeLine(priority, format, arguments);
   va_end(arguments);
-  systemLine = std::to_string(priority) + ' ' + text;
+}
+extern "C" [[gnu::visibility("default"), gnu::format(printf, 3, 4)]] void __syslog_chk(int priority, int,
+                                                                                       char const* format,
+                                                                                       ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  takeLine(priority, format, arguments);
+  va_end(arguments);
 }
 
 namespace {
