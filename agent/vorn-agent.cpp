@@ -109,12 +109,7 @@ void serve(Agent::AgentOptions const& options) {
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
   std::optional<Agent::HistoryKeeper> history;
-  if (!options.stateDirectory.empty()) {
-    Kes::U32 const pool = recorder->numSharedChunks();
-    if (options.poolGrows) recorder->numSharedChunksIs(Agent::maxPoolChunks);  // all that was saved
-    history.emplace(options.stateDirectory, recorder);
-    if (options.poolGrows) recorder->numSharedChunksIs(std::max(pool, recorder->chunkArrayCount()));
-  }
+  if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder, options.poolGrows);
   Agent::CongestionFeed feed(recorder, config, status, clock);
   Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
   std::optional<Agent::CommandServer> server;

@@ -118,7 +118,7 @@ class FullRecorder {
   void serve(std::string const& path, std::string const& stateDirectory) {
     Agent::EventLoop loop;
     std::optional<Agent::HistoryKeeper> history;
-    if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_);
+    if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_, /*poolGrows=*/false);
     Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(

@@ -264,6 +264,9 @@ TEST_F(AgentConfig, GoodFiles_andWhatIsReadAgain) {
   EXPECT_NE(said.find(":1: a list of more than 1000 values"), std::string::npos) << said;
   ::unlink(path.c_str());
   EXPECT_THROW(readAgain(*options), ConfigError);
+  AgentOptions byDefault = *options;
+  byDefault.commandLine.names.clear();
+  EXPECT_THROW(readAgain(byDefault), ConfigError) << "it was there";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   EXPECT_THROW(readAgain(*options), ConfigError);
 }

@@ -189,11 +189,12 @@ TEST(History, File_isPutAside_neverOverTheLast) {
     replaceFile(path, path + ".new", 0640,
                 [&](std::FILE* out) { std::fwrite(cut.data(), 1, cut.size(), out); });
     Recorder after;
-    HistoryKeeper keeper(directory, after.recorder);
+    HistoryKeeper keeper(directory, after.recorder, /*poolGrows=*/true);
     EXPECT_EQ(keeper.status().text().find("not kept") != std::string::npos, round == 10);
     EXPECT_EQ(after.reports(), before.reports());
     EXPECT_TRUE(read(round < 10 ? path + ".damaged-" + std::to_string(round) : path) == cut);
     EXPECT_EQ(Recorder(read(path)).reports(), before.reports()) << "what was sound is on the disk at once";
+    EXPECT_EQ(Recorder(read(path)).found.poolLimit, 9U);
   }
   std::ofstream(path, std::ios::trunc) << std::string(5000, 'x');
   EXPECT_EQ(read(path), "xxxxxxxx") << "no memory for what is no history";

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
@@ -17,6 +18,7 @@
 #include "Kes/Format.h"
 #include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
+#include "agent/base/PoolLimit.h"
 #include "agent/history/HistoryFile.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryWriter.h"
@@ -55,10 +57,10 @@ int attempt(Work work) {
 
 }  // namespace
 
-HistoryKeeper::HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder)
+HistoryKeeper::HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, bool poolGrows)
     : directory_(std::move(directory)), path_(directory_ + "/history.vorn"), recorder_(std::move(recorder)) {
   takeDirectory();
-  readBack();
+  readBack(poolGrows);
 }
 
 HistoryKeeper::~HistoryKeeper() {
@@ -75,10 +77,19 @@ void HistoryKeeper::takeDirectory() {
   throw std::runtime_error(directory_ + ": another agent keeps its history there");
 }
 
-void HistoryKeeper::readBack() {
+HistoryRead HistoryKeeper::readInto(bool poolGrows) const {
+  std::string const bytes = readFile(path_, HistoryFormat::magic);
+  Kes::U32 const pool = recorder_->numSharedChunks();
+  if (poolGrows) recorder_->numSharedChunksIs(maxPoolChunks);  // all that was saved
+  HistoryRead read = readHistory(bytes, *recorder_);
+  if (poolGrows) recorder_->numSharedChunksIs(std::max(pool, recorder_->chunkArrayCount()));
+  return read;
+}
+
+void HistoryKeeper::readBack(bool poolGrows) {
   HistoryRead read;
   try {
-    read = readHistory(readFile(path_, HistoryFormat::magic), *recorder_);
+    read = readInto(poolGrows);
   } catch (std::system_error const& error) {
     if (error.code() == std::errc::no_such_file_or_directory) return;
     read = {.kind = HistoryRead::Kind::foreign, .fault = error.what()};

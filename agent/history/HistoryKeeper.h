@@ -28,9 +28,9 @@ class HistoryKeeper {
   using Changes = std::function<Kes::U64()>;
 
   // Makes the last part of the directory's path if it is missing, and takes the directory for itself as long
-  // as this lives. `recorder` was just made. Throws std::system_error where that is refused,
-  // std::runtime_error where another agent has it.
-  HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder);
+  // as this lives. `recorder` was just made; where its pool grows, it grows to what was saved. Throws
+  // std::system_error where that is refused, std::runtime_error where another agent has it.
+  HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, bool poolGrows);
   ~HistoryKeeper();
   HistoryKeeper(HistoryKeeper const&) = delete;
   HistoryKeeper& operator=(HistoryKeeper const&) = delete;
@@ -56,7 +56,8 @@ class HistoryKeeper {
 
  private:
   void takeDirectory();
-  void readBack();
+  HistoryRead readInto(bool poolGrows) const;
+  void readBack(bool poolGrows);
   void noteReadBack(HistoryRead const& read) const;
   void handleTimer();
   void startChild();

@@ -2,6 +2,7 @@
 #include "agent/record/InterfaceHistory.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace Agent {
 
@@ -26,6 +27,12 @@ std::vector<InterfaceHistory> interfaceHistories(Vorn::CongestionData const& rec
     return one.lost != other.lost ? one.lost > other.lost : one.name < other.name;
   });
   return all;
+}
+
+Kes::U64 lostOf(std::vector<InterfaceHistory> const& interfaces, std::size_t from) {
+  auto const add = [](Kes::U64 sum, InterfaceHistory const& history) { return sum + history.lost; };
+  return std::accumulate(interfaces.begin() + static_cast<std::ptrdiff_t>(from), interfaces.end(),
+                         Kes::U64{0}, add);
 }
 
 std::string recordsText(Kes::U64 count) {

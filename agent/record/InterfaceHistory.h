@@ -18,6 +18,9 @@ struct InterfaceHistory {
 // Those of all interfaces that have a log: the one that has lost most first, by name among equals.
 std::vector<InterfaceHistory> interfaceHistories(Vorn::CongestionData const& recorder);
 
+// Records that those from a place on have lost.
+Kes::U64 lostOf(std::vector<InterfaceHistory> const& interfaces, std::size_t from);
+
 // "1 record", "2 records".
 std::string recordsText(Kes::U64 count);
 

@@ -2,7 +2,6 @@
 #include "agent/record/ReportFooter.h"
 
 #include <algorithm>
-#include <numeric>
 #include <regex>
 #include <string>
 #include <vector>
@@ -101,11 +100,9 @@ Kes::String footerFor(CommandOptions const& options, Vorn::CongestionData const&
                 .str();
   }
   if (holes.size() == named) return text;
-  auto const lost = [](U64 sum, InterfaceHistory const& hole) { return sum + hole.lost; };
-  U64 const rest =
-      std::accumulate(holes.begin() + static_cast<std::ptrdiff_t>(named), holes.end(), U64{0}, lost);
-  return text +
-         Kes::format("  and %u more, of which %s are lost\n", holes.size() - named, recordsText(rest)).str();
+  return text + Kes::format("  and %u more, of which %s are lost\n", holes.size() - named,
+                            recordsText(lostOf(holes, named)))
+                    .str();
 }
 
 }  // namespace Agent

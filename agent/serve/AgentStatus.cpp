@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <numeric>
 #include <string_view>
 
 #include "Kes/Format.h"
@@ -37,12 +36,6 @@ std::string utcText(Microseconds time) {
   char text[32];
   std::size_t const size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
   return Kes::format("%s.%06uZ", std::string_view(text, size), time.value() % inSecond).str();
-}
-
-U64 lostOf(std::vector<InterfaceHistory> const& interfaces, std::size_t from) {
-  auto const add = [](U64 sum, InterfaceHistory const& history) { return sum + history.lost; };
-  return std::accumulate(interfaces.begin() + static_cast<std::ptrdiff_t>(from), interfaces.end(), U64{0},
-                         add);
 }
 
 std::string lossText(std::vector<InterfaceHistory> const& interfaces, LocalZone& zone) {
