@@ -8,9 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "Vorn/Config.h"
-#include "Vorn/HardwareStatus.h"
-
 namespace Agent {
 
 // Two queue lengths in bytes: high >= low.
@@ -98,13 +95,5 @@ Thresholds const* thresholdsFor(AgentOptions const& options, std::string const& 
 // What an operator is told at start: which interfaces the options name that are not among those of the
 // machine.
 std::vector<std::string> remarksOn(AgentOptions const& options, std::vector<std::string> const& present);
-
-// The recorder's inputs that these options make: what the operator set, but for the thresholds of single
-// interfaces, and what this host has by default.
-Vorn::Config::Ptr configOf(AgentOptions const& options);
-Vorn::Hardware::Status::Ptr hardwareStatusOf(AgentOptions const& options);
-// The same for those that there are.
-void configIs(Vorn::Config& config, AgentOptions const& options);
-void hardwareStatusIs(Vorn::Hardware::Status& status, AgentOptions const& options);
 
 }  // namespace Agent

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "agent/ConfigFile.h"
+#include "agent/RecorderInputs.h"
 #include "agent/base/Journal.h"
 #include "agent/base/Printable.h"
 

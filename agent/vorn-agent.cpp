@@ -24,6 +24,7 @@
 #include "Vorn/Trace.h"
 #include "agent/AgentOptions.h"
 #include "agent/LiveSettings.h"
+#include "agent/RecorderInputs.h"
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/Journal.h"

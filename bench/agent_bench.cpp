@@ -19,7 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "agent/AgentOptions.h"
+#include "agent/RecorderInputs.h"
 #include "agent/base/AgentClock.h"
 #include "agent/base/EventLoop.h"
 #include "agent/base/UnixSocket.h"
