@@ -3,7 +3,7 @@
 #include <array>
 
 #include "Kes/ByName/GenericValue.h"
-#include "agent/byname/JsonStream.h"
+#include "agent/base/JsonStream.h"
 #include "agent/byname/ObjectOutput.h"
 
 namespace Agent {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Kes/ByName/TypeRegistry.h"
-#include "agent/byname/JsonStream.h"
+#include "agent/base/JsonStream.h"
 #include "agent/byname/ObjectNames.h"
 
 namespace Agent {

@@ -7,7 +7,7 @@
 
 #include "Kes/Format.h"
 #include "agent/base/Printable.h"
-#include "agent/byname/JsonStream.h"
+#include "agent/base/JsonStream.h"
 #include "agent/record/LocalZone.h"
 
 namespace Agent {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "agent/byname/JsonStream.h"
+#include "agent/base/JsonStream.h"
 
 #include <rapidjson/encodings.h>
 #include <rapidjson/filewritestream.h>
