@@ -21,7 +21,7 @@
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/LocalZone.h"
-#include "agent/record/ReportColumns.h"
+#include "agent/record/RecordColumns.h"
 #include "tests/support.h"
 
 namespace {
@@ -89,8 +89,11 @@ class Feed : public testing::Test {
   // queue.
   std::string lines() const {
     std::string const all = ::Test::Bench::written([&](auto* out) {
-      for (auto const* record : records())
-        record->dumpEntry(out, std::to_string(since(record->timestamp())).c_str(), "eth0", true);
+      for (auto const* record : records()) {
+        RecordRow row = record->row("eth0");
+        row.timestamp = since(record->timestamp());
+        writeCsvLine(out, row);
+      }
     });
     return std::regex_replace(all, std::regex("record,eth0,1:10,65552,,(.*)\n"), "$1;");
   }
@@ -461,7 +464,7 @@ TEST(Lines, StandUnderTheirTitlesAndHaveAllFields) {
 2025-03-01 14:07:09.000042 eth0         1:10       2.010 ms      7
 eüx??        1:20            0
 record,eth0,1:10,65552,,1740830829000042,2010,25000,31000,2000,7
-global,N/A,,,,9,0,0,0,,0
+global,N/A,,,,0,0,0,0,,0
 start,"a,""b",root,0,,0,,,,,
 )");
   std::FILE* const full = std::fopen("/dev/full", "w");

@@ -2,7 +2,7 @@
 #include "agent/record/LinuxEntry.h"
 
 #include "agent/base/Saturated.h"
-#include "agent/record/ReportColumns.h"
+#include "agent/record/RecordColumns.h"
 
 namespace Agent {
 
@@ -36,84 +36,36 @@ Kes::String LinuxEntry::handleName() const {
   return handle_ == 0 ? Kes::String() : Kes::String(QueueName::ofHandle(handle_).text());
 }
 
-S32 LinuxEntry::dumpEntry(VoidPtr filePtr, CharPtrConst elapsedTime, CharPtrConst intfName,
-                          bool cvsFormat) const {
-  if (cvsFormat) return dumpCsv(filePtr, elapsedTime, intfName);
-  ReportLine line = lineFor(intfName);
-  line.addNumber(columns::length, qLen(), " B");
-  line.addNumber(columns::peakBound, peakBound_, " B");
-  line.addMilliseconds(columns::duration, duration());
-  addLatency(line);
-  line.addNumber(columns::drops, drops_, "");
-  return line.write(filePtr);
+RecordRow LinuxEntry::row(std::string_view interface) const {
+  return {.kind = queue_ == noQueue ? RecordRow::Kind::global : RecordRow::Kind::record,
+          .interface = interface,
+          .queue = queue_,
+          .handle = handle_,
+          .timestamp = timestamp().value(),
+          .duration = duration().value(),
+          .length = qLen(),
+          .peakBound = peakBound_,
+          .latency = latency_,
+          .drops = drops_};
 }
 
-S32 LinuxEntry::dumpCsv(VoidPtr filePtr, CharPtrConst elapsedTime, CharPtrConst intfName) const {
-  ReportLine line;
-  if (queue_ == noQueue) {
-    line.addField("global");
-    line.addField(intfName);
-    line.addEmptyFields(3);
-  } else {
-    line.addField("record");
-    line.addField(intfName);
-    line.addField(QueueName::ofKey(queue_).text());
-    line.addField(queue_);
-    if (handle_ != 0)
-      line.addField(QueueName::ofHandle(handle_).text());
-    else
-      line.addEmptyFields(1);
-  }
-  line.addField(elapsedTime);
-  line.addField(duration().value());
-  line.addField(qLen());
-  line.addField(peakBound_);
-  if (latency_ != 0)
-    line.addField(latency_);
-  else
-    line.addEmptyFields(1);
-  line.addField(drops_);
-  return line.write(filePtr);
+S32 LinuxEntry::dumpEntry(VoidPtr filePtr, CharPtrConst, CharPtrConst intfName, bool cvsFormat) const {
+  auto* const out = static_cast<std::FILE*>(filePtr);
+  return cvsFormat ? writeCsvLine(out, row(intfName))
+                   : writeTextLine(out, row(intfName), RecordView::records);
 }
 
 S32 LinuxEntry::dumpDrops(VoidPtr filePtr, CharPtrConst, CharPtrConst intfName) const {
   if (drops_ == 0) return 1;
-  ReportLine line = lineFor(intfName);
-  line.addMilliseconds(columns::duration, duration());
-  line.addNumber(columns::drops, drops_, "");
-  return line.write(filePtr);
+  return writeTextLine(static_cast<std::FILE*>(filePtr), row(intfName), RecordView::drops);
 }
 
 S32 LinuxEntry::dumpTxLatency(VoidPtr filePtr, CharPtrConst, CharPtrConst intfName) const {
-  ReportLine line = lineFor(intfName);
-  line.addNumber(columns::length, qLen(), " B");
-  addLatency(line);
-  return line.write(filePtr);
+  return writeTextLine(static_cast<std::FILE*>(filePtr), row(intfName), RecordView::latency);
 }
 
 S32 LinuxEntry::dumpGlobalBuffer(VoidPtr filePtr, CharPtrConst) const {
-  ReportLine line;
-  line.addTime(columns::time, timestamp());
-  line.addNumber(columns::length, qLen(), " B");
-  line.addNumber(columns::peakBound, peakBound_, " B");
-  line.addMilliseconds(columns::duration, duration());
-  line.addNumber(columns::drops, drops_, "");
-  return line.write(filePtr);
-}
-
-ReportLine LinuxEntry::lineFor(CharPtrConst intfName) const {
-  ReportLine line;
-  line.addTime(columns::time, timestamp());
-  line.addText(columns::interface, intfName);
-  line.addText(columns::queue, QueueName::ofKey(queue_).text());
-  return line;
-}
-
-void LinuxEntry::addLatency(ReportLine& line) const {
-  if (latency_ != 0)
-    line.addMilliseconds(columns::latency, Vorn::Microseconds(latency_));
-  else
-    line.addText(columns::latency, "-");
+  return writeTextLine(static_cast<std::FILE*>(filePtr), row(""), RecordView::global);
 }
 
 }  // namespace Agent

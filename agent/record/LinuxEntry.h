@@ -5,7 +5,7 @@
 #include "Vorn/Entry.h"
 #include "agent/record/CongestionUpdate.h"
 #include "agent/record/QueueName.h"
-#include "agent/record/ReportLine.h"
+#include "agent/record/RecordRow.h"
 
 namespace Agent {
 
@@ -14,7 +14,7 @@ namespace Agent {
 // the sampled peak had to wait. Records of the global buffer are the sum over all queues; their queue is
 // noQueue.
 //
-// Every writer puts out one line, as told in ReportColumns.h, and returns 0, or -1 when the stream fails. The
+// Every writer puts out one line, as told in RecordColumns.h, and returns 0, or -1 when the stream fails. The
 // drops report is about records with drops: for others its writer puts out nothing and returns 1.
 class LinuxEntry final : public Vorn::Entry {
  public:
@@ -41,6 +41,8 @@ class LinuxEntry final : public Vorn::Entry {
   Kes::U32 drops() const { return drops_; }
   // Microseconds that the last byte of qLen waited until it had left; 0 while unknown.
   Kes::U32 latency() const { return latency_; }
+  // For every form of report; `open` is not for the record to know.
+  RecordRow row(std::string_view interface) const;
 
   Kes::S32 dumpEntry(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime, Kes::CharPtrConst intfName,
                      bool cvsFormat) const override;
@@ -54,10 +56,6 @@ class LinuxEntry final : public Vorn::Entry {
   ~LinuxEntry() override;
 
  private:
-  Kes::S32 dumpCsv(Kes::VoidPtr filePtr, Kes::CharPtrConst elapsedTime, Kes::CharPtrConst intfName) const;
-  ReportLine lineFor(Kes::CharPtrConst intfName) const;
-  void addLatency(ReportLine& line) const;
-
   QueueKey const queue_;
   Kes::U32 const handle_;
   Kes::U32 peakBound_;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/record/LinuxPortMetaDataDumper.h"
 
-#include "agent/record/QueueName.h"
-#include "agent/record/ReportColumns.h"
+#include "agent/record/RecordColumns.h"
 
 namespace Agent {
 
@@ -10,33 +9,28 @@ LinuxPortMetaDataDumper::~LinuxPortMetaDataDumper() = default;
 
 Kes::S32 LinuxPortMetaDataDumper::dumpStartMetaData(Vorn::PortMetaData const* portMetaData,
                                                     Kes::VoidPtr stream, bool csvFormat) const {
-  std::string_view const interface = portMetaData->intfId().shortName().view();
-  QueueName const queue = QueueName::ofKey(portMetaData->identifier());
-  ReportLine line;
-  if (csvFormat) {
-    line.addField("start");
-    line.addField(interface);
-    line.addField(queue.text());
-    line.addField(portMetaData->identifier());
-    line.addEmptyFields(1);
-    line.addField(portMetaData->timeOfCongestionStart().value());
-    line.addEmptyFields(5);
-  } else {
-    line.addTime(columns::time, portMetaData->timeOfCongestionStart());
-    line.addText(columns::interface, interface);
-    line.addText(columns::queue, queue.text());
-    line.addText({"", 0, Column::Align::left}, "congested since then, first records overwritten");
-  }
-  return line.write(stream);
+  auto* const out = static_cast<std::FILE*>(stream);
+  RecordRow const row = startRow(*portMetaData);
+  return csvFormat ? writeCsvLine(out, row) : writeTextLine(out, row, RecordView::start);
 }
 
 Kes::S32 LinuxPortMetaDataDumper::dumpStatistics(Vorn::PortMetaData const* portMetaData,
                                                  Kes::VoidPtr stream) const {
   ReportLine line;
-  line.addText(columns::interface, portMetaData->intfId().shortName().view());
-  line.addText(columns::queue, QueueName::ofKey(portMetaData->identifier()).text());
-  line.addNumber(columns::bursts, portMetaData->counter(), "");
+  statisticsText.addCells(line, statisticsRow(*portMetaData));
   return line.write(stream);
+}
+
+RecordRow startRow(Vorn::PortMetaData const& queue) {
+  return {.kind = RecordRow::Kind::start,
+          .open = true,
+          .interface = queue.intfId().shortName().view(),
+          .queue = queue.identifier(),
+          .timestamp = queue.timeOfCongestionStart().value()};
+}
+
+StatisticsRow statisticsRow(Vorn::PortMetaData const& queue) {
+  return {queue.intfId().shortName().view(), queue.identifier(), queue.counter()};
 }
 
 }  // namespace Agent

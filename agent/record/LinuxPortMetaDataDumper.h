@@ -2,6 +2,8 @@
 #pragma once
 
 #include "Vorn/PortMetaDataDumper.h"
+#include "agent/record/RecordRow.h"
+#include "agent/record/StatisticsColumns.h"
 
 namespace Agent {
 
@@ -18,5 +20,9 @@ class LinuxPortMetaDataDumper final : public Vorn::PortMetaDataDumper {
  protected:
   ~LinuxPortMetaDataDumper() override;
 };
+
+// The same as rows, for every form of report. The interface's name is that object's.
+RecordRow startRow(Vorn::PortMetaData const& queue);
+StatisticsRow statisticsRow(Vorn::PortMetaData const& queue);
 
 }  // namespace Agent

@@ -16,6 +16,13 @@ LocalZone::LocalZone(std::time_t moment) {
   offsetText_.assign(text_.data(), std::exchange(length_, 0)).insert(3, ":");
 }
 
+LocalZone LocalZone::utc() {
+  LocalZone zone;
+  zone.letters_ = "UTC";
+  zone.offsetText_ = "+00:00";
+  return zone;
+}
+
 LocalZone& LocalZone::ofReports() {
   static LocalZone zone(std::time(nullptr));
   return zone;
@@ -47,6 +54,13 @@ std::string_view LocalZone::moment(Vorn::Microseconds time) {
   for (std::size_t i = whole + digits; i > whole; --i, rest /= 10)
     text_[i] = static_cast<char>('0' + rest % 10);
   return {text_.data(), whole + 1 + digits};
+}
+
+std::string rfc3339(Vorn::Microseconds time) {
+  LocalZone zone = LocalZone::utc();
+  std::string text(zone.moment(time));
+  text[text.find(' ')] = 'T';
+  return text + 'Z';
 }
 
 }  // namespace Agent

@@ -18,8 +18,10 @@ class LocalZone {
   // As the environment's zone (tzset) is at that moment.
   explicit LocalZone(std::time_t moment);
 
-  // The one of this process's reports: that of the moment at which it is first asked for. Each report is
-  // written by a process of its own.
+  static LocalZone utc();
+
+  // The one of this process's reports: that of the moment at which it is first asked for, unless it is set to
+  // another one before. Each report is written by a process of its own.
   static LocalZone& ofReports();
 
   // "CET, +01:00"; "+05:45" for a zone whose name is a number.
@@ -30,13 +32,21 @@ class LocalZone {
   // "2025-03-01 14:07:09.000042", likewise.
   std::string_view moment(Vorn::Microseconds time);
 
+  // Seconds east of Greenwich.
+  long offset() const { return offset_; }
+
  private:
+  LocalZone() = default;
+
   std::string letters_;
   std::string offsetText_;
-  long offset_;  // seconds east of Greenwich
+  long offset_ = 0;
   std::time_t lastSecond_ = -1;
   std::array<char, 32> text_{};
   std::size_t length_ = 0;
 };
+
+// The moment in UTC: "2025-03-01T13:07:09.000042Z".
+std::string rfc3339(Vorn::Microseconds time);
 
 }  // namespace Agent

@@ -37,6 +37,12 @@ std::size_t charactersIn(std::string_view text) {
 
 }  // namespace
 
+ReportLine::Align ReportLine::alignOf(Unit unit) {
+  bool const isText =
+      unit == Unit::name || unit == Unit::flag || unit == Unit::moment || unit == Unit::rfc3339;
+  return isText ? Align::left : Align::right;
+}
+
 void ReportLine::append(std::string_view text) {
   // Room for the newline stays.
   std::size_t const count = std::min(text.size(), text_.size() - 1 - length_);
@@ -56,42 +62,78 @@ void ReportLine::pad(std::size_t count) {
   length_ += count;
 }
 
-void ReportLine::separate(std::string_view separator) {
-  if (length_ != 0) append(separator);
+void ReportLine::beginColumn() {
+  if (length_ != 0) append(columnGap);
 }
 
-void ReportLine::addText(Column const& column, std::string_view text) {
-  separate(columnGap);
+void ReportLine::addText(Align align, std::size_t width, std::string_view text) {
+  beginColumn();
   auto const begin = text_.begin() + static_cast<std::ptrdiff_t>(length_);
   appendName(text);
   auto const end = text_.begin() + static_cast<std::ptrdiff_t>(length_);
-  pad(column.width - std::min(column.width, charactersIn({begin, end})));
-  if (column.align == Column::Align::right)
-    std::rotate(begin, end, text_.begin() + static_cast<std::ptrdiff_t>(length_));
+  pad(width - std::min(width, charactersIn({begin, end})));
+  if (align == Align::right) std::rotate(begin, end, text_.begin() + static_cast<std::ptrdiff_t>(length_));
 }
 
-void ReportLine::addNumber(Column const& column, U64 number, std::string_view unit) {
+void ReportLine::addNumber(std::size_t width, U64 number, std::string_view unit) {
   Decimal const digits(number);
-  separate(columnGap);
-  std::size_t const width = digits.text().size() + unit.size();
-  pad(column.width - std::min(column.width, width));
+  beginColumn();
+  std::size_t const used = digits.text().size() + unit.size();
+  pad(width - std::min(width, used));
   append(digits.text());
   append(unit);
 }
 
-void ReportLine::addTime(Column const& column, Vorn::Microseconds time) {
-  addText(column, LocalZone::ofReports().moment(time));
-}
-
-void ReportLine::addMilliseconds(Column const& column, Vorn::Microseconds time) {
+void ReportLine::addMilliseconds(std::size_t width, U64 microseconds) {
   std::array<char, 7> fraction = {'.', '0', '0', '0', ' ', 'm', 's'};
-  U64 rest = time.value() % 1000;
+  U64 rest = microseconds % 1000;
   for (std::size_t i = 3; i > 0; --i, rest /= 10) fraction[i] = static_cast<char>('0' + rest % 10);
-  addNumber(column, time.value() / 1000, {fraction.data(), fraction.size()});
+  addNumber(width, microseconds / 1000, {fraction.data(), fraction.size()});
 }
 
-void ReportLine::addField(std::string_view text) {
-  separate(",");
+void ReportLine::addPercent(std::size_t width, U64 millionths) {
+  U64 const hundredths = (millionths + 50) / 100;
+  std::array<char, 5> const fraction = {'.', static_cast<char>('0' + hundredths / 10 % 10),
+                                        static_cast<char>('0' + hundredths % 10), ' ', '%'};
+  addNumber(width, hundredths / 100, {fraction.data(), fraction.size()});
+}
+
+void ReportLine::addCell(Unit unit, std::size_t width, ReportValue const& value) {
+  if (auto const* const text = std::get_if<std::string_view>(&value))
+    return addText(Align::left, width, *text);
+  if (auto const* const name = std::get_if<QueueName>(&value))
+    return addText(Align::left, width, name->text());
+  auto const* const number = std::get_if<U64>(&value);
+  if (number == nullptr) return addText(alignOf(unit), width, "-");
+  switch (unit) {
+    case Unit::moment:
+      return addText(Align::left, width, LocalZone::ofReports().moment(Vorn::Microseconds(*number)));
+    case Unit::rfc3339: return addText(Align::left, width, rfc3339(Vorn::Microseconds(*number)));
+    case Unit::microseconds: return addMilliseconds(width, *number);
+    case Unit::millionths: return addPercent(width, *number);
+    case Unit::flag: return addText(Align::left, width, *number != 0 ? "yes" : "no");
+    case Unit::bytes: return addNumber(width, *number, " B");
+    case Unit::name:
+    case Unit::count:
+    case Unit::packets: return addNumber(width, *number, "");
+  }
+}
+
+void ReportLine::addTitle(Unit unit, std::string_view title, std::size_t width) {
+  if (unit != Unit::moment) return addText(alignOf(unit), width, title);
+  addText(Align::left, width, std::string(title) + " (" + LocalZone::ofReports().name() + ")");
+}
+
+void ReportLine::addWords(std::string_view words) { addText(Align::left, 0, words); }
+
+void ReportLine::addField(ReportValue const& value) {
+  if (fields_++ != 0) append(",");
+  if (auto const* const number = std::get_if<U64>(&value)) return append(Decimal(*number).text());
+  if (auto const* const name = std::get_if<QueueName>(&value)) return addFieldText(name->text());
+  if (auto const* const text = std::get_if<std::string_view>(&value)) addFieldText(*text);
+}
+
+void ReportLine::addFieldText(std::string_view text) {
   // Most are, and one pass is all they need.
   auto const isPlain = [](char c) { return c >= ' ' && c <= '~' && c != ',' && c != '"'; };
   if (std::all_of(text.begin(), text.end(), isPlain)) return append(text);
@@ -99,15 +141,6 @@ void ReportLine::addField(std::string_view text) {
   std::string quoted = "\"";
   for (char const c : text) quoted.append(c == '"' ? 2 : 1, c);
   appendName(quoted += '"');
-}
-
-void ReportLine::addField(U64 number) {
-  separate(",");
-  append(Decimal(number).text());
-}
-
-void ReportLine::addEmptyFields(int count) {
-  for (int i = 0; i < count; ++i) append(",");
 }
 
 Kes::S32 ReportLine::write(Kes::VoidPtr stream) {

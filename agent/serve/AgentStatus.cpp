@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "Kes/Format.h"
-#include "agent/base/Printable.h"
 #include "agent/base/JsonStream.h"
+#include "agent/base/Printable.h"
 #include "agent/record/LocalZone.h"
 
 namespace Agent {
@@ -26,16 +26,6 @@ std::string durationText(std::chrono::microseconds duration) {
   U64 const seconds = static_cast<U64>(duration.count()) / inSecond;
   std::string const days = seconds < 86'400 ? "" : std::to_string(seconds / 86'400) + " d ";
   return days + Kes::format("%02u:%02u:%02u", seconds / 3600 % 24, seconds / 60 % 60, seconds % 60).str();
-}
-
-// RFC 3339.
-std::string utcText(Microseconds time) {
-  std::time_t const seconds = secondsOf(time);
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  char text[32];
-  std::size_t const size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
-  return Kes::format("%s.%06uZ", std::string_view(text, size), time.value() % inSecond).str();
 }
 
 std::string lossText(std::vector<InterfaceHistory> const& interfaces, LocalZone& zone) {
@@ -85,7 +75,7 @@ class Members {
   // Once as text, once as a number.
   Members& time(std::string const& key, Microseconds value) {
     bool const known = value != Microseconds(0);
-    text(key, known ? utcText(value) : "");
+    text(key, known ? rfc3339(value) : "");
     json_.key(key + "_us");
     known ? json_.number(value.value()) : json_.null();
     return *this;

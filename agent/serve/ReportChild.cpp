@@ -22,7 +22,7 @@
 #include "agent/base/Printable.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/record/InterfaceMatch.h"
-#include "agent/record/ReportColumns.h"
+#include "agent/record/RecordColumns.h"
 #include "agent/record/ReportFooter.h"
 
 namespace Agent {

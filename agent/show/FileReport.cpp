@@ -22,7 +22,7 @@
 #include "agent/record/InterfaceMatch.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
-#include "agent/record/ReportColumns.h"
+#include "agent/record/RecordColumns.h"
 #include "agent/record/ReportFooter.h"
 #include "agent/show/PrintableOutput.h"
 

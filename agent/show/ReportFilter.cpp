@@ -66,7 +66,7 @@ struct StatisticsLine {
     ReportLine fields;
     fields.addField(interface);
     fields.addField(queue);
-    fields.addField(QueueName::keyOf(queue));
+    fields.addField(Kes::U64{QueueName::keyOf(queue)});
     fields.addField(counter);
     return std::string(fields.text()) + '\n';
   }
