@@ -124,7 +124,7 @@ void serve(Agent::AgentOptions const& options) {
   Kes::U64 changesByName = 0;
   server.emplace(loop, options.socketPath, recorder,
                  Agent::OwnRequests(
-                     recorder, agentStatus, [&settings] { return settings->listing(); },
+                     recorder, agentStatus, [&settings] { return settings->listing(); }, presentInterfaces,
                      [&changesByName] { ++changesByName; }),
                  presentInterfaces, Agent::clientLimitsOf(options));
   settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});

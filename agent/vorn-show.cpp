@@ -5,19 +5,24 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "Vorn/CommandOptions.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
+#include "agent/base/Saturated.h"
 #include "agent/base/StandardStreams.h"
 #include "agent/base/UnixSocket.h"
 #include "agent/history/HistoryFile.h"
+#include "agent/query/TimeText.h"
 #include "agent/show/FileReport.h"
 #include "agent/show/ShowClient.h"
+#include "agent/show/Terminal.h"
 
 namespace {
 
@@ -31,6 +36,8 @@ using Report = Agent::ShowOptions::Report;
 struct CommandLine {
   Agent::ShowOptions options;
   std::vector<std::string> interfaceLists;
+  std::string minDuration;
+  std::string minLatency;
   std::string path;  // of set, in front of the value
   std::string socketPath;
   std::string filePath;  // answers in place of an agent
@@ -42,26 +49,63 @@ struct OutputClosed {
   int reason;
 };
 
-void addOptions(CLI::App& app, CommandLine& line) {
-  Agent::ShowOptions& options = line.options;
+// Which records.
+void addFilters(CLI::App& app, CommandLine& line) {
+  Agent::Query& query = line.options.query;
   app.add_option("-i,--interface", line.interfaceLists, "Only these interfaces: names, separated by commas")
       ->allow_extra_args(false)
       ->type_name("LIST");
-  app.add_option("-m,--match", options.patterns,
+  app.add_option("-m,--match", query.patterns,
                  "Only interfaces whose whole short name matches it (repeatable)")
       ->allow_extra_args(false)
       ->type_name("PATTERN");
-  app.add_option("-t,--last", options.lastSeconds, "history: only records of the last SECONDS")
-      ->type_name("SECONDS");
-  app.add_option("-n,--count", options.count, "history: only the N newest lines, --all's among them")
+  app.add_option("-q,--queue", query.queues, "Only this queue, as tc names it: 1:20, root (repeatable)")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  app.add_option("--since", query.since,
+                 "From then on: 14:05, yesterday, -2h, 2026-11-23 14:05:10.5, @SECONDS")
+      ->type_name("TIME");
+  app.add_option("--until", query.until, "Up to then, likewise")->type_name("TIME");
+  app.add_option("-t,--last", query.last, "Only the last seconds, or 5min, 1h 30min, 2d")->type_name("SPAN");
+  app.add_option("--min-length", query.minLength, "Only bursts whose backlog reached so many bytes")
+      ->type_name("BYTES");
+  app.add_option("--min-duration", line.minDuration, "Only bursts that lasted so long: 5ms, 2s")
+      ->type_name("SPAN");
+  app.add_option("--min-latency", line.minLatency, "Only bursts whose last byte waited so long")
+      ->type_name("SPAN");
+  app.add_flag("-d,--drops", query.drops, "Only bursts in which packets were dropped");
+}
+
+// In which order and form.
+void addForms(CLI::App& app, CommandLine& line) {
+  Agent::ShowOptions& options = line.options;
+  app.add_option("--sort", options.sort, "By time, length, duration, latency or drops, the largest first")
+      ->type_name("ORDER");
+  app.add_flag("-r,--reverse", options.query.reverse, "The other way round");
+  app.add_option("-n,--count", options.query.count, "Only the first N lines; by time: the newest")
       ->type_name("N");
-  app.add_flag("-d,--drops", options.drops, "history: packets dropped");
-  app.add_flag("-l,--latency", options.latency, "history: transmit latency");
-  app.add_flag("-a,--all", options.all,
-               "history: the global buffer's as well; get: everything below the path");
-  app.add_flag("-c,--csv", options.csv, "history, stats, global: comma-separated, with column names");
-  app.add_flag("-j,--json", options.json, "status, types, type, get: as JSON, for programs");
+  app.add_flag("-l,--latency", options.query.latency, "history: transmit latency");
+  app.add_flag("-a,--all", options.query.all,
+               "The sum over all queues as well; get: everything below the path");
+  app.add_flag("--utc", options.query.utc, "Times in UTC, not local");
+  app.add_flag("-c,--csv", options.csv, "Comma-separated, with column names");
+  app.add_flag("-j,--json", options.json, "As JSON, for programs");
+  app.add_option("--html", options.html, "timeline: a page for a browser, into a file (-: standard output)")
+      ->type_name("FILE");
+  app.add_option("--trace", options.trace, "history: a trace for ui.perfetto.dev, likewise")
+      ->type_name("FILE");
+  app.add_flag("--follow", options.follow, "history: the same as follow");
+  app.add_option("-w,--watch", options.watch, "top: again every so many seconds (2)")
+      ->expected(0, 1)
+      ->default_str("2")
+      ->check(CLI::Range(0.1, 86'400.0))
+      ->type_name("SECONDS");
   app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
+}
+
+void addOptions(CLI::App& app, CommandLine& line) {
+  addFilters(app, line);
+  addForms(app, line);
   app.add_option(
          "--socket", line.socketPath,
          "Default: $XDG_RUNTIME_DIR/vorn.sock, else " + std::string(Agent::Protocol::systemSocketPath))
@@ -100,6 +144,8 @@ void addReports(CLI::App& app, CommandLine& line) {
   app.require_subcommand(0, 1);
   app.fallthrough();  // options may stand before and after the report's name
   add("history", Report::history, "Congestion records, newest first (the default)");
+  add("top", Report::top, "A line a queue, the one that hurts most first");
+  add("timeline", Report::timeline, "A row a queue, time across, as a picture");
   add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
@@ -161,12 +207,14 @@ void saveTo(std::string const& path, std::string const& history) {
                      [&](std::FILE* out) { std::fwrite(history.data(), 1, history.size(), out); });
 }
 
-Agent::AnswerEnd save(int socket, std::string const& path) {
-  std::string history;
-  Agent::AnswerEnd end = Agent::fetchHistory(socket, history);
+// Into the file only once all of it is there.
+template <class Fetch>
+Agent::AnswerEnd fetchInto(std::string const& path, Fetch fetch) {
+  std::string bytes;
+  Agent::AnswerEnd end = fetch(bytes);
   if (end.kind != Agent::AnswerEnd::Kind::whole) return end;
   try {
-    saveTo(path, history);
+    saveTo(path, bytes);
   } catch (std::system_error const& error) {
     return {Agent::AnswerEnd::Kind::refused, error.what()};
   }
@@ -174,14 +222,32 @@ Agent::AnswerEnd save(int socket, std::string const& path) {
 }
 
 // A file that cannot be read is no agent that cannot be reached.
-Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& command) {
+Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& command,
+                          Agent::Output const& output) {
   try {
-    return Agent::reportFromFile(path, command, print);
+    return Agent::reportFromFile(path, command, output);
   } catch (std::system_error const& error) {
     return {Agent::AnswerEnd::Kind::refused, error.what()};
   } catch (std::bad_alloc const&) {
     return {Agent::AnswerEnd::Kind::refused, path + ": too large for the memory there is"};
   }
+}
+
+// Asks an agent, or the file.
+Agent::AnswerEnd ask(CommandLine const& line, Agent::ShowCommand const& command,
+                     Agent::Output const& output) {
+  if (!line.filePath.empty()) return fromFile(line.filePath, command, output);
+  Agent::FileDescriptor socket;
+  try {
+    socket = connectToAgent(line);
+  } catch (std::system_error const& error) {
+    return {Agent::AnswerEnd::Kind::noAnswer, std::string("cannot reach the agent: ") + error.what()};
+  }
+  if (command.file.empty()) return Agent::fetchReport(socket.get(), command, output);
+  std::string bytes;
+  Agent::AnswerEnd end = Agent::fetchBytes(socket.get(), command.request, bytes);
+  output(bytes);
+  return end;
 }
 
 int report(Agent::AnswerEnd const& end) {
@@ -190,21 +256,44 @@ int report(Agent::AnswerEnd const& end) {
   return complain(end.kind == Agent::AnswerEnd::Kind::noAnswer ? unreachable : refused, end.text);
 }
 
+// On a terminal in place of the report before, as much of it as there is room for.
+int watch(CommandLine const& line, Agent::ShowCommand const& command) {
+  auto const pause = std::chrono::duration<double>(*line.options.watch);
+  for (;;) {
+    Agent::Terminal const terminal = Agent::Terminal::ofStandardOutput();
+    std::string text;
+    Agent::AnswerEnd const end = ask(line, command, [&text](std::string_view bytes) { text += bytes; });
+    if (end.kind != Agent::AnswerEnd::Kind::whole)
+      text += "\nvorn-show: " + Agent::printable(end.text) + '\n';
+    if (terminal.isTerminal) print("\x1b[H\x1b[2J");
+    std::size_t at = 0;
+    for (unsigned left = terminal.lines - 1; at < text.size() && (left > 0 || !terminal.isTerminal); --left)
+      at = std::min(text.find('\n', at), text.size() - 1) + 1;
+    print(std::string_view(text).substr(0, at));
+    if (std::fflush(stdout) != 0) throw OutputClosed{errno};
+    std::this_thread::sleep_for(pause);
+  }
+}
+
 int show(CommandLine& line) {
+  Agent::ShowOptions& options = line.options;
   for (std::string const& list : line.interfaceLists) {
     if (list.empty()) throw Agent::UsageError("--interface is empty");
-    Vorn::split(list, ",", line.options.interfaces);
+    Vorn::split(list, ",", options.query.interfaces);
   }
-  Agent::ShowCommand const command = Agent::showCommandFor(line.options);
-  if (!line.filePath.empty()) return report(fromFile(line.filePath, command));
-  Agent::FileDescriptor socket;
-  try {
-    socket = connectToAgent(line);
-  } catch (std::system_error const& error) {
-    return complain(unreachable, std::string("cannot reach the agent: ") + error.what());
-  }
-  if (line.options.report == Report::save) return report(save(socket.get(), line.savePath));
-  return report(Agent::fetchReport(socket.get(), command, print));
+  if (!line.minDuration.empty()) options.query.minDuration = Agent::spanFrom(line.minDuration);
+  if (!line.minLatency.empty()) options.query.minLatency = Agent::saturated(Agent::spanFrom(line.minLatency));
+  Agent::Terminal const terminal = Agent::Terminal::ofStandardOutput();
+  options.query.width = terminal.columns;
+  options.query.ascii = terminal.ascii;
+  options.query.colour = terminal.colour && options.report == Report::timeline;
+  Agent::ShowCommand command = Agent::showCommandFor(options);
+  if (options.watch) return watch(line, command);
+  if (options.report == Report::save) command.file = line.savePath;
+  if (command.file.empty()) return report(ask(line, command, print));
+  return report(fetchInto(command.file, [&](std::string& bytes) {
+    return ask(line, command, [&bytes](std::string_view more) { bytes += more; });
+  }));
 }
 
 }  // namespace
@@ -225,6 +314,8 @@ int main(int argc, char** argv) {
     if (error.get_exit_code() == 0) return app.exit(error);
     return complain(usage, std::string(error.what()) + "; --help tells more");
   } catch (Agent::UsageError const& error) {
+    return complain(usage, error.what());
+  } catch (Agent::QueryError const& error) {
     return complain(usage, error.what());
   } catch (OutputClosed const& closed) {
     if (closed.reason == EPIPE) return done;

@@ -124,7 +124,7 @@ class FullRecorder {
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(
         recorder_, [&source] { return Agent::AgentStatus{.source = source.status()}; }, [] { return ""; },
-        [] {});
+        noInterfaces, [] {});
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
     Kes::U64 changes = 0;

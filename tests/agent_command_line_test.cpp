@@ -11,13 +11,10 @@
 #include <sstream>
 #include <tuple>
 
-#include "Pylo/IntfId.h"
-#include "Vorn/CommandOptions.h"
 #include "agent/AgentOptions.h"
 #include "agent/ConfigFile.h"
 #include "agent/base/FileDescriptor.h"
 #include "agent/base/Printable.h"
-#include "agent/show/ReportFilter.h"
 #include "agent/show/ShowClient.h"
 #include "agent/show/ShowCommand.h"
 
@@ -45,92 +42,45 @@ TEST(Printable, KeepsTextAndReplacesWhatATerminalObeys) {
   EXPECT_EQ(wholeCharacters("\x9b\x9b\x9b\x9b"), 4U);
 }
 
-TEST(ShowCommand, Quoting_selectsTheInterfaceOfThatNameAlone) {
-  std::vector<std::string> const names = {"br-c0ffee", "eth0.100", "veth+1",    "a|b", "x-i-t-s-d-l-b-a",
-                                          "csv0",      "Fabric",   "Ethernet1", "e",   "c[0]{1}",
-                                          "q?*^$()\\", "-c"};
-  for (std::string const& name : names) {
-    Vorn::CommandOptions const read = Vorn::parseCommand(showCommandFor({.interfaces = {name}}).request);
-    EXPECT_EQ(read.report, Vorn::CommandOptions::Report::text) << name;
-    EXPECT_FALSE(read.drops || read.latency || read.showAll || read.ageLimit || read.entryCount) << name;
-    ASSERT_EQ(read.interfacePatterns.size(), 1U) << name;
-    std::regex const pattern(read.interfacePatterns[0]);
-    for (std::string const& other : names) {
-      EXPECT_EQ(std::regex_match(Pylo::IntfId(other).shortName().str(), pattern), other == name)
-          << name << other;
-    }
-    EXPECT_FALSE(std::regex_match("eth0x100", pattern));
-  }
-}
-
 TEST(ShowCommand, Requests_andRefusals) {
-  EXPECT_EQ(showCommandFor({}).request, "");
-  EXPECT_EQ(showCommandFor({.interfaces = {"Ethernet1", "eth0"}, .lastSeconds = 30, .count = 5, .all = true})
-                .request,
-            "-iEt1,eth0 -t30 -s5 -a");
-  EXPECT_EQ(showCommandFor({.report = Report::globalBuffer, .csv = true}).request, "-i csv -a");
-  EXPECT_EQ(showCommandFor({.report = Report::statistics, .interfaces = {"eth0"}}).request, "-ieth0 -c");
+  EXPECT_EQ(showCommandFor({}).request, "query history form=text width=80");
+  EXPECT_EQ(
+      showCommandFor({.query = {.interfaces = {"Ethernet1", "-c"}, .last = "30", .all = true, .count = 5}})
+          .request,
+      "query history form=text interface=Ethernet1 interface=-c last=30 all=1 count=5 width=80");
+  EXPECT_EQ(showCommandFor({.report = Report::top, .json = true, .sort = "drops"}).request,
+            "query top form=json sort=drops width=80");
   EXPECT_EQ(showCommandFor({.report = Report::status, .json = true}).request, "status --json");
   EXPECT_EQ(showCommandFor({.report = Report::raw, .words = {"-iEt1", "csv"}}).request, "-iEt1 csv");
   std::vector<std::pair<ShowOptions, std::string>> const refused = {
-      {{.drops = true, .latency = true}, "are two reports"},
-      {{.latency = true, .all = true}, "the global buffer has neither"},
-      {{.count = 0}, "--count takes 1 or more"},
+      {{.query = {.latency = true}, .csv = true}, "--latency chooses columns of text"},
+      {{.query = {.latency = true, .all = true}}, "--all does not apply to --latency"},
+      {{.query = {.count = 0}}, "--count takes 1 or more"},
+      {{.query = {.since = "14:05", .last = "5"}}, "are two windows"},
+      {{.query = {.last = "0s"}}, "--last takes more than no time"},
+      {{.query = {.until = "noon"}}, "\"noon\" is no time"},
+      {{.query = {.queues = {"best"}}}, "\"best\" is no queue"},
+      {{.sort = "size"}, "--sort takes time, length"},
+      {{.csv = true, .json = true}, "are forms of a report"},
+      {{.report = Report::timeline, .sort = "time"}, "--sort does not apply to timeline"},
+      {{.html = "x"}, "--html applies to timeline"},
+      {{.report = Report::top, .json = true, .watch = 1}, "--watch is for people"},
       {{.report = Report::get, .depth = 0}, "--depth takes 1 or more"},
       {{.report = Report::get, .words = {"a\xc2\x9b"}}, "a control character"},
-      {{.report = Report::statistics, .lastSeconds = 3}, "--last does not apply to stats"},
-      {{.report = Report::globalBuffer, .interfaces = {"eth0"}}, "--interface does not apply to global"},
+      {{.report = Report::statistics, .query = {.last = "3"}}, "--last does not apply to stats"},
+      {{.report = Report::globalBuffer, .query = {.interfaces = {"eth0"}}},
+       "--interface does not apply to global"},
       {{.report = Report::raw, .csv = true, .words = {"csv"}}, "--csv does not apply to raw"},
-      {{.report = Report::config, .json = true}, "--json applies to status, types"},
-      {{.patterns = {"a["}}, "unmatched square bracket"},
-      {{.patterns = {"*"}}, "where .* is any text"}};
+      {{.report = Report::config, .json = true}, "--json does not apply to config"},
+      {{.query = {.patterns = {std::string(4100, 'x')}}}, "too complex"},
+      {{.query = {.patterns = {"a["}}}, "unmatched square bracket"},
+      {{.query = {.patterns = {"*"}}}, "where .* is any text"}};
   for (auto const& [options, part] : refused) {
     try {
       showCommandFor(options);
       ADD_FAILURE() << part;
     } catch (UsageError const& error) {
       EXPECT_NE(std::string(error.what()).find(part), std::string::npos) << error.what();
-    }
-  }
-}
-
-TEST(ReportFilter, Forms_whereverTheStreamIsCut) {
-  std::string const frame = "\nReport generated at 100.000000\n";
-  std::string const title = "Interface    Queue      Bursts\n";
-  std::string const eth0 = "eth0         1:20            7\n";
-  std::string const end = "\nGlobal Hit Count = 2\n";
-  std::string const text = title + eth0 + "br-c,1       root            9\n" + end;
-  std::string const quoted =
-      "interface,queue,queue_id,bursts\neth0,1:20,65568,7\n\"br-c,1\",root,0,9\nN/A,,,2\n";
-  std::string const global = "1999-12-31 23:59:59.000000 N/A          -\n";
-  std::string const records =
-      "Time (UTC, +00:00)\n" + global + "1999-12-31 23:59:58.000000 eth0         1:20\n";
-  std::string const footer = "\nfooter\n  eth0\n";
-  std::string const names = "columns\n";
-  std::string const old = "record,\"a,b\",root,0,,89999999,5,1,1,,0\n";
-  std::string const edge = "record,eth0,root,0,,90000000,5,1,1,,0\n";
-  std::string const start = "start,eth0,root,0,,100000000,,,,,\n";
-  std::string const ahead = "record,eth0,root,0,,100000001,5,1,1,,0\n";  // before the clock was set back
-  std::string const all = names + ahead + old + edge + start;
-  std::vector<std::tuple<ShowOptions, std::string, std::string>> const cases = {
-      {{}, text, frame + text},
-      {{.report = Report::statistics, .interfaces = {"eth0"}}, text, frame + title + eth0 + end},
-      {{.report = Report::statistics, .csv = true}, text, quoted},
-      {{.count = 2, .all = true}, records + global + footer, frame + records + footer},
-      {{.count = 4'294'967'295, .all = true}, records + global, frame + records + global},
-      {{.csv = true}, all, all},
-      {{.lastSeconds = 10, .csv = true}, all, names + edge + start},
-      {{.count = 2, .csv = true}, all, names + edge + start},
-      {{.lastSeconds = 10, .count = 1, .csv = true}, all, names + start}};
-  for (auto const& [options, report, expected] : cases) {
-    std::string const whole = frame + report;
-    for (std::size_t step : {std::size_t{1}, std::size_t{7}, whole.size()}) {
-      std::string got;
-      ReportFilter filter(showCommandFor(options).form, [&got](std::string_view bytes) { got += bytes; });
-      for (std::size_t at = 0; at < whole.size(); at += step)
-        filter.take(std::string_view(whole).substr(at, step));
-      filter.finish();
-      EXPECT_EQ(got, expected) << step;
     }
   }
 }

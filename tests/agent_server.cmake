@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 # The agent's command socket, its front door by name, its client, the command lines of both, and its saved history.
-foreach(name IN ITEMS agent_history_test agent_server_test agent_by_name_test agent_command_line_test)
+foreach(name IN ITEMS agent_history_test agent_query_test agent_server_test agent_by_name_test agent_command_line_test)
   add_executable(${name} ${name}.cpp)
   target_link_libraries(${name} PRIVATE vorn-agent-lib GTest::gtest_main)
   vorn_warnings(${name})

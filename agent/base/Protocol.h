@@ -12,6 +12,7 @@
 // csv"; an empty line asks for the whole history), or one of the agent's own:
 //
 //   status [--json]             what the agent itself is doing
+//   query REPORT NAME=VALUE...  a report of the history (agent/query/Query.h)
 //   save                        the whole history, as docs/history-format.md has it
 //   config                      the configuration in force, and where each value came from
 //   types [--json]              every registered type

@@ -20,7 +20,7 @@ class QueryError : public std::runtime_error {
 // What is asked of the history: which report, in which form, of what, in which order. It travels as one line
 // of text, so that it can be asked of an agent and of a saved history alike.
 struct Query {
-  enum class Report : Kes::U8 { history, stats, global, top, timeline, follow };
+  enum class Report : Kes::U8 { history, stats, global, top, timeline };
   enum class Form : Kes::U8 { text, csv, json, html, trace };
   enum class Order : Kes::U8 { time, length, duration, latency, drops };
 
@@ -52,12 +52,17 @@ struct Query {
   bool reverse = false;
   std::optional<Kes::U32> count{};
 
-  bool utc = false;     // times as text, and those of `since` and `until`, are UTC, not local
-  Kes::U32 width = 80;  // columns of the screen, of a timeline
-  bool colour = false;  // of a timeline as text
+  bool utc = false;  // times as text, and those of `since` and `until`, are UTC, not local
+  // Of pictures in text: the screen's columns, and what it can show.
+  Kes::U32 width = 80;
+  bool colour = false;
+  bool ascii = false;
 
   bool operator==(Query const&) const = default;
 };
+
+// "time", "length"... Throws QueryError.
+Query::Order orderFrom(std::string_view name);
 
 // The line for an agent: "query history form=json since=14:05 match=et.*". What stands in values is escaped,
 // so it may be any text.

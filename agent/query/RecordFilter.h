@@ -31,6 +31,7 @@ class RecordFilter {
   TimeWindow const& window() const { return window_; }
   // Of a short name.
   bool holdsInterface(std::string const& name);
+  bool holdsQueue(RecordRow const& row) const;
   // Of a record whose interface is held: all but the window.
   bool holdsFigures(RecordRow const& row) const;
   // Whether a burst lasted at some time in the window.

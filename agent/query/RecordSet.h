@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <functional>
 #include <optional>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Vorn/CongestionData.h"
+#include "Vorn/VornUtils.h"
 #include "agent/query/Query.h"
 #include "agent/query/RecordFilter.h"
 #include "agent/record/LinuxEntry.h"
@@ -15,44 +15,50 @@
 namespace Agent {
 
 // The records that a query finds, in its order: a list of references into a recorder that must not change
-// meanwhile (a report is written by a process of its own, over a snapshot).
+// meanwhile (a report is written by a process of its own, over a snapshot). It takes 24 bytes a record.
 class RecordSet {
  public:
-  // Throws as RecordFilter does.
+  // Throws std::logic_error where the recorder has records that are not this agent's.
   RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionData const& recorder);
 
   std::size_t size() const { return found_.size(); }
   RecordRow operator[](std::size_t place) const { return rowOf(found_[place]); }
+  // Those that the record at a place is judged by; 0 where none are known, as for a saved history.
+  Vorn::Thresholds thresholdsOf(std::size_t place) const;
 
-  // The neighbours of an empty window among the records that fit otherwise: the last one before it and the
-  // first behind it.
-  std::optional<RecordRow> before() const;
-  std::optional<RecordRow> after() const;
+  // The window with both its ends: without limits it begins with the earliest record, and ends at `now` or
+  // with the last one.
+  TimeWindow span(Kes::U64 now) const;
+
+  // Around an empty window, of the records that the filter holds otherwise: the one that ended last before it
+  // and the first behind it.
+  struct Neighbours {
+    std::optional<RecordRow> before{};
+    std::optional<RecordRow> after{};
+  };
+  Neighbours neighbours();
 
  private:
-  struct Log {
-    Vorn::PortData const* port;
-    std::string_view name;  // short, the port's own
-  };
-  // A record, or a queue whose congestion began before its interface's oldest record.
   struct Found {
-    Kes::U64 key;  // what it is ordered by
-    void const* what;
-    Kes::U32 log;
-    bool isStart;
-    bool open;
+    Kes::U64 key = 0;            // what it is ordered by
+    void const* what = nullptr;  // a LinuxEntry; of a start record a Vorn::PortMetaData
+    Kes::U32 log = 0;
+    bool isStart = false;
+    bool open = false;
   };
 
   RecordRow rowOf(Found const& found) const;
-  void addLog(Query const& query, RecordFilter& filter, Vorn::PortData const& port);
-  void addGlobal(RecordFilter const& filter, Vorn::GlobalBufferChunk const& log);
-  void consider(RecordFilter const& filter, RecordRow const& row, Found found);
+  template <class Tell>
+  void walk(Tell tell, bool hasSum, bool hasStarts);
+  template <class Tell>
+  void walkLog(Tell& tell, Vorn::PortData const& port, bool hasStarts);
   void order(Query const& query);
 
-  std::vector<Log> logs_;
+  RecordFilter& filter_;
+  Vorn::CongestionData const& recorder_;
+  bool const onlySum_;
+  std::vector<Vorn::PortData const*> logs_;  // of which records were looked at
   std::vector<Found> found_;
-  std::optional<Found> before_;
-  std::optional<Found> after_;
 };
 
 }  // namespace Agent

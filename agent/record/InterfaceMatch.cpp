@@ -5,12 +5,12 @@
 #include <regex>
 
 #include "Vorn/InterfacePattern.h"
+#include "agent/base/Printable.h"
 
 namespace Agent {
 
-std::optional<int> firstWithoutMatch(std::vector<std::string> const& patterns,
-                                     Vorn::CongestionData const& recorder,
-                                     std::vector<std::string> const& present) {
+std::string unmatchedPattern(std::vector<std::string> const& patterns, Vorn::CongestionData const& recorder,
+                             std::vector<std::string> const& present) {
   std::vector<std::string> names;
   for (auto const& member : recorder.portDataMap()) names.push_back(member.value->intfId().shortName().str());
   for (std::string const& name : present) names.push_back(Pylo::IntfId(name).shortName().str());
@@ -19,7 +19,7 @@ std::optional<int> firstWithoutMatch(std::vector<std::string> const& patterns,
     return std::none_of(names.begin(), names.end(),
                         [&](std::string const& name) { return std::regex_match(name, expression); });
   });
-  return first == patterns.end() ? std::nullopt : std::optional(static_cast<int>(first - patterns.begin()));
+  return first == patterns.end() ? "" : "no interface matches " + printable(*first, /*longest=*/200);
 }
 
 }  // namespace Agent

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,10 +8,9 @@
 
 namespace Agent {
 
-// The first of the patterns that means no interface: neither one that the recorder has a log of, nor one of
-// `present`. Throws std::regex_error for a pattern that is none.
-std::optional<int> firstWithoutMatch(std::vector<std::string> const& patterns,
-                                     Vorn::CongestionData const& recorder,
-                                     std::vector<std::string> const& present);
+// Where one of the patterns means no interface, neither one that the recorder has a log of nor one of
+// `present`: which, for people; empty otherwise. Throws std::regex_error for a pattern that is none.
+std::string unmatchedPattern(std::vector<std::string> const& patterns, Vorn::CongestionData const& recorder,
+                             std::vector<std::string> const& present);
 
 }  // namespace Agent

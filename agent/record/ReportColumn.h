@@ -22,6 +22,7 @@ struct ReportForms {
 };
 inline constexpr ReportForms everywhere{};
 inline constexpr ReportForms notInCsv{.csv = false};
+inline constexpr ReportForms textOnly{.csv = false, .json = false};
 
 // Where a column stands in the text reports: the smallest place first. `views` are those of the table's text
 // reports, one bit each, that have it; none where it has no title.

@@ -88,7 +88,10 @@ std::vector<InterfaceHistory> holesOf(CommandOptions const& options, Vorn::Conge
 
 Kes::String footerFor(CommandOptions const& options, Vorn::CongestionData const& recorder) {
   if (options.report != CommandOptions::Report::text) return {};
-  std::vector<InterfaceHistory> const holes = holesOf(options, recorder);
+  return holesText(holesOf(options, recorder));
+}
+
+std::string holesText(std::vector<InterfaceHistory> const& holes) {
   if (holes.empty()) return {};
   std::string text = "\nNot all of this history is left, as the pool of records was too small:\n";
   std::size_t const named = std::min(holes.size(), mostNamed);

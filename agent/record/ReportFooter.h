@@ -4,6 +4,7 @@
 #include "Kes/String.h"
 #include "Vorn/CommandOptions.h"
 #include "Vorn/CongestionData.h"
+#include "agent/record/InterfaceHistory.h"
 
 namespace Agent {
 
@@ -14,5 +15,8 @@ namespace Agent {
 //
 // Throws std::regex_error for a bad interface pattern, as the report does.
 Kes::String footerFor(Vorn::CommandOptions const& options, Vorn::CongestionData const& recorder);
+
+// The same of the interfaces whose history has such holes; nothing for none.
+std::string holesText(std::vector<InterfaceHistory> const& holes);
 
 }  // namespace Agent

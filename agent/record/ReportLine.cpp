@@ -38,9 +38,8 @@ std::size_t charactersIn(std::string_view text) {
 }  // namespace
 
 ReportLine::Align ReportLine::alignOf(Unit unit) {
-  bool const isText =
-      unit == Unit::name || unit == Unit::flag || unit == Unit::moment || unit == Unit::rfc3339;
-  return isText ? Align::left : Align::right;
+  bool const isTime = unit == Unit::moment || unit == Unit::second || unit == Unit::rfc3339;
+  return isTime || unit == Unit::name || unit == Unit::flag ? Align::left : Align::right;
 }
 
 void ReportLine::append(std::string_view text) {
@@ -108,6 +107,9 @@ void ReportLine::addCell(Unit unit, std::size_t width, ReportValue const& value)
   switch (unit) {
     case Unit::moment:
       return addText(Align::left, width, LocalZone::ofReports().moment(Vorn::Microseconds(*number)));
+    case Unit::second:
+      return addText(Align::left, width,
+                     LocalZone::ofReports().second(static_cast<std::time_t>(*number / 1'000'000)));
     case Unit::rfc3339: return addText(Align::left, width, rfc3339(Vorn::Microseconds(*number)));
     case Unit::microseconds: return addMilliseconds(width, *number);
     case Unit::millionths: return addPercent(width, *number);
@@ -120,7 +122,7 @@ void ReportLine::addCell(Unit unit, std::size_t width, ReportValue const& value)
 }
 
 void ReportLine::addTitle(Unit unit, std::string_view title, std::size_t width) {
-  if (unit != Unit::moment) return addText(alignOf(unit), width, title);
+  if (unit != Unit::moment && unit != Unit::second) return addText(alignOf(unit), width, title);
   addText(Align::left, width, std::string(title) + " (" + LocalZone::ofReports().name() + ")");
 }
 

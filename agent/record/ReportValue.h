@@ -19,6 +19,7 @@ enum class Unit : Kes::U8 {
   bytes,         // in text with " B" behind it
   microseconds,  // a duration; in text milliseconds, with microseconds behind the point
   moment,        // microseconds since 1970; in text local time
+  second,        // the same; in text local time without a fraction
   rfc3339,       // the same, as text in UTC also for programs
   millionths     // a share; in text per cent, for programs a number between 0 and 1
 };

@@ -10,14 +10,17 @@
 #include "agent/byname/ObjectLookup.h"
 #include "agent/byname/ObjectPath.h"
 #include "agent/history/HistoryWriter.h"
+#include "agent/query/QueryReport.h"
 
 namespace Agent {
 
 OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<AgentStatus()> status,
-                         std::function<std::string()> config, std::function<void()> changed)
+                         std::function<std::string()> config, InterfaceNames interfaces,
+                         std::function<void()> changed)
     : recorder_(std::move(recorder)),
       status_(std::move(status)),
       config_(std::move(config)),
+      interfaces_(std::move(interfaces)),
       changed_(std::move(changed)) {}
 
 std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& line, uid_t client) const {
@@ -27,20 +30,39 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
     if (request == Protocol::statusRequest) return Answer{.text = status_().text()};
     // It may be long. The child finds all parts as they stand when its turn comes.
     if (request == Protocol::jsonStatusRequest)
-      return Answer{.writer = [status = status_](std::FILE* out) { status().writeJson(out); }};
+      return Answer{.writer = [status = status_](std::FILE* out) {
+        status().writeJson(out);
+        return std::string();
+      }};
     if (request == Protocol::saveRequest)
-      return Answer{.writer = [recorder = recorder_](std::FILE* out) { writeHistory(*recorder, out); }};
+      return Answer{.writer = [recorder = recorder_](std::FILE* out) {
+        writeHistory(*recorder, out);
+        return std::string();
+      }};
     if (request == Protocol::configRequest) return Answer{.text = config_() + '\n'};
+    if (isQuery(request)) return query(request);
     if (isObjectChange(request)) return Answer{.text = change(request, client)};
     if (!ObjectLookup::claims(request)) return std::nullopt;
     // What is wrong is said now. The child looks again: while it waits for its turn, chunks change hands.
     ObjectLookup(recorder_, request);
     return Answer{.writer = [recorder = recorder_, request](std::FILE* out) {
       ObjectLookup(recorder, request).write(out);
+      return std::string();
     }};
   } catch (ObjectError const& error) {
     return Answer{.failure = error.what()};
+  } catch (QueryError const& error) {
+    return Answer{.failure = error.what()};
   }
+}
+
+CommandServer::Answer OwnRequests::query(std::string const& request) const {
+  return {
+      .writer = [recorder = recorder_, interfaces = interfaces_, query = queryFrom(request)](std::FILE* out) {
+        QueryReport report(query, *recorder, interfaces());
+        ReportChild::patternsAreDone();
+        return report.write(out);
+      }};
 }
 
 std::string OwnRequests::change(std::string const& request, uid_t client) const {

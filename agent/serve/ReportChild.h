@@ -9,11 +9,13 @@
 
 #include "Vorn/CongestionData.h"
 #include "agent/base/ChildProcess.h"
+#include "agent/base/SharedText.h"
 
 namespace Agent {
 
-// Writes a report into a stream, which tells by its error flag whether that succeeded.
-using ReportWriter = std::function<void(std::FILE*)>;
+// Writes a report into a stream, which tells by its error flag whether that succeeded. Returns what was asked
+// for and could not be answered, for people; empty: nothing.
+using ReportWriter = std::function<std::string(std::FILE*)>;
 
 // The names of interfaces that could be congested, whether or not they have been.
 using InterfaceNames = std::function<std::vector<std::string>()>;
@@ -33,18 +35,21 @@ class ReportChild {
   struct Limits {
     std::chrono::milliseconds time{30'000};  // for the report to be written and taken
     std::chrono::milliseconds patterns{
-        2'000};  // of processor time, until a report with interface patterns begins
+        2'000};  // of processor time, until a report begins, or a writer says that the patterns are done
   };
 
   // Starts the report for `command`: the writer's, or where that is null the recorder's, and `command` is a
   // line of its vocabulary; each interface that it names should be one of the recorder's or of `interfaces`.
   // `clientSocket` is a blocking connected stream socket; the caller keeps its own descriptor of it. Throws
   // std::system_error if no process can be had.
-  ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string command,
+  ReportChild(Vorn::CongestionData::Ptr const& recorder, int clientSocket, std::string const& command,
               ReportWriter const& writer, InterfaceNames const& interfaces, Limits limits);
 
   // Readable once the child has ended.
   int fd() const { return process_.fd(); }
+
+  // Inside a child: what was to be compared with patterns has been.
+  static void patternsAreDone();
 
   // Once it has ended: what went wrong, in plain words; empty for a report that was written whole.
   std::string failure();
@@ -53,7 +58,7 @@ class ReportChild {
   void kill() { process_.kill(); }
 
  private:
-  std::string command_;
+  SharedText failure_;
   ChildProcess process_;
 };
 

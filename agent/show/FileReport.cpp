@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <exception>
-#include <optional>
 #include <regex>
 
 #include "Vorn/CommandOptions.h"
@@ -19,6 +18,7 @@
 #include "agent/history/HistoryFile.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryReader.h"
+#include "agent/query/QueryReport.h"
 #include "agent/record/InterfaceMatch.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -36,8 +36,8 @@ using Kind = AnswerEnd::Kind;
 // it fails the stream, and is raised by finish().
 class Passage {
  public:
-  explicit Passage(PrintableOutput& output)
-      : output_(output), stream_(::fopencookie(this, "w", {nullptr, &pass, nullptr, nullptr})) {
+  explicit Passage(Output output)
+      : output_(std::move(output)), stream_(::fopencookie(this, "w", {nullptr, &pass, nullptr, nullptr})) {
     if (stream_ == nullptr) throwErrno("fopencookie");
     std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
   }
@@ -49,7 +49,6 @@ class Passage {
   void finish() {
     std::fflush(stream_);
     if (fault_) std::rethrow_exception(fault_);
-    output_.finish();
   }
 
  private:
@@ -57,7 +56,7 @@ class Passage {
     Passage& self = *static_cast<Passage*>(cookie);
     if (self.fault_) return 0;
     try {
-      self.output_.take({data, size});
+      self.output_({data, size});
       return static_cast<ssize_t>(size);
     } catch (...) {
       self.fault_ = std::current_exception();
@@ -65,28 +64,30 @@ class Passage {
     }
   }
 
-  PrintableOutput& output_;
+  Output const output_;
   std::array<char, 65536> buffer_;
   std::exception_ptr fault_;
   std::FILE* const stream_;
 };
+
+AnswerEnd endOf(std::string const& failure) {
+  return failure.empty() ? AnswerEnd{Kind::whole} : AnswerEnd{Kind::refused, failure};
+}
 
 AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& request, std::FILE* out) {
   if (ObjectLookup::claims(request)) {
     ObjectLookup(recorder, request).write(out);
     return {Kind::whole};
   }
+  if (isQuery(request)) return endOf(QueryReport(queryFrom(request), *recorder, /*present=*/{}).write(out));
   Vorn::CommandOptions const options = Vorn::parseCommand(request);
   recorder->doMergeAndDumpEntries(out, request, columnsFor(options), footerFor(options, *recorder));
-  auto const unmatched = firstWithoutMatch(options.interfacePatterns, *recorder, /*present=*/{});
-  if (!unmatched) return {Kind::whole};
-  return {Kind::refused, "no interface of the file matches " +
-                             options.interfacePatterns[static_cast<std::size_t>(*unmatched)]};
+  return endOf(unmatchedPattern(options.interfacePatterns, *recorder, /*present=*/{}));
 }
 
 }  // namespace
 
-AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, ReportFilter::Output output) {
+AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Output output) {
   std::string const request(Protocol::requestIn(command.request));
   if (request.starts_with(Protocol::statusRequest) || request == Protocol::saveRequest ||
       request == Protocol::configRequest || isObjectChange(request))
@@ -101,19 +102,22 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Re
   if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
   recorder->numSharedChunksIs(read.poolLimit);
   clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
-  ReportFilter filter(command.form, std::move(output));
-  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
+  // What belongs into a file does as it is.
+  PrintableOutput report(output, command.colour);
+  bool const asItIs = !command.file.empty();
   AnswerEnd end{Kind::whole};
   try {
-    Passage passage(report);
+    Passage passage(asItIs ? output : Output([&report](std::string_view bytes) { report.take(bytes); }));
     end = write(recorder, request, passage.stream());
     passage.finish();
+    report.finish();
   } catch (std::regex_error const& error) {
     return {Kind::refused, std::string("bad interface pattern: ") + patternFault(error.code())};
   } catch (ObjectError const& error) {
     return {Kind::refused, error.what()};
+  } catch (QueryError const& error) {
+    return {Kind::refused, error.what()};
   }
-  filter.finish();
   if (read.kind == HistoryRead::Kind::whole || end.kind != Kind::whole) return end;
   return {Kind::broken, path + ": " + read.fault + "; what stands before that is shown"};
 }

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "agent/show/ReportFilter.h"
+#include "agent/show/PrintableOutput.h"
 #include "agent/show/ShowClient.h"
 #include "agent/show/ShowCommand.h"
 
@@ -13,6 +13,6 @@ namespace Agent {
 // time is that of the report, and what `--last` counts back from. What only an agent can do is refused. Of a
 // damaged file what stands before the damage is shown, and the answer ends as broken. Throws
 // std::system_error when the file cannot be read.
-AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, ReportFilter::Output output);
+AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Output output);
 
 }  // namespace Agent

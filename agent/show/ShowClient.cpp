@@ -111,9 +111,8 @@ AnswerEnd endOf(std::string verdict, bool begun, bool silent) {
 
 }  // namespace
 
-AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output) {
-  ReportFilter filter(command.form, std::move(output));
-  PrintableOutput report([&filter](std::string_view bytes) { filter.take(bytes); });
+AnswerEnd fetchReport(int socket, ShowCommand const& command, Output output) {
+  PrintableOutput report(std::move(output), command.colour);
   sendRequest(socket, command.request);
   Answer answer(socket);
   bool begun = false;
@@ -136,26 +135,25 @@ AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Outp
     silent = true;
   }
   report.finish();
-  filter.finish();
   return endOf(std::move(verdict), begun, silent);
 }
 
-AnswerEnd fetchHistory(int socket, std::string& history) {
-  sendRequest(socket, std::string(Protocol::saveRequest));
+AnswerEnd fetchBytes(int socket, std::string const& request, std::string& bytes) {
+  sendRequest(socket, request);
   Answer answer(socket);
   bool silent = false;
   try {
-    for (std::string piece; !(piece = answer.next()).empty();) history += piece;
+    for (std::string piece; !(piece = answer.next()).empty();) bytes += piece;
   } catch (std::system_error const& error) {
     if (error.code() != std::errc::resource_unavailable_try_again) throw;
     silent = true;
   }
-  bool const begun = !history.empty();
-  std::size_t const mark = history.rfind(Protocol::verdictMark);
+  bool const begun = !bytes.empty();
+  std::size_t const mark = bytes.rfind(Protocol::verdictMark);
   std::string verdict;
   if (mark != std::string::npos) {
-    verdict = history.substr(mark + 1);
-    history.resize(mark);
+    verdict = bytes.substr(mark + 1);
+    bytes.resize(mark);
   }
   return endOf(std::move(verdict), begun, silent);
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "agent/show/ReportFilter.h"
+#include "agent/show/PrintableOutput.h"
 #include "agent/show/ShowCommand.h"
 
 namespace Agent {
@@ -22,10 +22,10 @@ struct AnswerEnd {
 };
 
 // Asks the agent behind `socket` (blocking, connected, with a timeout) and hands the report to `output` as it
-// arrives, printable and in the command's form. Throws std::system_error when the connection cannot be read.
-AnswerEnd fetchReport(int socket, ShowCommand const& command, ReportFilter::Output output);
+// arrives, printable. Throws std::system_error when the connection cannot be read.
+AnswerEnd fetchReport(int socket, ShowCommand const& command, Output output);
 
-// Asks it for the whole history, as it belongs into a file. Throws as above.
-AnswerEnd fetchHistory(int socket, std::string& history);
+// Asks it for what belongs into a file as it is. Throws as above.
+AnswerEnd fetchBytes(int socket, std::string const& request, std::string& bytes);
 
 }  // namespace Agent

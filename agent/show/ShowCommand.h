@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/show/ReportFilter.h"
+#include "agent/query/Query.h"
 
 namespace Agent {
 
@@ -23,8 +23,12 @@ struct ShowOptions {
     history,
     statistics,
     globalBuffer,
+    top,
+    timeline,
+    follow,
     raw,
     status,
+    metrics,
     save,
     config,
     types,
@@ -35,28 +39,31 @@ struct ShowOptions {
   };
 
   Report report = Report::history;
-  std::vector<std::string> interfaces{};  // names, full or short
-  std::vector<std::string> patterns{};    // regular expressions (ECMAScript) for whole short names
-  std::optional<std::uint32_t> lastSeconds{};
-  std::optional<std::uint32_t> count{};
-  bool drops = false;
-  bool latency = false;
+  // Of reports of the history, but for the report itself. `drops` and `all` serve `get` as well.
+  Query query{};
   bool csv = false;
-  bool all = false;
+  bool json = false;
+  std::string sort{};                    // an order by its name; empty: the report's own
+  std::string html{};                    // a file for a page, of timeline
+  std::string trace{};                   // a file for a trace, of history
+  bool follow = false;                   // history as it goes on
+  std::optional<double> watch{};         // of top: anew after so many seconds
   std::vector<std::string> words{};      // of raw: the vocabulary itself; of type to call: what is asked for
-  bool json = false;                     // of status, types, type and get
   std::optional<std::uint32_t> depth{};  // of get
 };
 
-// The line to send to the agent, and what is left to do with the report that comes back.
+// The line to send to the agent, and what to do with what comes back.
 struct ShowCommand {
   std::string request;
-  ReportForm form{};
+  // Where the answer belongs as it is, instead of standard output; empty: there, printable.
+  std::string file{};
+  bool colour = false;  // colours of the answer may pass
 };
 
-// Translates. The vocabulary finds its options anywhere in a word, cuts words at blanks and interface lists
-// at commas, and reads the pieces as patterns; so names are quoted such that they select the interface of
-// just that name, and what cannot be said is refused. Throws UsageError.
+// Translates, and refuses what makes no sense. Throws UsageError.
 ShowCommand showCommandFor(ShowOptions const& options);
+
+// The query that follow is to keep to. Throws UsageError.
+Query followQueryFor(ShowOptions const& options);
 
 }  // namespace Agent

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "Vorn/CongestionData.h"
+#include "agent/query/Query.h"
+#include "agent/query/RecordFilter.h"
+#include "agent/query/RecordSet.h"
+#include "agent/record/InterfaceHistory.h"
+
+namespace Agent {
+
+// The report that a query asks for, over a recorder that does not change meanwhile: a snapshot, or a saved
+// history. Its time is the recorder's. Reports without limits have the lines of the recorder's own reports,
+// in their order.
+//
+// It is made in a process of its own: the zone of its times is set for all of the process.
+class QueryReport {
+ public:
+  // Compiles and tries the patterns, which takes what time they take. `present` are interfaces that need no
+  // record to be meant. Throws QueryError; std::regex_error for a pattern that is none.
+  QueryReport(Query query, Vorn::CongestionData const& recorder, std::vector<std::string> const& present);
+
+  // The stream tells by its error flag whether all was written. Returns what was asked for that there is not,
+  // for people; empty: all is there.
+  std::string write(std::FILE* out);
+
+ private:
+  void writeRecords(std::FILE* out);
+  void writeTop(std::FILE* out);
+  void writeTimeline(std::FILE* out);
+  void writeStatistics(std::FILE* out);
+  void writeHead(std::FILE* out) const;
+  void writeNothing(std::FILE* out, RecordSet& records);
+  unsigned view() const;
+  std::vector<InterfaceHistory> holes(RecordSet const& records);
+
+  Query const query_;
+  Vorn::CongestionData const& recorder_;
+  Kes::Seconds const time_;
+  Kes::U64 const now_;
+  RecordFilter filter_;
+  std::string unmatched_;  // a name or pattern that means no interface
+};
+
+}  // namespace Agent
