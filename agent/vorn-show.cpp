@@ -17,7 +17,6 @@
 #include "agent/base/Protocol.h"
 #include "agent/base/Saturated.h"
 #include "agent/base/StandardStreams.h"
-#include "agent/base/UnixSocket.h"
 #include "agent/history/HistoryFile.h"
 #include "agent/query/TimeText.h"
 #include "agent/show/FileReport.h"
@@ -164,18 +163,6 @@ void addReports(CLI::App& app, CommandLine& line) {
   addByName(app, line);
 }
 
-// A user's own agent goes before the system's; one that cannot be there does not.
-Agent::FileDescriptor connectToAgent(CommandLine const& line) {
-  if (!line.socketPath.empty()) return Agent::connectTo(line.socketPath, patienceSeconds);
-  std::string const own = Agent::Protocol::userSocketPath();
-  try {
-    if (!own.empty()) return Agent::connectTo(own, patienceSeconds);
-  } catch (std::system_error const& error) {
-    if (error.code() == std::errc::resource_unavailable_try_again) throw;  // it is there, and too busy
-  }
-  return Agent::connectTo(Agent::Protocol::systemSocketPath, patienceSeconds);
-}
-
 void print(std::string_view bytes) {
   if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size()) throw OutputClosed{errno};
 }
@@ -240,7 +227,7 @@ Agent::AnswerEnd ask(CommandLine const& line, Agent::ShowCommand const& command,
   if (!line.filePath.empty()) return fromFile(line.filePath, command, output);
   Agent::FileDescriptor socket;
   try {
-    socket = connectToAgent(line);
+    socket = Agent::connectToAgent(line.socketPath, patienceSeconds);
   } catch (std::system_error const& error) {
     return {Agent::AnswerEnd::Kind::noAnswer, std::string("cannot reach the agent: ") + error.what()};
   }

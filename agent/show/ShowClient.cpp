@@ -15,6 +15,7 @@
 #include "agent/base/FileDescriptor.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
+#include "agent/base/UnixSocket.h"
 #include "agent/show/PrintableOutput.h"
 
 namespace Agent {
@@ -110,6 +111,17 @@ AnswerEnd endOf(std::string verdict, bool begun, bool silent) {
 }
 
 }  // namespace
+
+FileDescriptor connectToAgent(std::string const& socketPath, int patienceSeconds) {
+  if (!socketPath.empty()) return connectTo(socketPath, patienceSeconds);
+  std::string const own = Protocol::userSocketPath();
+  try {
+    if (!own.empty()) return connectTo(own, patienceSeconds);
+  } catch (std::system_error const& error) {
+    if (error.code() == std::errc::resource_unavailable_try_again) throw;  // it is there, and too busy
+  }
+  return connectTo(Protocol::systemSocketPath, patienceSeconds);
+}
 
 AnswerEnd fetchReport(int socket, ShowCommand const& command, Output output) {
   PrintableOutput report(std::move(output), command.colour);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "agent/base/FileDescriptor.h"
 #include "agent/show/PrintableOutput.h"
 #include "agent/show/ShowCommand.h"
 
@@ -20,6 +21,10 @@ struct AnswerEnd {
   Kind kind;
   std::string text{};
 };
+
+// Connects to the agent at this path, or, where it is empty, to the user's own before the system's; one that
+// cannot be there does not count. Throws std::system_error. `patienceSeconds` is connectTo's (UnixSocket.h).
+FileDescriptor connectToAgent(std::string const& socketPath, int patienceSeconds);
 
 // Asks the agent behind `socket` (blocking, connected, with a timeout) and hands the report to `output` as it
 // arrives, printable. Throws std::system_error when the connection cannot be read.
