@@ -36,8 +36,9 @@ class ByName : public testing::Test {
 
   // The answer as the client gets it; a refusal behind "! ".
   std::string ask(std::string const& request, uid_t client = 0) const {
+    BurstLedger const ledger;
     OwnRequests const requests(
-        bench_.recorder, [this] { return status_; }, [] { return "none"; },
+        bench_.recorder, ledger, [this] { return status_; }, [] { return "none"; },
         [] { return std::vector<std::string>(); }, [] {});
     auto const answer = requests(request, client);
     if (!answer) return "a report";

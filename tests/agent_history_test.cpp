@@ -20,6 +20,7 @@
 
 using namespace Agent;
 using namespace Test;
+using namespace std::string_literals;
 
 struct Recorder : Bench {
   explicit Recorder(std::string_view bytes = "", U32 pool = 9) {
@@ -154,7 +155,7 @@ TEST(History, Footer_tellsOfHolesThatTheReportReaches) {
 // Gives the header and each section the checksum of what it holds by now.
 void seal(std::string& bytes) {
   U32 sum = 0;
-  for (std::size_t at = 0, end = 16; end + 4 < bytes.size();) {
+  for (std::size_t at = 0, end = 16; end + 4 <= bytes.size();) {
     sum = HistoryFormat::checksum(sum, std::string_view(bytes).substr(at, end - at));
     for (U32 i = 0; i < 4; ++i) bytes[end++] = static_cast<char>(sum >> (8 * i));
     at = end;
@@ -163,6 +164,25 @@ void seal(std::string& bytes) {
     };
     end += 4U + byte(at + 2) + 256U * byte(at + 3);
   }
+}
+
+// Version 1 had no totals. Those that cannot be are damage, and cost nothing that stands before them.
+TEST(History, Totals_areReadWhereThereAreAny) {
+  Recorder before, old;
+  before.record(1, 60);
+  EXPECT_GE(before.ledger.accounts().size(), 2U);
+  std::string whole = before.saved(), first = old.saved();
+  first[12] = 1;
+  seal(first);
+  EXPECT_EQ(Recorder(first).found.fault, "");
+  std::size_t const totals = whole.find("\x03\0tbf"s);
+  ASSERT_NE(totals, std::string::npos);
+  whole[totals + 36] = 1;  // more in a class than there were bursts
+  seal(whole);
+  Recorder after(whole);
+  EXPECT_NE(after.found.fault.find("add up to is none"), std::string::npos) << after.found.fault;
+  EXPECT_TRUE(after.ledger.accounts().empty());
+  EXPECT_EQ(after.port("eth0")->portMetaData(0) == nullptr, before.port("eth0")->portMetaData(0) == nullptr);
 }
 
 // Cut off or changed anywhere: all that stands before is there, and nothing else. Forged: it is sound.

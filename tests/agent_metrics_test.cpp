@@ -8,6 +8,8 @@
 
 #include "agent/burst/CongestionFeed.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
+#include "agent/serve/Metrics.h"
+#include "tests/support.h"
 
 namespace {
 
@@ -131,6 +133,49 @@ TEST_F(Ledger, AThousandBurstsAreAThousand_whateverThePoolForgets_andGoneQueuesW
   }
   EXPECT_EQ(ledger.accounts().find({Pylo::IntfId("v0"), 0}), nullptr);
   EXPECT_EQ(ledger.accounts().size(), 257U);
+}
+
+TEST_F(Ledger, Metrics_sayInBaseUnitsWhatThereIs_within40SeriesAQueue) {
+  queue.intfId = Pylo::IntfId("e\"\\\n\xff");
+  burst(1000 * ms, 5 * ms, 70'000, 1'250);
+  ledger.settle(2000 * ms);
+  feed.handleUpdate(queue, {.begins = true, .timestamp = 3000 * ms, .qLen = 9000, .drops = 7});
+  AgentStatus status;
+  status.now = Vorn::Microseconds(5'000'000);
+  status.beginning.wallTime = Vorn::Microseconds(2'500'000);
+  status.poolLimit = 9;
+  status.chunks = {1, 2, 3};
+  auto const written = [&](MetricsForm form) {
+    return ::Test::Bench::written([&](std::FILE* out) { writeMetrics(ledger, status, form, out); });
+  };
+  std::string const labels = R"({device="e\"\\??",queue="1:10",kind="tbf")";
+  std::string const text = written(MetricsForm::openMetrics);
+  for (std::string const& line : {
+           "# TYPE vorn_bursts counter\nvorn_bursts_total" + labels + "} 2",
+           "# UNIT vorn_congested_seconds seconds\nvorn_congested_seconds_total" + labels + "} 0.005000",
+           "vorn_dropped_packets_total" + labels + "} 7",
+           "vorn_queue_congested" + labels + "} 1",
+           "vorn_queue_peak_bytes" + labels + "} 9000",
+           "vorn_burst_peak_bytes_bucket" + labels + ",le=\"65536.0\"} 0",
+           "vorn_burst_peak_bytes_bucket" + labels + ",le=\"262144.0\"} 1",
+           "vorn_burst_peak_bytes_bucket" + labels + ",le=\"+Inf\"} 1",
+           "vorn_burst_duration_seconds_bucket" + labels + ",le=\"0.001\"} 0",
+           "vorn_burst_duration_seconds_bucket" + labels + ",le=\"0.005\"} 1",
+           "vorn_burst_latency_seconds_bucket" + labels + ",le=\"2.0\"} 1",
+           "vorn_burst_latency_seconds_sum" + labels + "} 0.001250",
+           "vorn_burst_latency_seconds_count" + labels + "} 1",
+           std::string("vorn_pool_chunks{state=\"unmade\"} 4"),
+           std::string("vorn_history_reach_seconds 2.500000"),
+       })
+    EXPECT_NE(text.find('\n' + line + '\n'), std::string::npos) << line << '\n' << text;
+  EXPECT_TRUE(text.ends_with("\n# EOF\n"));
+  std::size_t series = 0;
+  for (std::size_t at = 0; (at = text.find("device=", at)) != std::string::npos; ++at) ++series;
+  EXPECT_EQ(series, 38U);
+  std::string const classic = written(MetricsForm::classic);
+  EXPECT_NE(classic.find("# TYPE vorn_bursts_total counter\nvorn_bursts_total{"), std::string::npos);
+  EXPECT_EQ(classic.find("UNIT"), std::string::npos);
+  EXPECT_EQ(classic.find("EOF"), std::string::npos);
 }
 
 TEST_F(Ledger, SlackTellsHowFarARecordReachesPastThoseBehindIt) {

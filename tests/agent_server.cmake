@@ -20,3 +20,9 @@ add_test(NAME end-to-end
          COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/end_to_end_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
                  $<TARGET_FILE:vorn-burst>)
 set_tests_properties(end-to-end PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+if(TARGET vorn-exporter)
+  add_test(NAME metrics
+           COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/metrics_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
+                   $<TARGET_FILE:vorn-burst> $<TARGET_FILE:vorn-exporter>)
+  set_tests_properties(metrics PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 180)
+endif()
