@@ -51,18 +51,21 @@ struct History : Bench {
       entry->durationIs(us(duration));
       return entry;
     };
-    recorder->doAddToLog(Pylo::IntfId(name), make(queue));
+    auto const record = make(queue);
+    recorder->doAddToLog(Pylo::IntfId(name), record);
+    ledger.handleRecord(Pylo::IntfId(name), *record);
     if (inSum) recorder->doAddToGlobalLog(make(noQueue));
     auto const port = recorder->portData(Pylo::IntfId(name));
     if (!port->portMetaData(queue))
       port->portMetaDataIs(Vorn::portMetaDataFactory(queue, Pylo::IntfId(name)));
     port->portMetaData(queue)->counterInc(1);
-    auto row = make(queue)->row(name);
+    auto row = record->row(name);
     row.interface = *names.insert(name).first;
     rows.push_back(row);
   }
   std::string ask(Query const& query) {
-    return written([&](std::FILE* out) { failure = QueryReport(query, *recorder, {"lo"}).write(out); });
+    return written(
+        [&](std::FILE* out) { failure = QueryReport(query, *recorder, ledger, {"lo"}).write(out); });
   }
   std::string own(std::string const& command) {
     return written([&](std::FILE* out) {
@@ -70,6 +73,7 @@ struct History : Bench {
     });
   }
 
+  BurstLedger ledger;
   std::set<std::string> names;
   std::vector<RecordRow> rows;  // as added
   std::string failure;
