@@ -35,7 +35,7 @@ struct History : Bench {
     for (U32 const end = seed + records; seed < end; ++seed) {
       U64 const some = Kes::hashNumber(seed) >> 20;
       moment += some % (2 * inSecond);
-      if (stepsBack && some % 97 == 0) moment -= 300 * inSecond;
+      if (stepsBack && rows.size() % 700 == 600) moment -= 300 * inSecond;
       add("eth" + std::to_string(some % 3), static_cast<QueueKey>(some % 2 * 0x10010), moment,
           some / 7 % inSecond, static_cast<U32>(some % 100'000),
           static_cast<U32>(some / 11 % 4 == 0 ? some % 50 : 0), static_cast<U32>(some % 3 * 1000),
