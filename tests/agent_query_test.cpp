@@ -297,7 +297,8 @@ TEST(Query, Text_travelsWhole) {
        {"query nothing", "query top what=1", "query top form", "query top form=xml", "query top count=-1",
         "query top count=4294967296", "query top since=%4", "query top since=%zz"})
     EXPECT_NE(refusal([&] { queryFrom(text); }), "") << text;
-  EXPECT_NE(refusal([] { RecordFilter(Query{.queues = {"best"}}, now); }), "");
+  for (char const* queue : {"best", "1:zz", "-", "1:", ":"})
+    EXPECT_NE(refusal([&] { RecordFilter(Query{.queues = {queue}}, now); }), "") << queue;
   EXPECT_NE(refusal([] { RecordFilter(Query{.since = "now", .until = "-1h"}, now); }), "");
 }
 
