@@ -34,9 +34,15 @@ RecordFilter::RecordFilter(Query const& query, U64 now)
     patterns_.push_back({pattern, Vorn::compilePattern(pattern)});
   for (std::string const& queue : query.queues) {
     QueueKey const key = QueueName::keyOf(queue);
-    if (key == noQueue) throw QueryError("\"" + queue + "\" is no queue: write it as tc does, 1:20 or root");
+    if (key == noQueue || QueueName::ofKey(key).text() != queue)
+      throw QueryError("\"" + queue + "\" is no queue: write it as tc does, 1:20 or root");
     queues_.insert(key);
   }
+}
+
+bool RecordFilter::isWhole() const {
+  return window_ == TimeWindow() && names_.empty() && patterns_.empty() && queues_.empty() &&
+         minLength_ == 0 && minDuration_ == 0 && minLatency_ == 0 && !drops_;
 }
 
 bool RecordFilter::holdsInterface(std::string const& name) {
