@@ -144,9 +144,9 @@ int main(int argc, char** argv) {
   app.add_option("--listen", address, "Where to serve; [::]:9753 is at all addresses")
       ->type_name("ADDRESS:PORT")
       ->capture_default_str();
-  app.add_option("--socket", socketPath,
-                 "The agent's. Default: $XDG_RUNTIME_DIR/vorn.sock, else " +
-                     std::string(Agent::Protocol::systemSocketPath))
+  app.add_option(
+         "--socket", socketPath,
+         "Default: $XDG_RUNTIME_DIR/vorn.sock, else " + std::string(Agent::Protocol::systemSocketPath))
       ->type_name("PATH");
   try {
     app.parse(argc, argv);

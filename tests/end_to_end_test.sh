@@ -182,7 +182,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
 # place taken.
 (cd "$here/.." && awk '
   FNR == 1 || /^```/ { inside = FNR == 1 ? 0 : !inside }
-  !inside { for (rest = $0; match(rest, /`vorn-[^`]*`/); rest = substr(rest, RSTART + RLENGTH)) add(substr(rest, RSTART + 1, RLENGTH - 2)) }
+  !inside { for (rest = $0; match(rest, /`vorn-(agent|show)[^`]*`/); rest = substr(rest, RSTART + RLENGTH)) add(substr(rest, RSTART + 1, RLENGTH - 2)) }
   inside && /^([$] )?(sudo )?vorn-(agent|show)( |$)/ { add($0) }
   inside && /^vorn-show: the agent says/ { status[n] = 1 }
   function add(command) {
