@@ -30,6 +30,7 @@ constexpr unsigned connectionSeconds = 10;
 // An agent that does not answer holds up a thread; the others still tell so.
 constexpr unsigned threads = 4;
 constexpr unsigned mostConnections = 32;
+constexpr unsigned mostOfAnAddress = 8;  // so that nobody takes them all
 
 constexpr char const* plainText = "text/plain; charset=utf-8";
 
@@ -123,8 +124,8 @@ void serve(std::string const& address, std::string socketPath) {
   std::unique_ptr<MHD_Daemon, decltype(&MHD_stop_daemon)> const daemon(
       MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, 0, nullptr, nullptr, &handleRequest, &socketPath,
                        MHD_OPTION_LISTEN_SOCKET, taken, MHD_OPTION_THREAD_POOL_SIZE, threads,
-                       MHD_OPTION_CONNECTION_LIMIT, mostConnections, MHD_OPTION_CONNECTION_TIMEOUT,
-                       connectionSeconds, MHD_OPTION_END),
+                       MHD_OPTION_CONNECTION_LIMIT, mostConnections, MHD_OPTION_PER_IP_CONNECTION_LIMIT,
+                       mostOfAnAddress, MHD_OPTION_CONNECTION_TIMEOUT, connectionSeconds, MHD_OPTION_END),
       &MHD_stop_daemon);
   if (daemon == nullptr) throw std::runtime_error("the HTTP server cannot be started");
   std::fprintf(stderr, "vorn-exporter: serving http://%s/metrics\n", address.c_str());
