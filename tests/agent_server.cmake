@@ -20,3 +20,8 @@ add_test(NAME end-to-end
          COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/end_to_end_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
                  $<TARGET_FILE:vorn-burst>)
 set_tests_properties(end-to-end PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+
+# The page of a timeline in a browser, and a trace read back. 77: they have printed what they lack.
+add_executable(made_reports made_reports.cpp)
+target_link_libraries(made_reports PRIVATE vorn-agent-lib)
+vorn_warnings(made_reports)

@@ -8,7 +8,9 @@
 #include "Vorn/PortMetaDataDumper.h"
 #include "agent/base/Printable.h"
 #include "agent/query/Heights.h"
+#include "agent/query/PerfettoTrace.h"
 #include "agent/query/QueueSummary.h"
+#include "agent/query/TimelinePage.h"
 #include "agent/query/TimelineText.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/LocalZone.h"
@@ -84,9 +86,10 @@ Query inItsZone(Query query) {
 }  // namespace
 
 QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder,
-                         std::vector<std::string> const& present)
+                         std::vector<std::string> const& present, Origin origin)
     : query_(inItsZone(std::move(query))),
       recorder_(recorder),
+      origin_(origin),
       time_(recorder.clock()->getUTCTime()),
       now_(Microseconds::fromSeconds(time_).value()),
       filter_(query_, now_) {
@@ -114,6 +117,10 @@ unsigned QueryReport::view() const {
 
 void QueryReport::writeRecords(std::FILE* out) {
   RecordSet records(query_, filter_, recorder_);
+  if (query_.form == Form::trace) {
+    auto const* const clock = origin_ == Origin::agent ? recorder_.clock().get() : nullptr;
+    return writePerfettoTrace(records, records.span(now_), clock, out);
+  }
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
@@ -196,6 +203,7 @@ void QueryReport::writeTimeline(std::FILE* out) {
   Query all = query_;
   all.count.reset();
   RecordSet records(all, filter_, recorder_);
+  if (query_.form == Form::html) return writeTimelinePage(records, records.span(now_), query_, now_, out);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
   writeTimelineText(records, records.span(now_), query_, out);
