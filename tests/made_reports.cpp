@@ -3,8 +3,7 @@
 // lines, the trace's time in microseconds on the standard output. Names are such as a page and a terminal
 // would obey.
 
-#include <chrono>
-#include <fstream>
+#include <ctime>
 #include <iostream>
 
 #include "agent/query/QueryReport.h"
@@ -35,19 +34,24 @@ int main(int, char** arguments) {
                                                                  .peakBound = length + 12'112,
                                                                  .drops = drops,
                                                                  .latency = length / 13});
-    entry->durationIs(Test::us(800 + some % 9'000));
-    bench.recorder->doAddToLog(Pylo::IntfId(names[some / 5 % 4]), entry);
+    entry->durationIs(Test::us(i % 40 == 39 ? 400'000 : 800 + some % 9'000));
+    Pylo::IntfId const intfId(names[some / 5 % 4]);
+    bench.recorder->doAddToLog(intfId, entry);
+    if (i != 2 && i + 1 != count) continue;
+    auto const queue = Vorn::portMetaDataFactory(i == 2 ? 0x10020 : entry->queue(), intfId);
+    queue->timeOfCongestionStartIs(Test::us(i == 2 ? 1'795'507'200'000'000 : moment));
+    bench.recorder->portData(intfId)->portMetaDataIs(queue);
   }
   bench.clock->utcTimeIs(Vorn::Microseconds::toSeconds(Test::us(moment + 2'000'000)));
-  auto const write = [&](char const* file, Query const& query) {
-    auto const begin = std::chrono::steady_clock::now();
+  auto const write = [&](char const* file, Query const& query, QueryReport::Origin origin = {}) {
+    std::clock_t const begin = std::clock();
     std::FILE* const out = std::fopen((std::string(arguments[1]) + '/' + file).c_str(), "w");
-    QueryReport(query, *bench.recorder, {}).write(out);
+    QueryReport(query, *bench.recorder, {}, origin).write(out);
     std::fclose(out);
-    return std::chrono::steady_clock::now() - begin;
+    return std::clock() - begin;
   };
   write("records.csv", {.form = Query::Form::csv});
   write("page.html", {.report = Query::Report::timeline, .form = Query::Form::html});
-  auto const spent = write("trace.pb", {.form = Query::Form::trace});
-  std::cout << std::chrono::duration_cast<std::chrono::microseconds>(spent).count() << '\n';
+  write("saved.pb", {.form = Query::Form::trace, .count = 3}, QueryReport::Origin::file);
+  std::cout << write("trace.pb", {.form = Query::Form::trace}) * 1'000'000 / CLOCKS_PER_SEC << '\n';
 }

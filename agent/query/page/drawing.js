@@ -60,6 +60,8 @@ function html(parent, name, text = "", className = "") {
   return parent.appendChild(made);
 }
 
+let rowHeight = 0; // that of all plots; asked for once, since each time costs a layout
+
 class Row {
   constructor(queue) {
     this.queue = queue;
@@ -82,7 +84,7 @@ class Row {
     this.element.setAttribute("aria-label", `${queue.name}: ${whole.format(lost)} drops, ${bursts}, congested for ` +
       `${congested}, ${figures("congested_share")} of the window. Enter steps through its records.`);
     this.plot = svg(this.element, "svg", { class: "plot", "aria-hidden": "true" });
-    this.height = this.plot.clientHeight;
+    this.height = rowHeight ||= this.plot.clientHeight;
     this.grid = svg(this.plot, "path", { class: "grid" });
     this.bars = ["calm", "low", "high"].map((name) => svg(this.plot, "path", { class: name }));
     this.lost = svg(this.plot, "path", { class: "lost" });

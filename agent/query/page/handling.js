@@ -39,7 +39,7 @@ function hide() {
 
 function hover(event) {
   hide();
-  const row = rows.find((one) => one.element.contains(event.target));
+  const row = rowAt(event.target);
   if (row === undefined) return;
   const { clientX, clientY } = event;
   if (!row.plot.contains(event.target)) {
@@ -79,7 +79,7 @@ function pick(row, record) {
     `${row.queue.end - row.queue.begin}: ` + figuresOf([record]).map((figure) => figure.join(" ")).join(", ");
 }
 
-const focusedRow = () => rows.find((row) => row.element === document.activeElement);
+const focusedRow = () => rowOf.get(document.activeElement);
 
 function step(by) {
   const row = focusedRow() ?? picked.row ?? rows[0];
@@ -138,8 +138,8 @@ const drag = { row: null, x: 0, from: 0, to: 0, isSelection: false };
 const plotX = (event) => event.clientX - drag.row.plot.getBoundingClientRect().left;
 
 function beginDrag(event) {
-  const row = rows.find((one) => one.plot.contains(event.target));
-  if (row === undefined || event.button !== 0) return;
+  const row = rowAt(event.target);
+  if (!row?.plot.contains(event.target) || event.button !== 0) return;
   Object.assign(drag, { row, from: view.from, to: view.to, isSelection: event.shiftKey });
   drag.x = plotX(event);
   row.plot.setPointerCapture(event.pointerId);
@@ -175,8 +175,8 @@ function endDrag(event) {
 }
 
 function turnWheel(event) {
-  const row = rows.find((one) => one.plot.contains(event.target));
-  if (row === undefined || event.ctrlKey) return;
+  const row = rowAt(event.target);
+  if (!row?.plot.contains(event.target) || event.ctrlKey) return;
   event.preventDefault();
   const pixels = event.deltaMode === WheelEvent.DOM_DELTA_LINE ? 16 : 1;
   const isAcross = event.shiftKey || Math.abs(event.deltaX) > Math.abs(event.deltaY);
@@ -187,6 +187,8 @@ function turnWheel(event) {
 // ---- The beginning
 
 const rows = queues.map((queue) => new Row(queue));
+const rowOf = new Map(rows.map((row) => [row.element, row]));
+const rowAt = (target) => rowOf.get(target.closest(".row"));
 element("made").textContent = `Report of ${moment(data.now)} (${data.zone}), of the time from ${moment(data.since)} ` +
   `to ${moment(data.until)}.`;
 if (rows.length === 0) {
@@ -195,7 +197,7 @@ if (rows.length === 0) {
   for (const id of ["bar", "summary", "key", "chart", "keys", "listed", "many"]) element(id).hidden = true;
 } else {
   const seen = new IntersectionObserver((changes) => {
-    for (const change of changes) rows.find((row) => row.element === change.target).isSeen = change.isIntersecting;
+    for (const change of changes) rowOf.get(change.target).isSeen = change.isIntersecting;
     requestDraw();
   }, { rootMargin: "200px" });
   for (const row of rows) seen.observe(row.element);
