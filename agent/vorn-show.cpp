@@ -19,6 +19,7 @@
 #include "agent/base/StandardStreams.h"
 #include "agent/base/UnixSocket.h"
 #include "agent/history/HistoryFile.h"
+#include "agent/query/Schema.h"
 #include "agent/query/TimeText.h"
 #include "agent/show/FileReport.h"
 #include "agent/show/ShowClient.h"
@@ -99,7 +100,7 @@ void addForms(CLI::App& app, CommandLine& line) {
       ->expected(0, 1)
       ->default_str("2")
       ->check(CLI::Range(0.1, 86'400.0))
-      ->type_name("SECONDS");
+      ->option_text("[SECONDS]");
   app.add_option("--depth", options.depth, "get: so many levels below the path (1)")->type_name("N");
 }
 
@@ -154,6 +155,7 @@ void addReports(CLI::App& app, CommandLine& line) {
       ->add_option("PATH", line.savePath)
       ->required()
       ->type_name("");
+  add("schema", Report::schema, "The JSON schema of the reports as JSON");
   CLI::App* const raw = add("raw", Report::raw, "Send the words that follow to the agent as they are");
   raw->fallthrough(false)->prefix_command()->set_help_flag();
   raw->callback([&line, raw] {
@@ -288,6 +290,10 @@ int show(CommandLine& line) {
   options.query.ascii = terminal.ascii;
   options.query.colour = terminal.colour && options.report == Report::timeline;
   Agent::ShowCommand command = Agent::showCommandFor(options);
+  if (options.report == Report::schema) {
+    Agent::writeSchema(stdout);
+    return report({Agent::AnswerEnd::Kind::whole});
+  }
   if (options.watch) return watch(line, command);
   if (options.report == Report::save) command.file = line.savePath;
   if (command.file.empty()) return report(ask(line, command, print));

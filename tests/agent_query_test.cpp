@@ -181,7 +181,8 @@ TEST(Query, Finds_whatALinearSearchFinds) {
 
 TEST(Query, Answers_inWordsWithWhatIsNearest) {
   History history(1, 0);
-  EXPECT_EQ(withoutFrame(history.ask({})), "No congestion that fits has been recorded.\n");
+  EXPECT_EQ(withoutFrame(history.ask({})), "No congestion has been recorded.\n");
+  EXPECT_EQ(withoutFrame(history.ask({.drops = true})), "Nothing that fits has been recorded.\n");
   history.add("eth0", 0, now - 60 * inSecond, 5000, 70'000, 3, 0);
   history.add("eth0", 0, now, 5000, 70'000, 3, 0);
   EXPECT_EQ(withoutFrame(history.ask({.since = "08:04", .until = "08:04:10", .drops = true})),
@@ -227,7 +228,7 @@ TEST(Query, Top_sumsUpAQueueInsideTheWindow) {
                       .ascii = true};
   std::string const drawn = history.ask(picture);
   EXPECT_NE(drawn.find("busy         1:20   |!          !   !   !\n"), std::string::npos) << drawn;
-  EXPECT_NE(drawn.find("quiet        root   |            .       \n"), std::string::npos) << drawn;
+  EXPECT_NE(drawn.find("quiet        root   |            .\n"), std::string::npos) << drawn;
 }
 
 TEST(TimeText, Moments_andSpans) {

@@ -30,7 +30,7 @@ if [ -z "${VORN_TEST_SCRATCH:-}" ]; then
   exit 0
 fi
 
-export TZ=UTC
+export TZ=UTC LC_ALL=C.UTF-8
 agent_program=$1 show_program=$2 burst=$3
 scratch=$VORN_TEST_SCRATCH
 socket=$scratch/agent.sock
@@ -136,6 +136,34 @@ show 0 ' br-c0 ' --match 'br-[a-c]0' --count 2
 show 0 ' br-c0 .* [1-9][0-9]* *$' --drops # of the burst that was too long
 show 0 '^up\.1,root,0,[2-9]$' stats --csv --interface up.1
 show 0 '^global,' global --csv
+# When, which queue, who lost packets.
+show 0 '^br-c0 +root +4 .* [1-9][0-9]* 20' top --last 1min --count 1
+show 0 '^br-c0 +root +│' timeline
+[ "$(lines '!')" -ge 2 ] || fail "no drops in the picture"
+show 0 '^record,br-c0' --csv --drops --sort drops --min-duration 20ms --queue root
+[ "$(lines '^record')" = 1 ] || fail "--drops --csv"
+last=$(sed -n 's/^record,br-c0,root,0,[^,]*,\([0-9]*\)\([0-9]\{6\}\),.*/\1.\2/p' "$scratch/out")
+show 0 ' br-c0 ' --since "@$last" --until "@$last"
+show 0 '^Nothing after\.$' --since +1min
+show 2 'is no time' --since noon
+# JSON is what its schema says.
+for report in history top stats global timeline; do
+  show 0 '^\[\{' $report --json
+  cp "$scratch/out" "$scratch/$report.json"
+done
+if python3 -c 'import jsonschema' 2>/dev/null; then
+  python3 - "$here/../docs/report.schema.json" "$scratch" <<'PYTHON' || fail "JSON against its schema"
+import json, jsonschema, sys
+schema = json.load(open(sys.argv[1]))
+for report in ("history", "top", "stats", "global", "timeline"):
+    rows = json.load(open(f"{sys.argv[2]}/{report}.json"))
+    jsonschema.Draft202012Validator({**schema, "$ref": f"#/$defs/{report}"}, format_checker=jsonschema.FormatChecker()).validate(rows)
+    for row in rows:
+        assert set(row) == set(schema["$defs"][schema["$defs"][report]["items"]["$ref"].split("/")[-1]]["properties"]), row
+PYTHON
+else
+  echo "left out: no JSON is compared with its schema: there is no python3-jsonschema here"
+fi
 messages QUEUEMONITOR_LENGTH_OVER_THRESHOLD
 
 # How vorn-show ends.
@@ -174,7 +202,7 @@ show 0 '^400$' get numSharedChunks # as one of them has it
 messages 'user 0: set numSharedChunks 400' 1
 show 0 '"looks":[1-9][0-9]*,.*"interfaces":\[\{"name":"br-c0","records_lost":0,' status --json
 show 0 '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' get portData --all --json
-for report in "" --drops --latency global stats status --help --csv "stats --csv"; do
+for report in "" --drops --latency global stats status top timeline --help --csv "stats --csv" "top --csv"; do
   # shellcheck disable=SC2086  # words
   show 0 '' $report
   [[ $report = *--csv ]] || [ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-show $report do not fit"

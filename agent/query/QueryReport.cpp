@@ -150,7 +150,10 @@ void QueryReport::writeNothing(std::FILE* out, RecordSet& records) {
   auto const [before, after] = records.neighbours();
   TimeWindow const& window = filter_.window();
   LocalZone& zone = LocalZone::ofReports();
-  std::string text = before || after ? "Nothing fits" : "No congestion that fits has been recorded";
+  bool const hasLimits = !filter_.isWhole();
+  std::string text = before || after ? "Nothing fits"
+                     : hasLimits     ? "Nothing that fits has been recorded"
+                                     : "No congestion has been recorded";
   if (window.since != 0) text += " from " + std::string(zone.moment(Microseconds(window.since)));
   if (window.until != TimeWindow().until)
     text += " to " + std::string(zone.moment(Microseconds(window.until)));
@@ -204,6 +207,7 @@ void QueryReport::writeTimeline(std::FILE* out) {
   all.count.reset();
   RecordSet records(all, filter_, recorder_);
   if (query_.form == Form::html) return writeTimelinePage(records, records.span(now_), query_, now_, out);
+  if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
   writeTimelineText(records, records.span(now_), query_, out);

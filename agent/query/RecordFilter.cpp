@@ -39,6 +39,11 @@ RecordFilter::RecordFilter(Query const& query, U64 now)
   }
 }
 
+bool RecordFilter::isWhole() const {
+  return window_ == TimeWindow() && names_.empty() && patterns_.empty() && queues_.empty() &&
+         minLength_ == 0 && minDuration_ == 0 && minLatency_ == 0 && !drops_;
+}
+
 bool RecordFilter::holdsInterface(std::string const& name) {
   if (names_.empty() && patterns_.empty()) return true;
   auto const [at, isNew] = asked_.try_emplace(name);

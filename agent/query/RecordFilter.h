@@ -29,6 +29,8 @@ class RecordFilter {
   RecordFilter(Query const& query, Kes::U64 now);
 
   TimeWindow const& window() const { return window_; }
+  // Whether it holds every record.
+  bool isWhole() const;
   // Of a short name.
   bool holdsInterface(std::string const& name);
   bool holdsQueue(RecordRow const& row) const;

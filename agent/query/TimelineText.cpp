@@ -95,6 +95,7 @@ class Picture {
     label.addCell(Unit::name, 6, queue.ofSum ? ReportValue() : QueueName::ofKey(queue.queue));
     std::string line(label.text());
     line += query_.ascii ? " |" : " │";
+    while (!cells.empty() && !cells.back().congested) cells.pop_back();
     for (Cell const& cell : cells) line += glyphOf(cell, queue.thresholds);
     put(line + '\n');
   }

@@ -75,6 +75,7 @@ std::string wordFor(Report report) {
     case Report::metrics: return "metrics";
     case Report::save: return "save";
     case Report::config: return "config";
+    case Report::schema: return "schema";
     case Report::types: return "types";
     case Report::type: return "type";
     case Report::get: return "get";
@@ -195,7 +196,8 @@ ShowCommand translate(ShowOptions const& options) {
     case Report::follow:
     case Report::metrics:
     case Report::save:
-    case Report::config: return {wordFor(options.report)};
+    case Report::config:
+    case Report::schema: return {wordFor(options.report)};
     case Report::types:
     case Report::type:
     case Report::get:

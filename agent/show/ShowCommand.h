@@ -31,6 +31,7 @@ struct ShowOptions {
     metrics,
     save,
     config,
+    schema,
     types,
     type,
     get,
