@@ -26,6 +26,7 @@ add_executable(made_reports made_reports.cpp)
 target_link_libraries(made_reports PRIVATE vorn-agent-lib)
 vorn_warnings(made_reports)
 foreach(name IN ITEMS timeline_page_test perfetto_trace_test)
-  add_test(NAME ${name} COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/${name}.py" $<TARGET_FILE:made_reports>)
+  add_test(NAME ${name} COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/${name}.py" $<TARGET_FILE:made_reports>
+                                $<$<BOOL:${VORN_SANITIZE}>:--slow>)
   set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
 endforeach()

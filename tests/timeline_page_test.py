@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # timeline_page_test.py MADE_REPORTS: a timeline's page in a browser, against the comma-separated report of the same
 # records. Exits with 77, saying so, where browser or driver are missing.
-import collections, csv, datetime, math, pathlib, shutil, subprocess, sys, tempfile, time, unittest
+import collections, csv, datetime, math, os, pathlib, shutil, subprocess, sys, tempfile, time, unittest
 
 try:
     from selenium import webdriver
@@ -37,7 +37,8 @@ class TimelinePage(unittest.TestCase):
         directory = pathlib.Path(self.directory.name, str(count))
         if not directory.exists():
             directory.mkdir()
-            subprocess.run([sys.argv[1], directory, str(count)], check=True, stdout=subprocess.DEVNULL)
+            subprocess.run([sys.argv[1], directory, str(count)], check=True, stdout=subprocess.DEVNULL,
+                           env={**os.environ, "TZ": "HERE-5:45"})
         self.page = "file://" + str(directory / "page.html")
         self.browser.get("about:blank")
         self.browser.get(self.page)
@@ -110,7 +111,8 @@ class TimelinePage(unittest.TestCase):
                 self.show(begin, until)
                 self.hover(queue(record), (start(record) + end(record)) // 2, begin, until)
                 tip = self.tip()
-                moment = datetime.datetime.fromtimestamp(start(record) // 10**6, datetime.timezone.utc)
+                moment = datetime.datetime.fromtimestamp(
+                    start(record) // 10**6, datetime.timezone(datetime.timedelta(hours=5, minutes=45)))
                 self.assertEqual(tip["Time"], f"{moment:%F %T}.{start(record) % 10**6:06}")
                 self.assertEqual(tip["Length"], f"{int(record['queue_length_bytes']):,} B")
                 self.assertEqual((tip["Queue"], tip["Drops"]), (record["queue"], record["drops"]))

@@ -129,9 +129,10 @@ class TraceWriter {
   // their tracks.
   void writeQueue(RecordSet const& records, QueueSummary const& queue) {
     ++sequence_;
-    std::string const tcName(queue.ofSum ? "sum" : QueueName::ofKey(queue.queue).text());
-    std::string const name = printable(std::string(queue.interface) + ' ' + tcName);
-    std::string const identity = std::string(queue.interface) + '/' + tcName;
+    std::string const identity =
+        queue.ofSum ? "sum of all queues"
+                    : std::string(queue.interface) + ' ' + std::string(QueueName::ofKey(queue.queue).text());
+    std::string const name = printable(identity);
     U64 const track = Kes::hashBytes("vorn/burst/" + identity);
     U64 const counter = Kes::hashBytes("vorn/peak/" + identity);
     writeTrack(track, name, ProtobufMessage());

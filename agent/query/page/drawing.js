@@ -73,8 +73,7 @@ class Row {
     const lost = queueColumn("drops").values[queue.number];
     this.label = html(this.element, "div", "", "label");
     const name = html(this.label, "b");
-    html(name, "span", queueColumn("interface").text(queue.number));
-    html(name, "span", queue.name.slice(queue.name.lastIndexOf(" ") + 1));
+    for (const part of queue.parts) html(name, "span", part);
     const line = html(this.label, "span");
     if (lost !== 0) html(line, "em", "▼ " + whole.format(lost) + (lost === 1 ? " drop" : " drops"));
     line.append((lost !== 0 ? " · " : "") + bursts);

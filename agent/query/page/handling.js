@@ -74,7 +74,7 @@ function pick(row, record) {
   row.element.scrollIntoView({ block: "nearest" });
   row.mark();
   const { left, bottom } = row.plot.getBoundingClientRect();
-  tell(row.queue.name, figuresOf([record]), left + leftOf(record), bottom - row.height / 2);
+  tell(row.queue.name, figuresOf([record]), left + rightOf(record), bottom - row.height / 2);
   element("spoken").textContent = `${row.queue.name}, record ${record - row.queue.begin + 1} of ` +
     `${row.queue.end - row.queue.begin}: ` + figuresOf([record]).map((figure) => figure.join(" ")).join(", ");
 }

@@ -101,7 +101,8 @@ class Queue {
     Object.assign(this, { number, begin, end, low: data.low[number], high: data.high[number] });
     for (let i = begin; i < end; ++i) reach[i] = Math.max(ends[i], i > begin ? reach[i - 1] : 0);
     const queue = queueColumn("queue").values[number];
-    this.name = queueColumn("interface").text(number) + " " + (queue === null ? "sum" : data.names[queue]);
+    this.parts = queue === null ? ["sum of all queues"] : [queueColumn("interface").text(number), data.names[queue]];
+    this.name = this.parts.join(" ");
     // What is as high as the row: some more than the high threshold, but no peak is cut off.
     this.full = this.high === 0 ? tallest : Math.max(this.high * 1.15, queueColumn("peak_bytes").values[number]);
   }
