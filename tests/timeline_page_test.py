@@ -89,10 +89,12 @@ class TimelinePage(unittest.TestCase):
     def test_window_lists_what_the_report_says(self):
         self.open(150)
         some = self.records
-        for first, last in ((some[3], some[3]), (some[20], some[60]), (some[0], some[-2])):
-            behind = min(end(first), start(first) + 10**6) + 1
-            for begin, until in ((start(first), end(last)), (behind, max(behind + 20, start(last) - 1)),
-                                 (start(first) - 900, start(first))):
+        windows = [(start(some[0]), end(some[-2])), (start(some[20]), end(some[60]))]
+        windows += [(start(some[3]) - 900, start(some[3]))]
+        windows += [(end(r), end(r) + 500) for r in some[5:8]]
+        windows += [(end(r) - 30_000, end(r) - 1_000) for r in some if r["duration_us"] == "400000"]
+        for begin, until in windows:
+            with self.subTest(begin=begin, until=until):
                 self.show(begin, until)
                 listed = self.run_script("""return [...document.querySelectorAll("tbody tr")].map(
                     line => [...line.querySelectorAll("data")].map(cell => cell.value))""")
@@ -106,7 +108,7 @@ class TimelinePage(unittest.TestCase):
             o is not r and o["type"] == "record" and queue(o) == queue(r) and start(o) <= end(r) and end(o) >= start(r)
             for o in self.records)]
         for record in alone[::19]:
-            for margin in (10, 50_000):
+            for margin in (10, 300_000):
                 begin, until = start(record) - margin, end(record) + margin
                 self.show(begin, until)
                 self.hover(queue(record), (start(record) + end(record)) // 2, begin, until)
