@@ -46,7 +46,7 @@ int main(int, char** arguments) {
   auto const write = [&](char const* file, Query const& query, QueryReport::Origin origin = {}) {
     std::clock_t const begin = std::clock();
     std::FILE* const out = std::fopen((std::string(arguments[1]) + '/' + file).c_str(), "w");
-    QueryReport(query, *bench.recorder, {}, origin).write(out);
+    QueryReport(query, *bench.recorder, BurstLedger(), {}, origin).write(out);
     std::fclose(out);
     return std::clock() - begin;
   };

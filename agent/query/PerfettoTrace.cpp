@@ -185,8 +185,9 @@ class TraceWriter {
       if (!isFigure(recordColumns[i])) continue;
       ReportValue const value = recordColumns[i].value(row);
       auto const* const number = std::get_if<U64>(&value);
-      if (number == nullptr) continue;
-      U32 const field = recordColumns[i].unit == Unit::flag ? Annotation::boolValue : Annotation::uintValue;
+      bool const isFlag = recordColumns[i].unit == Unit::flag;
+      if (number == nullptr || (isFlag && *number == 0)) continue;
+      U32 const field = isFlag ? Annotation::boolValue : Annotation::uintValue;
       begin.message(Event::annotations,
                     ProtobufMessage().number(Annotation::nameId, i + 1).number(field, *number));
     }

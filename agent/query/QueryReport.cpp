@@ -85,10 +85,11 @@ Query inItsZone(Query query) {
 
 }  // namespace
 
-QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder,
+QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder, BurstLedger const& ledger,
                          std::vector<std::string> const& present, Origin origin)
     : query_(inItsZone(std::move(query))),
       recorder_(recorder),
+      ledger_(ledger),
       origin_(origin),
       time_(recorder.clock()->getUTCTime()),
       now_(Microseconds::fromSeconds(time_).value()),
@@ -116,7 +117,7 @@ unsigned QueryReport::view() const {
 }
 
 void QueryReport::writeRecords(std::FILE* out) {
-  RecordSet records(query_, filter_, recorder_);
+  RecordSet records(query_, filter_, recorder_, ledger_);
   if (query_.form == Form::trace) {
     auto const* const clock = origin_ == Origin::agent ? recorder_.clock().get() : nullptr;
     return writePerfettoTrace(records, records.span(now_), clock, out);
@@ -175,7 +176,7 @@ void QueryReport::writeTop(std::FILE* out) {
   all.count.reset();
   all.order.reset();
   all.reverse = false;
-  RecordSet records(all, filter_, recorder_);
+  RecordSet records(all, filter_, recorder_, ledger_);
   TimeWindow const span = records.span(now_);
   std::vector<QueueSummary> queues = summariesOf(records, span);
   if (query_.order) {
@@ -205,7 +206,7 @@ void QueryReport::writeTop(std::FILE* out) {
 void QueryReport::writeTimeline(std::FILE* out) {
   Query all = query_;
   all.count.reset();
-  RecordSet records(all, filter_, recorder_);
+  RecordSet records(all, filter_, recorder_, ledger_);
   if (query_.form == Form::html) return writeTimelinePage(records, records.span(now_), query_, now_, out);
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);

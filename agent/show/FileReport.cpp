@@ -74,13 +74,14 @@ AnswerEnd endOf(std::string const& failure) {
   return failure.empty() ? AnswerEnd{Kind::whole} : AnswerEnd{Kind::refused, failure};
 }
 
-AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& request, std::FILE* out) {
+AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, BurstLedger const& ledger,
+                std::string const& request, std::FILE* out) {
   if (ObjectLookup::claims(request)) {
     ObjectLookup(recorder, request).write(out);
     return {Kind::whole};
   }
   if (isQuery(request)) {
-    QueryReport report(queryFrom(request), *recorder, /*present=*/{}, QueryReport::Origin::file);
+    QueryReport report(queryFrom(request), *recorder, ledger, /*present=*/{}, QueryReport::Origin::file);
     return endOf(report.write(out));
   }
   Vorn::CommandOptions const options = Vorn::parseCommand(request);
@@ -93,7 +94,8 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& re
 AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Output output) {
   std::string const request(Protocol::requestIn(command.request));
   if (request.starts_with(Protocol::statusRequest) || request == Protocol::saveRequest ||
-      request == Protocol::configRequest || isObjectChange(request))
+      request.starts_with(Protocol::metricsRequest) || request == Protocol::configRequest ||
+      isObjectChange(request))
     return {Kind::refused, "a file answers reports, types, type and get: ask an agent for the rest"};
   registerLinuxEntry();
   auto const clock = Vorn::testClockFactory();
@@ -101,7 +103,8 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Ou
                                                            Kes::makePtr<Vorn::Config>(),
                                                            Kes::makePtr<LinuxPortMetaDataDumper>());
   recorder->numSharedChunksIs(maxPoolChunks);  // all that is in the file
-  HistoryRead const read = readHistory(readFile(path, HistoryFormat::magic), *recorder);
+  BurstLedger ledger;
+  HistoryRead const read = readHistory(readFile(path, HistoryFormat::magic), *recorder, ledger);
   if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
   recorder->numSharedChunksIs(read.poolLimit);
   clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
@@ -111,7 +114,7 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Ou
   AnswerEnd end{Kind::whole};
   try {
     Passage passage(asItIs ? output : Output([&report](std::string_view bytes) { report.take(bytes); }));
-    end = write(recorder, request, passage.stream());
+    end = write(recorder, ledger, request, passage.stream());
     passage.finish();
     report.finish();
   } catch (std::regex_error const& error) {
