@@ -25,7 +25,7 @@ constexpr U32 packet = 1;
 }
 namespace Packet {
 constexpr U32 clockSnapshot = 6, timestamp = 8, sequenceId = 10, trackEvent = 11, internedData = 12,
-              sequenceFlags = 13, timestampClockId = 58, defaults = 59, trackDescriptor = 60;
+              sequenceFlags = 13, defaults = 59, trackDescriptor = 60;
 constexpr U64 stateCleared = 1, needsState = 2;
 }  // namespace Packet
 namespace PacketDefaults {
