@@ -83,6 +83,11 @@ class Row {
     this.element.setAttribute("aria-label", `${queue.name}: ${whole.format(lost)} drops, ${bursts}, congested for ` +
       `${congested}, ${figures("congested_share")} of the window. Enter steps through its records.`);
     this.plot = svg(this.element, "svg", { class: "plot", "aria-hidden": "true" });
+    this.grid = null;
+  }
+
+  // What is in the plot, made when it is first seen: there may be thousands of rows.
+  furnish() {
     this.height = rowHeight ||= this.plot.clientHeight;
     this.grid = svg(this.plot, "path", { class: "grid" });
     this.bars = ["calm", "low", "high"].map((name) => svg(this.plot, "path", { class: name }));
@@ -108,6 +113,7 @@ class Row {
   }
 
   draw(gridPath) {
+    if (this.grid === null) this.furnish();
     const { queue, height } = this;
     const peaks = new Float64Array(width).fill(-1);
     let marks = "";
@@ -138,6 +144,7 @@ class Row {
 
   // Frames the records that the pointer is over, or the one that was stepped to.
   mark() {
+    if (this.grid === null) return;
     const found = hovered.row === this ? hovered.found : picked.row === this ? [picked.record] : [];
     const shown = found.filter((i) => ends[i] >= view.from && starts[i] <= view.to);
     const left = leastOf(shown, leftOf);
