@@ -193,7 +193,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
   inside && /^vorn-show: the agent says/ { status[n] = 1 }
   function add(command) {
     sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
-    if (command ~ /NAME|PATH|DIR/) return
+    if (command ~ /NAME|PATH|DIR|FILE/) return
     gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
     status[++n] = command ~ /^vorn-agent/ && command !~ /--(help|check-config)/ ? 1 : 0; commands[n] = command
   }
