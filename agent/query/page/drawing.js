@@ -171,6 +171,7 @@ const steps = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1e3, 2e3, 5e3, 1e4, 2e4, 5e4,
 function drawAxis() {
   const isFine = view.to - view.from < 20 * second;
   const least = (isFine ? 130 : 85) / scale();
+  const room = isFine ? 55 : 36; // half of a label
   const day = 86400 * second;
   const step = steps.find((one) => one >= least) ?? Math.ceil(least / day) * day;
   const digits = step >= second ? 0 : Math.ceil(6 - Math.log10(step));
@@ -186,7 +187,7 @@ function drawAxis() {
     const isMidnight = (at + offset) % day === 0;
     tickPath += `M${x} 24V30`;
     gridPath += `M${x} 0V|`;
-    if (x < 25 || x > width - 25) continue;
+    if (x < room || x > width - room) continue;
     const label = isMidnight ? text.slice(0, 10) : text.slice(11, step < 60 * second ? undefined : 16);
     svg(axis, "text", { x, y: 18 }).textContent = label;
   }
