@@ -111,7 +111,8 @@ void serve(Agent::AgentOptions const& options) {
   auto const recorder = makeRecorder(options, config, status, clock);
   std::optional<Agent::HistoryKeeper> history;
   if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder, options.poolGrows);
-  Agent::CongestionFeed feed(recorder, config, status, clock);
+  Agent::BurstLedger ledger;
+  Agent::CongestionFeed feed(recorder, config, status, clock, ledger);
   Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
   std::optional<Agent::CommandServer> server;
   std::optional<Agent::LiveSettings> settings;
@@ -135,6 +136,7 @@ void serve(Agent::AgentOptions const& options) {
     if (good) remarkOn(settings->options());
   };
   if (options.fifoPriority) makeRealTime(*options.fifoPriority);
+  ledger.start(loop);
   source.start(loop);
   remarkOn(options);
   Agent::note(LOG_INFO, "recording; requests at " + options.socketPath);

@@ -119,7 +119,8 @@ class FullRecorder {
     Agent::EventLoop loop;
     std::optional<Agent::HistoryKeeper> history;
     if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_, /*poolGrows=*/false);
-    Agent::CongestionFeed feed(recorder_, config_, status_, clock_);
+    Agent::BurstLedger ledger;
+    Agent::CongestionFeed feed(recorder_, config_, status_, clock_, ledger);
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(
         recorder_, [&source] { return Agent::AgentStatus{.source = source.status()}; }, [] { return ""; },

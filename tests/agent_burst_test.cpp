@@ -117,7 +117,8 @@ class Feed : public testing::Test {
   Vorn::Hardware::Status::Ptr hardware = Kes::makePtr<Vorn::Hardware::Status>();
   Vorn::CongestionData::Ptr recorder =
       Kes::makePtr<Vorn::CongestionData>(hardware, clock, config, Kes::makePtr<LinuxPortMetaDataDumper>());
-  CongestionFeed feed{recorder, config, hardware, clock};
+  BurstLedger ledger;
+  CongestionFeed feed{recorder, config, hardware, clock, ledger};
   QueueAddress address{Pylo::IntfId("eth0"), 0x10010, 0};
   SampledQueue sampled{address, fifo, {1000000, 0, 0, 0}};
   SampledQueue other{{address.intfId, 7, 0}, fifo, {1000000, 0, 0, 0}};

@@ -113,6 +113,7 @@ std::optional<CongestionUpdate> CongestionDetector::handleLook(QueueProgress con
     lasted_ = unseen ? std::max(update->timestamp + margin, progress.stamp) - margin : update->timestamp;
     update->begins = !goesOn;
     update->ends = !high;
+    if (update->ends) update->coalescing = limits.pace.coalescing;
   }
   if (rate_.known()) idleBefore_ = rate_.timeFor(progress.sent) <= progress.elapsed / idleShare;
   return update;

@@ -31,20 +31,28 @@ bool isOver(U64 since, U64 moment, Seconds interval) {
 }  // namespace
 
 CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
-                               Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock)
+                               Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock,
+                               BurstLedger& ledger)
     : recorder_(std::move(recorder)),
       config_(std::move(config)),
       hwStatus_(std::move(hwStatus)),
       clock_(std::move(clock)),
-      interfaces_(recorder_) {
+      ledger_(ledger),
+      interfaces_(recorder_, ledger) {
   recorder_->allocateGlobalChunk();
+  ledger_.closedHandlerIs([this](QueueAddress const& queue) {
+    if (closedHandler_) closedHandler_(queue, latest_.find({queue.intfId, queue.key})->record);
+  });
   for (auto const& [intfId, port] : recorder_->portDataMap()) {
+    ledger_.orderIs(intfId, LogOrder(*port));
     for (Vorn::PortMetaData::Ptr const& queue : port->portMetaDataIterator()) {
       queue->timeOfCongestionStartIs(Microseconds(0));
       goneQueues_.addUnseen({intfId, queue->identifier()});
     }
   }
 }
+
+CongestionFeed::~CongestionFeed() { ledger_.closedHandlerIs({}); }
 
 void CongestionFeed::handlePresent(QueueAddress const& queue) {
   if (interfaces_.handleQueuePresent(queue.intfId) && interfaceHandler_)
@@ -55,6 +63,7 @@ void CongestionFeed::handlePresent(QueueAddress const& queue) {
 void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
   ++changes_;
   QueueId const id = {queue.intfId, queue.key};
+  if (update.begins) ledger_.close(id);
   if (latest_.find(id) == nullptr) latest_.put(id, {});
   Burst& burst = *latest_.find(id);
   if (update.begins) ++bursts_;
@@ -68,7 +77,10 @@ void CongestionFeed::handleUpdate(QueueAddress const& queue, CongestionUpdate co
   };
   record(burst, queue, update, *port, rule, append);
   // A burst that was open when its queue was renamed has its first record under the new name now.
-  if (burst.record) keepMetaData(queue, burst, update, update.begins || !known);
+  if (!burst.record) return;
+  keepMetaData(queue, burst, update, update.begins || !known);
+  ledger_.handleUpdate(queue, update);
+  ledger_.handleRecord(queue.intfId, *burst.record);
 }
 
 std::size_t CongestionFeed::wantedPool() const {
@@ -111,15 +123,19 @@ void CongestionFeed::handleTotal(CongestionUpdate const& update) {
 
 void CongestionFeed::handleGone(QueueAddress const& queue) {
   ++changes_;
-  latest_.del({queue.intfId, queue.key});
+  QueueId const id = {queue.intfId, queue.key};
+  ledger_.handleGone(id);
+  latest_.del(id);
   if (interfaces_.handleQueueGone(queue.intfId) && interfaceHandler_) interfaceHandler_(queue.intfId, false);
   auto const port = recorder_->portData(queue.intfId);
   auto const metaData = port ? port->portMetaData(queue.key) : nullptr;
   if (!metaData) return;
   metaData->timeOfCongestionStartIs(Microseconds(0));
-  goneQueues_.add({queue.intfId, queue.key});
-  while (auto const forgotten = goneQueues_.takeSurplus())
-    if (auto const log = recorder_->portData(forgotten->first)) log->portMetaDataDel(forgotten->second);
+  goneQueues_.add(id);
+  while (auto const forgotten = goneQueues_.takeSurplus()) {
+    if (auto const log = recorder_->portData(forgotten->intfId)) log->portMetaDataDel(forgotten->key);
+    ledger_.forget(*forgotten);
+  }
 }
 
 // Brings the record of the burst up to the update.

@@ -11,6 +11,7 @@
 #include "Vorn/HardwareStatus.h"
 #include "Vorn/VornUtils.h"
 #include "agent/base/AgentClock.h"
+#include "agent/burst/BurstLedger.h"
 #include "agent/burst/CongestionSink.h"
 #include "agent/burst/InterfaceLogs.h"
 #include "agent/record/LinuxEntry.h"
@@ -34,9 +35,11 @@ class CongestionFeed final : public CongestionSink {
  public:
   // Makes the recorder's global log, if it has none. What a recorder that was read back knows already stays,
   // but no congestion of then goes on: whether it did, nobody has seen. Its queues and interfaces are gone
-  // ones until they are told to be present.
+  // ones until they are told to be present. The ledger outlives the feed, and keeps to what the recorder has
+  // statistics of; what it had closed before is not told again.
   CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config::PtrConst config,
-                 Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock);
+                 Vorn::Hardware::Status::PtrConst hwStatus, AgentClock::PtrConst clock, BurstLedger& ledger);
+  ~CongestionFeed() override;
 
   void handlePresent(QueueAddress const& queue) override;
   void handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) override;
@@ -49,6 +52,12 @@ class CongestionFeed final : public CongestionSink {
   // when the last one is watched no more.
   using InterfaceHandler = std::function<void(Pylo::IntfId const& intfId, bool here)>;
   void interfaceHandlerIs(InterfaceHandler handler) { interfaceHandler_ = std::move(handler); }
+
+  // Is told of each burst of a single queue once nothing more will be told of it (BurstLedger.h), with its
+  // record, which the log may have lost by then. It must not hold the record for longer than the call, nor
+  // change anything here.
+  using ClosedHandler = std::function<void(QueueAddress const& queue, LinuxEntry::Ptr const& record)>;
+  void closedHandlerIs(ClosedHandler handler) { closedHandler_ = std::move(handler); }
 
   // Whether the recorder's pool grows with the interfaces that have been congested: to two chunks for each.
   // So even if all are busy each keeps a chunk and more. It never shrinks. A pool that does not grow and is
@@ -64,15 +73,6 @@ class CongestionFeed final : public CongestionSink {
   Kes::U64 changes() const { return changes_; }
 
  private:
-  struct QueueId {
-    Pylo::IntfId intfId;
-    QueueKey key;
-    bool operator==(QueueId const&) const = default;
-  };
-  struct QueueIdHash {
-    Kes::U64 operator()(QueueId const& id) const { return id.intfId.hash() ^ Kes::hashNumber(id.key); }
-  };
-
   enum class Level { none, low, high };
 
   // The latest burst of a queue, or of the sum.
@@ -108,16 +108,18 @@ class CongestionFeed final : public CongestionSink {
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   AgentClock::PtrConst const clock_;
+  BurstLedger& ledger_;
   Kes::HashMap<QueueId, Burst, QueueIdHash> latest_;
   Burst latestOfAll_;
   // When, by the monotonic clock, a message of the high threshold was raised, back to a log interval ago. The
   // global log has the empty identifier.
   Kes::HashMap<Pylo::IntfId, Kes::U64, Pylo::IntfIdHash> lastHigh_;
   InterfaceLogs interfaces_;
-  GoneList<std::pair<Pylo::IntfId, QueueKey>> goneQueues_;  // that have statistics
+  GoneList<QueueId> goneQueues_;  // that have statistics
   Kes::U64 bursts_ = 0;
   Kes::U64 changes_ = 0;
   InterfaceHandler interfaceHandler_;
+  ClosedHandler closedHandler_;
   bool poolGrows_ = false;
   Kes::U32 notedPool_ = 0;  // the last size that was noted as too small
 };

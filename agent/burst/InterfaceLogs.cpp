@@ -17,7 +17,8 @@ Vorn::Microseconds newestRecord(Vorn::PortData const& port) {
 
 }  // namespace
 
-InterfaceLogs::InterfaceLogs(Vorn::CongestionData::Ptr recorder) : recorder_(std::move(recorder)) {
+InterfaceLogs::InterfaceLogs(Vorn::CongestionData::Ptr recorder, BurstLedger& ledger)
+    : recorder_(std::move(recorder)), ledger_(ledger) {
   std::vector<std::pair<Vorn::Microseconds, Pylo::IntfId>> logs;
   for (auto const& [intfId, port] : recorder_->portDataMap()) logs.emplace_back(newestRecord(*port), intfId);
   std::stable_sort(logs.begin(), logs.end(), [](auto& a, auto& b) { return a.first < b.first; });
@@ -40,7 +41,10 @@ bool InterfaceLogs::handleQueueGone(Pylo::IntfId const& intfId) {
   queues_.del(intfId);
   if (!recorder_->portData(intfId)) return true;
   gone_.add(intfId);
-  while (auto const forgotten = gone_.takeSurplus()) recorder_->portDataDel(*forgotten);
+  while (auto const forgotten = gone_.takeSurplus()) {
+    recorder_->portDataDel(*forgotten);
+    ledger_.forget(*forgotten);
+  }
   return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include "Kes/HashMap.h"
 #include "Vorn/CongestionData.h"
+#include "agent/burst/BurstLedger.h"
 #include "agent/burst/GoneList.h"
 
 namespace Agent {
@@ -11,8 +12,9 @@ namespace Agent {
 // 256 others have gone after it (GoneList.h).
 class InterfaceLogs {
  public:
-  // Interfaces that the recorder has logs of already were read back.
-  explicit InterfaceLogs(Vorn::CongestionData::Ptr recorder);
+  // Interfaces that the recorder has logs of already were read back. What is deleted is forgotten in the
+  // ledger as well, which outlives this.
+  InterfaceLogs(Vorn::CongestionData::Ptr recorder, BurstLedger& ledger);
 
   // As the feed is told (CongestionSink). Whether it is the interface's first queue.
   bool handleQueuePresent(Pylo::IntfId const& intfId);
@@ -21,6 +23,7 @@ class InterfaceLogs {
 
  private:
   Vorn::CongestionData::Ptr const recorder_;
+  BurstLedger& ledger_;
   Kes::HashMap<Pylo::IntfId, Kes::U32, Pylo::IntfIdHash> queues_;  // how many are present
   GoneList<Pylo::IntfId> gone_;                                    // that have a log
 };

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <array>
 #include <compare>
 
 #include "Kes/Types.h"
 #include "agent/burst/QueueReading.h"
+#include "agent/record/QueueName.h"
 
 namespace Agent {
 
@@ -16,7 +16,7 @@ struct QdiscId {
   Kes::U32 ifindex = 0;
   Kes::U32 parent = 0;
   Kes::U32 handle = 0;
-  std::array<char, 16> kind{};  // "tbf", NUL-padded
+  QueueKind kind{};
 
   auto operator<=>(QdiscId const&) const = default;
 };

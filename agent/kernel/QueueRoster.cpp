@@ -65,7 +65,7 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
       QueueAddress const& address = queue.sampled.address();
       if (address.intfId != interface->intfId) {
         sink.handleGone(address);
-        queue.sampled.addressIs({interface->intfId, address.key, address.handle});
+        queue.sampled.addressIs({interface->intfId, address.key, address.handle, address.kind});
         appeared.push_back(queues_.size() - 1);
       }
       if (queue.share) takeChildren(*queue.share, found, samples);
@@ -97,7 +97,7 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
 QueueRoster::Queue QueueRoster::newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
                                          Pylo::IntfId const& intfId, QueueTraits const& traits) {
   QdiscSample const& sample = samples[found.position];
-  QueueAddress const address = {intfId, keyOf(sample.id), sample.id.handle};
+  QueueAddress const address = {intfId, keyOf(sample.id), sample.id.handle, sample.id.kind};
   std::optional<InnerShare> share;
   if (!found.children.empty()) share.emplace(found.position, found.children);
   QueueReading const first = share ? share->read(samples) : readingOf(sample);

@@ -20,6 +20,8 @@ struct CongestionUpdate {
   Kes::U32 drops = 0;
   // Microseconds that the last byte of that longest backlog waited until it had left; 0 while unknown.
   Kes::U32 latency = 0;
+  // Of one that ends: microseconds within which more congestion would still be part of this burst.
+  Kes::U64 coalescing = 0;
 };
 
 }  // namespace Agent

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "Kes/Hash.h"
 #include "Kes/Types.h"
 #include "Pylo/IntfId.h"
 
@@ -17,11 +18,26 @@ using QueueKey = Kes::U32;
 // The key of records that are of no one queue: those of the global buffer.
 inline constexpr QueueKey noQueue = 0xFFFFFFFF;
 
+// The name of a kind of queueing discipline, NUL-padded: "tbf".
+using QueueKind = std::array<char, 16>;
+
 // A queue of this machine. `handle` names the queueing discipline, 0 if it has no name.
 struct QueueAddress {
   Pylo::IntfId intfId;
+  QueueKey key = noQueue;
+  Kes::U32 handle = 0;
+  QueueKind kind{};
+};
+
+// What tells one queue from another.
+struct QueueId {
+  Pylo::IntfId intfId;
   QueueKey key;
-  Kes::U32 handle;
+  bool operator==(QueueId const&) const = default;
+};
+
+struct QueueIdHash {
+  Kes::U64 operator()(QueueId const& id) const { return id.intfId.hash() ^ Kes::hashNumber(id.key); }
 };
 
 // A queue's key and a discipline's handle as people know them from tc: "root", "1:10", ":1", "-" for none;
