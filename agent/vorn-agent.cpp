@@ -15,6 +15,7 @@
 #include <ctime>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -109,9 +110,10 @@ void serve(Agent::AgentOptions const& options) {
   auto const status = Agent::hardwareStatusOf(options);
   auto const clock = Kes::makePtr<Agent::AgentClock>();
   auto const recorder = makeRecorder(options, config, status, clock);
-  std::optional<Agent::HistoryKeeper> history;
-  if (!options.stateDirectory.empty()) history.emplace(options.stateDirectory, recorder, options.poolGrows);
   Agent::BurstLedger ledger;
+  std::optional<Agent::HistoryKeeper> history;
+  if (!options.stateDirectory.empty())
+    history.emplace(options.stateDirectory, recorder, ledger, options.poolGrows);
   Agent::CongestionFeed feed(recorder, config, status, clock, ledger);
   Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
   std::optional<Agent::CommandServer> server;
@@ -124,8 +126,8 @@ void serve(Agent::AgentOptions const& options) {
   Kes::U64 changesByName = 0;
   server.emplace(loop, options.socketPath, recorder,
                  Agent::OwnRequests(
-                     recorder, agentStatus, [&settings] { return settings->listing(); }, presentInterfaces,
-                     [&changesByName] { ++changesByName; }),
+                     recorder, ledger, agentStatus, [&settings] { return settings->listing(); },
+                     presentInterfaces, [&changesByName] { ++changesByName; }),
                  presentInterfaces, Agent::clientLimitsOf(options));
   settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});
   std::string const answering = "answering at " + options.socketPath;
@@ -147,6 +149,7 @@ void serve(Agent::AgentOptions const& options) {
   manager.tellReady(answering);
   loop.run();
   manager.tellStopping();
+  ledger.settle(std::numeric_limits<Kes::U64>::max());  // what has ended is closed
   if (history) history->finish();
   Agent::note(LOG_INFO, "ending");
 }

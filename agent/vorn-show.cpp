@@ -150,6 +150,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");
   add("status", Report::status, "What the agent itself is doing");
+  add("metrics", Report::metrics, "What bursts add up to, and the agent's health, as OpenMetrics text");
   add("config", Report::config, "The agent's configuration in force, and where each value came from");
   add("save", Report::save, "Save the whole history to a file, for --file; -: standard output")
       ->add_option("PATH", line.savePath)

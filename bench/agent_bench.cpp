@@ -117,14 +117,14 @@ class FullRecorder {
   // Saves the whole history every second where there is a directory for it, as if it changed all the time.
   void serve(std::string const& path, std::string const& stateDirectory) {
     Agent::EventLoop loop;
-    std::optional<Agent::HistoryKeeper> history;
-    if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_, /*poolGrows=*/false);
     Agent::BurstLedger ledger;
+    std::optional<Agent::HistoryKeeper> history;
+    if (!stateDirectory.empty()) history.emplace(stateDirectory, recorder_, ledger, /*poolGrows=*/false);
     Agent::CongestionFeed feed(recorder_, config_, status_, clock_, ledger);
     Agent::QdiscSource source(feed, config_, status_, {});
     Agent::OwnRequests const ownRequests(
-        recorder_, [&source] { return Agent::AgentStatus{.source = source.status()}; }, [] { return ""; },
-        noInterfaces, [] {});
+        recorder_, ledger, [&source] { return Agent::AgentStatus{.source = source.status()}; },
+        [] { return ""; }, noInterfaces, [] {});
     Agent::CommandServer const server(loop, path, recorder_, ownRequests, noInterfaces, {});
     source.start(loop);
     Kes::U64 changes = 0;

@@ -25,8 +25,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
     bench.port("eth0")->newPortMetaData(Vorn::portMetaDataFactory(65537, Pylo::IntfId("eth0")));
     bench.recorder->allocateGlobalChunk();
     bench.recorder->doAddToGlobalLog(Test::record(5, 1000));
+    Agent::BurstLedger const ledger;
     Agent::OwnRequests const answer(
-        bench.recorder, [] { return Agent::AgentStatus(); }, [] { return "none"; },
+        bench.recorder, ledger, [] { return Agent::AgentStatus(); }, [] { return "none"; },
         [] { return std::vector<std::string>(); }, [] {});
     int const records = Test::TestEntry::alive;
     for (std::string const& request : requests) {

@@ -37,20 +37,22 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   Fuzz::Input input(data, size);
   std::string const bytes = input.byte() == 0 ? input.rest() : framed(input);
   Test::Bench before;
-  HistoryRead const found = readHistory(bytes, *before.recorder);
+  BurstLedger ledger;
+  HistoryRead const found = readHistory(bytes, *before.recorder, ledger);
   Fuzz::check((found.kind == HistoryRead::Kind::whole) == found.fault.empty(), "fault", found.fault);
   Fuzz::check(before.recorder->checkInvariants().empty(), "invariants");
 
   // What was sound can be written, and is the same when it is read.
-  auto const saved = [](Test::Bench& bench) {
-    return Test::Bench::written([&](std::FILE* out) { writeHistory(*bench.recorder, out); });
+  auto const saved = [](Test::Bench& bench, BurstLedger const& accounts) {
+    return Test::Bench::written([&](std::FILE* out) { writeHistory(*bench.recorder, accounts, out); });
   };
   before.clock->utcTimeIs(1);
-  std::string const first = saved(before);
+  std::string const first = saved(before, ledger);
   Test::Bench after;
-  HistoryRead const read = readHistory(first, *after.recorder);
+  BurstLedger ledgerAfter;
+  HistoryRead const read = readHistory(first, *after.recorder, ledgerAfter);
   Fuzz::check(read.kind == HistoryRead::Kind::whole && read.records == found.records, "again", read.fault);
   after.clock->utcTimeIs(1);
-  Fuzz::check(saved(after) == first, "the same");
+  Fuzz::check(saved(after, ledgerAfter) == first, "the same");
   return 0;
 }

@@ -37,7 +37,7 @@ class ByName : public testing::Test {
   // The answer as the client gets it; a refusal behind "! ".
   std::string ask(std::string const& request, uid_t client = 0) const {
     OwnRequests const requests(
-        bench_.recorder, [this] { return status_; }, [] { return "none"; },
+        bench_.recorder, ledger_, [this] { return status_; }, [] { return "none"; },
         [] { return std::vector<std::string>(); }, [] {});
     auto const answer = requests(request, client);
     if (!answer) return "a report";
@@ -59,6 +59,7 @@ class ByName : public testing::Test {
   }
 
   ::Test::Bench bench_;
+  BurstLedger const ledger_;
   AgentStatus status_;
 };
 

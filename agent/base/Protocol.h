@@ -12,6 +12,7 @@
 // csv"; an empty line asks for the whole history), or one of the agent's own:
 //
 //   status [--json]             what the agent itself is doing
+//   metrics [--classic]         what bursts add up to, and the agent's health, as OpenMetrics; the older text
 //   query REPORT NAME=VALUE...  a report of the history (agent/query/Query.h)
 //   save                        the whole history, as docs/history-format.md has it
 //   config                      the configuration in force, and where each value came from
@@ -39,6 +40,8 @@ inline constexpr std::size_t maxRequestBytes = 4096;
 inline constexpr std::string_view checkedWord = "checked";
 inline constexpr std::string_view statusRequest = "status";
 inline constexpr std::string_view jsonStatusRequest = "status --json";
+inline constexpr std::string_view metricsRequest = "metrics";
+inline constexpr std::string_view classicMetricsRequest = "metrics --classic";
 inline constexpr std::string_view saveRequest = "save";
 inline constexpr std::string_view configRequest = "config";
 

@@ -41,10 +41,10 @@ CongestionFeed::CongestionFeed(Vorn::CongestionData::Ptr recorder, Vorn::Config:
       interfaces_(recorder_, ledger) {
   recorder_->allocateGlobalChunk();
   ledger_.closedHandlerIs([this](QueueAddress const& queue) {
+    ++changes_;
     if (closedHandler_) closedHandler_(queue, latest_.find({queue.intfId, queue.key})->record);
   });
   for (auto const& [intfId, port] : recorder_->portDataMap()) {
-    ledger_.orderIs(intfId, LogOrder(*port));
     for (Vorn::PortMetaData::Ptr const& queue : port->portMetaDataIterator()) {
       queue->timeOfCongestionStartIs(Microseconds(0));
       goneQueues_.addUnseen({intfId, queue->identifier()});

@@ -12,16 +12,19 @@ namespace Agent::HistoryFormat {
 
 inline constexpr std::string_view magic = "VORNHIST";
 inline constexpr Kes::U32 byteOrder = 0x01020304;
-inline constexpr Kes::U32 version = 1;
+inline constexpr Kes::U32 version = 2;
 inline constexpr std::size_t headerBytes = 20;  // magic, byte order, version, checksum
 
-enum class Section : Kes::U16 { state = 1, interface, queue, chunk, record, globalLog, end };
+enum class Section : Kes::U16 { state = 1, interface, queue, chunk, record, globalLog, end, totals };
 
 inline constexpr std::size_t sectionHeadBytes = 4;  // type and length
 inline constexpr std::size_t checksumBytes = 4;
 
 // Of an interface, in bytes.
 inline constexpr std::size_t longestName = 255;
+
+// Of a queueing discipline's kind, in bytes.
+inline constexpr std::size_t longestKind = 15;
 
 // Of a shared chunk in `shared`, of a record in `flags`.
 inline constexpr Kes::U8 isShared = 1;

@@ -57,8 +57,12 @@ int attempt(Work work) {
 
 }  // namespace
 
-HistoryKeeper::HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, bool poolGrows)
-    : directory_(std::move(directory)), path_(directory_ + "/history.vorn"), recorder_(std::move(recorder)) {
+HistoryKeeper::HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, BurstLedger& ledger,
+                             bool poolGrows)
+    : directory_(std::move(directory)),
+      path_(directory_ + "/history.vorn"),
+      recorder_(std::move(recorder)),
+      ledger_(ledger) {
   takeDirectory();
   readBack(poolGrows);
 }
@@ -81,7 +85,7 @@ HistoryRead HistoryKeeper::readInto(bool poolGrows) const {
   std::string const bytes = readFile(path_, HistoryFormat::magic);
   Kes::U32 const pool = recorder_->numSharedChunks();
   if (poolGrows) recorder_->numSharedChunksIs(maxPoolChunks);  // all that was saved
-  HistoryRead read = readHistory(bytes, *recorder_);
+  HistoryRead read = readHistory(bytes, *recorder_, ledger_);
   if (poolGrows) recorder_->numSharedChunksIs(std::max(pool, recorder_->chunkArrayCount()));
   return read;
 }
@@ -171,7 +175,8 @@ void HistoryKeeper::handleChildEnd() {
 }
 
 void HistoryKeeper::write() const {
-  replaceFile(path_, path_ + ".new", 0640, [this](std::FILE* out) { writeHistory(*recorder_, out); });
+  replaceFile(path_, path_ + ".new", 0640,
+              [this](std::FILE* out) { writeHistory(*recorder_, ledger_, out); });
 }
 
 void HistoryKeeper::noteResult(int reason) {

@@ -28,9 +28,11 @@ class HistoryKeeper {
   using Changes = std::function<Kes::U64()>;
 
   // Makes the last part of the directory's path if it is missing, and takes the directory for itself as long
-  // as this lives. `recorder` was just made; where its pool grows, it grows to what was saved. Throws
-  // std::system_error where that is refused, std::runtime_error where another agent has it.
-  HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, bool poolGrows);
+  // as this lives. `recorder` was just made, and so was `ledger`, which outlives this; where the pool grows,
+  // it grows to what was saved. Throws std::system_error where that is refused, std::runtime_error where
+  // another agent has it.
+  HistoryKeeper(std::string directory, Vorn::CongestionData::Ptr recorder, BurstLedger& ledger,
+                bool poolGrows);
   ~HistoryKeeper();
   HistoryKeeper(HistoryKeeper const&) = delete;
   HistoryKeeper& operator=(HistoryKeeper const&) = delete;
@@ -68,6 +70,7 @@ class HistoryKeeper {
   std::string const directory_;
   std::string const path_;
   Vorn::CongestionData::Ptr const recorder_;
+  BurstLedger& ledger_;
   FileDescriptor lock_;
   FileDescriptor timer_;
   EventLoop* loop_ = nullptr;

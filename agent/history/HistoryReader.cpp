@@ -34,7 +34,8 @@ void require(bool holds, std::string_view otherwise) {
 
 class Reading {
  public:
-  Reading(std::string_view bytes, Vorn::CongestionData& recorder) : rest_(bytes), recorder_(recorder) {}
+  Reading(std::string_view bytes, Vorn::CongestionData& recorder, BurstLedger& ledger)
+      : rest_(bytes), recorder_(recorder), ledger_(ledger) {}
 
   HistoryRead read() {
     std::size_t const size = rest_.size();
@@ -53,6 +54,7 @@ class Reading {
           Kes::format("damaged at byte %u of %u: %s", sectionAt, size, std::string(damage.reason)).str();
     }
     enterPool();
+    for (auto const& [intfId, port] : recorder_.portDataMap()) ledger_.orderIs(intfId, LogOrder(*port));
     return std::move(result_);
   }
 
@@ -120,6 +122,7 @@ class Reading {
       case Section::record: return readRecord(fields);
       case Section::globalLog: return readGlobalLog(fields);
       case Section::end: return readEnd(fields);
+      case Section::totals: return readTotals(fields);
     }
     throw Damage{"there is no such section"};
   }
@@ -176,6 +179,32 @@ class Reading {
     require(fields.isWhole() && peer.size() <= HistoryFormat::longestName, "a queue is none");
     require(port_->portMetaData(queue->identifier()) == nullptr, "a queue is there twice");
     port_->portMetaDataIs(queue);
+  }
+
+  void readTotals(FieldReader& fields) {
+    require(port_ != nullptr && chunk_ == nullptr, "what a queue's bursts add up to stands in no interface");
+    QueueAddress queue{port_->intfId(), fields.take<U32>(), fields.take<U32>()};
+    std::string_view const kind = fields.takeText();
+    QueueTotals totals;
+    totals.bursts = fields.take<U64>();
+    totals.congested = fields.take<U64>();
+    totals.drops = fields.take<U64>();
+    bool fits = kind.size() <= HistoryFormat::longestKind && kind.find('\0') == std::string_view::npos;
+    for (Histogram* const histogram : {&totals.peak, &totals.duration, &totals.latency}) {
+      U64 left = totals.bursts;
+      for (U64& count : histogram->counts) {
+        count = fields.take<U64>();
+        fits = fits && count <= left;
+        left -= count;
+      }
+      histogram->sum = fields.take<U64>();
+    }
+    require(fields.isWhole() && fits, "what a queue's bursts add up to is none");
+    require(port_->portMetaData(queue.key) != nullptr, "what bursts add up to is of no queue");
+    require(ledger_.accounts().find({queue.intfId, queue.key}) == nullptr,
+            "what a queue's bursts add up to is there twice");
+    kind.copy(queue.kind.data(), kind.size());
+    ledger_.accountIs(queue, totals);
   }
 
   void readChunk(FieldReader& fields) {
@@ -297,6 +326,7 @@ class Reading {
 
   std::string_view rest_;
   Vorn::CongestionData& recorder_;
+  BurstLedger& ledger_;
   HistoryRead result_;
   U32 checksum_ = 0;
   U32 poolHead_ = 0;
@@ -310,8 +340,8 @@ class Reading {
 
 }  // namespace
 
-HistoryRead readHistory(std::string_view bytes, Vorn::CongestionData& recorder) {
-  return Reading(bytes, recorder).read();
+HistoryRead readHistory(std::string_view bytes, Vorn::CongestionData& recorder, BurstLedger& ledger) {
+  return Reading(bytes, recorder, ledger).read();
 }
 
 }  // namespace Agent

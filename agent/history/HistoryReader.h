@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Vorn/CongestionData.h"
+#include "agent/burst/BurstLedger.h"
 
 namespace Agent {
 
@@ -33,6 +34,8 @@ struct HistoryRead {
 //
 // The recorder's own limit of shared chunks holds: if there are more, the ones handed out longest ago are
 // left out, as if the pool had needed them. Throws std::bad_alloc.
-HistoryRead readHistory(std::string_view bytes, Vorn::CongestionData& recorder);
+//
+// The ledger, which was just made as well, gets the accounts that there are, and the order of each log.
+HistoryRead readHistory(std::string_view bytes, Vorn::CongestionData& recorder, BurstLedger& ledger);
 
 }  // namespace Agent

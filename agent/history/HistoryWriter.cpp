@@ -20,7 +20,8 @@ using Kes::U8;
 
 class Writing {
  public:
-  Writing(Vorn::CongestionData const& recorder, std::FILE* out) : recorder_(recorder), out_(out) {
+  Writing(Vorn::CongestionData const& recorder, BurstLedger const& ledger, std::FILE* out)
+      : recorder_(recorder), ledger_(ledger), out_(out) {
     for (auto i = recorder.chunkArrayIterator(); i; ++i) positions_.emplace((*i).get(), i.key());
   }
 
@@ -77,6 +78,24 @@ class Writing {
     fields.add(queue.chipIndex());
     fields.add(queue.numCpuQueues());
     fields.addText(queue.fabricPeerIntf().stringValue().view());
+    end();
+    if (auto const* const account = ledger_.accounts().find({queue.intfId(), queue.identifier()}))
+      writeTotals(*account);
+  }
+
+  void writeTotals(BurstLedger::Account const& account) {
+    QueueTotals const& totals = account.totals;
+    Fields& fields = begin(Section::totals);
+    fields.add(account.address.key);
+    fields.add(account.address.handle);
+    fields.addText(account.address.kind.data());
+    fields.add(totals.bursts);
+    fields.add(totals.congested);
+    fields.add(totals.drops);
+    for (Histogram const* const histogram : {&totals.peak, &totals.duration, &totals.latency}) {
+      for (U64 const count : histogram->counts) fields.add(count);
+      fields.add(histogram->sum);
+    }
     end();
   }
 
@@ -152,6 +171,7 @@ class Writing {
   }
 
   Vorn::CongestionData const& recorder_;
+  BurstLedger const& ledger_;
   std::FILE* const out_;
   std::unordered_map<Vorn::Chunk const*, U32> positions_;  // of shared chunks in the pool
   Fields section_;
@@ -161,6 +181,8 @@ class Writing {
 
 }  // namespace
 
-void writeHistory(Vorn::CongestionData const& recorder, std::FILE* out) { Writing(recorder, out).write(); }
+void writeHistory(Vorn::CongestionData const& recorder, BurstLedger const& ledger, std::FILE* out) {
+  Writing(recorder, ledger, out).write();
+}
 
 }  // namespace Agent

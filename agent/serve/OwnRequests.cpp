@@ -11,13 +11,15 @@
 #include "agent/byname/ObjectPath.h"
 #include "agent/history/HistoryWriter.h"
 #include "agent/query/QueryReport.h"
+#include "agent/serve/Metrics.h"
 
 namespace Agent {
 
-OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, std::function<AgentStatus()> status,
-                         std::function<std::string()> config, InterfaceNames interfaces,
-                         std::function<void()> changed)
+OwnRequests::OwnRequests(Vorn::CongestionData::Ptr recorder, BurstLedger const& ledger,
+                         std::function<AgentStatus()> status, std::function<std::string()> config,
+                         InterfaceNames interfaces, std::function<void()> changed)
     : recorder_(std::move(recorder)),
+      ledger_(&ledger),
       status_(std::move(status)),
       config_(std::move(config)),
       interfaces_(std::move(interfaces)),
@@ -34,9 +36,16 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
         status().writeJson(out);
         return std::string();
       }};
+    if (request == Protocol::metricsRequest || request == Protocol::classicMetricsRequest) {
+      auto const form = request == Protocol::metricsRequest ? MetricsForm::openMetrics : MetricsForm::classic;
+      return Answer{.writer = [status = status_, ledger = ledger_, form](std::FILE* out) {
+        writeMetrics(*ledger, status(), form, out);
+        return std::string();
+      }};
+    }
     if (request == Protocol::saveRequest)
-      return Answer{.writer = [recorder = recorder_](std::FILE* out) {
-        writeHistory(*recorder, out);
+      return Answer{.writer = [recorder = recorder_, ledger = ledger_](std::FILE* out) {
+        writeHistory(*recorder, *ledger, out);
         return std::string();
       }};
     if (request == Protocol::configRequest) return Answer{.text = config_() + '\n'};

@@ -90,7 +90,8 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& re
 AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Output output) {
   std::string const request(Protocol::requestIn(command.request));
   if (request.starts_with(Protocol::statusRequest) || request == Protocol::saveRequest ||
-      request == Protocol::configRequest || isObjectChange(request))
+      request.starts_with(Protocol::metricsRequest) || request == Protocol::configRequest ||
+      isObjectChange(request))
     return {Kind::refused, "a file answers reports, types, type and get: ask an agent for the rest"};
   registerLinuxEntry();
   auto const clock = Vorn::testClockFactory();
@@ -98,7 +99,8 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Ou
                                                            Kes::makePtr<Vorn::Config>(),
                                                            Kes::makePtr<LinuxPortMetaDataDumper>());
   recorder->numSharedChunksIs(maxPoolChunks);  // all that is in the file
-  HistoryRead const read = readHistory(readFile(path, HistoryFormat::magic), *recorder);
+  BurstLedger ledger;
+  HistoryRead const read = readHistory(readFile(path, HistoryFormat::magic), *recorder, ledger);
   if (read.savedAt == Vorn::Microseconds(0)) return {Kind::refused, path + ": " + read.fault};
   recorder->numSharedChunksIs(read.poolLimit);
   clock->utcTimeIs(Vorn::Microseconds::toSeconds(read.savedAt));
