@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Kes/Format.h"
+#include "agent/query/QueryReport.h"
 #include "agent/record/LinuxEntry.h"
 #include "bench/Floor.h"
 #include "bench/RecorderLog.h"
@@ -63,12 +65,23 @@ class ReportCase {
       Vorn::Entry::Ptr const entry =
           Kes::makePtr<Agent::LinuxEntry>(Agent::QueueKey{0}, /*handle=*/U32{0}, update);
       recorder_->doAddToLog(id, entry);
+      ledger_.handleRecord(id, *entry);
       sorted_.push_back({entry, id.shortName().str()});
     }
   }
 
   void report(std::FILE* out, char const* command) const {
     recorder_->doMergeAndDumpEntries(out, command, "", "");
+  }
+  // As vorn-show asks.
+  void ask(std::FILE* out, Agent::Query const& query) const {
+    Agent::QueryReport(query, *recorder_, ledger_, {}).write(out);
+  }
+  // A query of the newest part of the records, in millionths.
+  Agent::Query ofNewest(U64 part) const {
+    auto const time = [&](std::size_t place) { return sorted_[place].entry->timestamp().value(); };
+    U64 const since = time(sorted_.size() - 1 - sorted_.size() * part / 1'000'000);
+    return {.since = Kes::format("@%u.%06u", since / 1'000'000, since % 1'000'000).str()};
   }
   void floor(std::FILE* out, bool csv) const { writeSorted(sorted_, out, csv); }
 
@@ -77,10 +90,14 @@ class ReportCase {
     std::string const lines = writtenBy([&](std::FILE* out) { floor(out, csv); });
     std::string const whole = writtenBy([&](std::FILE* out) { report(out, command); });
     expect(whole == "\nReport generated at 0.000000\n" + lines, std::string("report ") + command);
+    if (csv) return;
+    std::string const asked = writtenBy([&](std::FILE* out) { ask(out, {}); });
+    expect(asked.ends_with(lines), "query");
   }
 
  private:
   Vorn::CongestionData::Ptr const recorder_ = newRecorder();
+  Agent::BurstLedger ledger_;
   std::vector<SortedRecord> sorted_;
 };
 

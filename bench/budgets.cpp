@@ -35,7 +35,7 @@ namespace {
 using namespace Bench;
 
 // What one contest measured, in the order of its lines.
-using Measured = std::array<Comparison, 3>;
+using Measured = std::array<Comparison, 4>;
 
 struct AppendBudget {
   U32 ports;
@@ -290,6 +290,8 @@ void Budgets::addReports(FloorBudget const& budget) {
   Measured const figures = medians([&] { return measureReports(budget.ports); });
   atMost(nameOf("CSV report", budget.ports, "presorted records"), figures[0], budget.floor);
   atMost(nameOf("text report", budget.ports, "presorted records"), figures[1], budget.floor);
+  atMost(nameOf("text by query", budget.ports, "text report"), figures[2], 1.3);
+  timesFaster(nameOf("query of the newest hundredth", budget.ports, "query of all"), figures[3], 25);
 }
 
 Measured Budgets::measureReports(U32 ports) const {
@@ -303,8 +305,13 @@ Measured Budgets::measureReports(U32 ports) const {
     Contest contest = newContest();
     std::size_t const floor = contest.add(times(lines, [&] { reports.floor(stream.get(), csv); }));
     std::size_t const recorder = contest.add(times(lines, [&] { reports.report(stream.get(), command); }));
+    std::size_t const query = contest.add(times(lines, [&] { reports.ask(stream.get(), {}); }));
+    std::size_t const newest =
+        contest.add(times(lines, [&] { reports.ask(stream.get(), reports.ofNewest(10'000)); }));
     contest.run();
     figures[csv ? 0 : 1] = contest.compare(recorder, floor);
+    figures[2] = contest.compare(query, recorder);
+    figures[3] = contest.compare(query, newest);
   }
   return figures;
 }

@@ -23,8 +23,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
   try {
     Agent::Query const query = Agent::queryFrom("query " + Fuzz::Input(data, size).rest());
     Fuzz::check(Agent::queryFrom(Agent::requestFor(query)) == query, "round trip", Agent::requestFor(query));
-    std::string const report = Test::Bench::written(
-        [&](std::FILE* out) { Agent::QueryReport(query, *bench.recorder, {"lo"}).write(out); });
+    std::string const report = Test::Bench::written([&](std::FILE* out) {
+      Agent::QueryReport(query, *bench.recorder, Agent::BurstLedger(), {"lo"}).write(out);
+    });
     Fuzz::check(report.ends_with('\n') && report.find('\0') == std::string::npos, "report", report);
   } catch (Agent::QueryError const&) {
   } catch (std::regex_error const&) {

@@ -35,7 +35,7 @@ struct History : Bench {
     for (U32 const end = seed + records; seed < end; ++seed) {
       U64 const some = Kes::hashNumber(seed) >> 20;
       moment += some % (2 * inSecond);
-      if (stepsBack && some % 97 == 0) moment -= 300 * inSecond;
+      if (stepsBack && rows.size() % 700 == 600) moment -= 300 * inSecond;
       add("eth" + std::to_string(some % 3), static_cast<QueueKey>(some % 2 * 0x10010), moment,
           some / 7 % inSecond, static_cast<U32>(some % 100'000),
           static_cast<U32>(some / 11 % 4 == 0 ? some % 50 : 0), static_cast<U32>(some % 3 * 1000),
@@ -51,18 +51,21 @@ struct History : Bench {
       entry->durationIs(us(duration));
       return entry;
     };
-    recorder->doAddToLog(Pylo::IntfId(name), make(queue));
+    auto const record = make(queue);
+    recorder->doAddToLog(Pylo::IntfId(name), record);
+    ledger.handleRecord(Pylo::IntfId(name), *record);
     if (inSum) recorder->doAddToGlobalLog(make(noQueue));
     auto const port = recorder->portData(Pylo::IntfId(name));
     if (!port->portMetaData(queue))
       port->portMetaDataIs(Vorn::portMetaDataFactory(queue, Pylo::IntfId(name)));
     port->portMetaData(queue)->counterInc(1);
-    auto row = make(queue)->row(name);
+    auto row = record->row(name);
     row.interface = *names.insert(name).first;
     rows.push_back(row);
   }
   std::string ask(Query const& query) {
-    return written([&](std::FILE* out) { failure = QueryReport(query, *recorder, {"lo"}).write(out); });
+    return written(
+        [&](std::FILE* out) { failure = QueryReport(query, *recorder, ledger, {"lo"}).write(out); });
   }
   std::string own(std::string const& command) {
     return written([&](std::FILE* out) {
@@ -70,6 +73,7 @@ struct History : Bench {
     });
   }
 
+  BurstLedger ledger;
   std::set<std::string> names;
   std::vector<RecordRow> rows;  // as added
   std::string failure;
@@ -293,7 +297,8 @@ TEST(Query, Text_travelsWhole) {
        {"query nothing", "query top what=1", "query top form", "query top form=xml", "query top count=-1",
         "query top count=4294967296", "query top since=%4", "query top since=%zz"})
     EXPECT_NE(refusal([&] { queryFrom(text); }), "") << text;
-  EXPECT_NE(refusal([] { RecordFilter(Query{.queues = {"best"}}, now); }), "");
+  for (char const* queue : {"best", "1:zz", "-", "1:", ":"})
+    EXPECT_NE(refusal([&] { RecordFilter(Query{.queues = {queue}}, now); }), "") << queue;
   EXPECT_NE(refusal([] { RecordFilter(Query{.since = "now", .until = "-1h"}, now); }), "");
 }
 

@@ -83,10 +83,11 @@ Query inItsZone(Query query) {
 
 }  // namespace
 
-QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder,
+QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder, BurstLedger const& ledger,
                          std::vector<std::string> const& present)
     : query_(inItsZone(std::move(query))),
       recorder_(recorder),
+      ledger_(ledger),
       time_(recorder.clock()->getUTCTime()),
       now_(Microseconds::fromSeconds(time_).value()),
       filter_(query_, now_) {
@@ -113,7 +114,7 @@ unsigned QueryReport::view() const {
 }
 
 void QueryReport::writeRecords(std::FILE* out) {
-  RecordSet records(query_, filter_, recorder_);
+  RecordSet records(query_, filter_, recorder_, ledger_);
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
@@ -168,7 +169,7 @@ void QueryReport::writeTop(std::FILE* out) {
   all.count.reset();
   all.order.reset();
   all.reverse = false;
-  RecordSet records(all, filter_, recorder_);
+  RecordSet records(all, filter_, recorder_, ledger_);
   TimeWindow const span = records.span(now_);
   std::vector<QueueSummary> queues = summariesOf(records, span);
   if (query_.order) {
@@ -198,7 +199,7 @@ void QueryReport::writeTop(std::FILE* out) {
 void QueryReport::writeTimeline(std::FILE* out) {
   Query all = query_;
   all.count.reset();
-  RecordSet records(all, filter_, recorder_);
+  RecordSet records(all, filter_, recorder_, ledger_);
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);

@@ -22,7 +22,8 @@ class QueryReport {
  public:
   // Compiles and tries the patterns, which takes what time they take. `present` are interfaces that need no
   // record to be meant. Throws QueryError; std::regex_error for a pattern that is none.
-  QueryReport(Query query, Vorn::CongestionData const& recorder, std::vector<std::string> const& present);
+  QueryReport(Query query, Vorn::CongestionData const& recorder, BurstLedger const& ledger,
+              std::vector<std::string> const& present);
 
   // The stream tells by its error flag whether all was written. Returns what was asked for that there is not,
   // for people; empty: all is there.
@@ -40,6 +41,7 @@ class QueryReport {
 
   Query const query_;
   Vorn::CongestionData const& recorder_;
+  BurstLedger const& ledger_;
   Kes::Seconds const time_;
   Kes::U64 const now_;
   RecordFilter filter_;

@@ -34,7 +34,8 @@ RecordFilter::RecordFilter(Query const& query, U64 now)
     patterns_.push_back({pattern, Vorn::compilePattern(pattern)});
   for (std::string const& queue : query.queues) {
     QueueKey const key = QueueName::keyOf(queue);
-    if (key == noQueue) throw QueryError("\"" + queue + "\" is no queue: write it as tc does, 1:20 or root");
+    if (key == noQueue || QueueName::ofKey(key).text() != queue)
+      throw QueryError("\"" + queue + "\" is no queue: write it as tc does, 1:20 or root");
     queues_.insert(key);
   }
 }

@@ -44,6 +44,8 @@ class OpenQueues {
   }
 
   std::vector<PortMetaData const*> const& queues() const { return queues_; }
+  // Whether there are some whose record was not met yet.
+  bool anyUnmet() const { return !unmet_.empty(); }
   // Whether the record is of a burst that lasts: the newest one of its queue, and so the first that is met.
   bool meet(LinuxEntry const& record) {
     auto const isIts = [&](PortMetaData const* queue) { return queue->identifier() == record.queue(); };
@@ -59,6 +61,8 @@ class OpenQueues {
   std::vector<PortMetaData const*> unmet_;
 };
 
+U64 saturatedSum(U64 a, U64 b) { return a + std::min(b, ~a); }
+
 U64 keyOf(RecordRow const& row, Query::Order order) {
   switch (order) {
     case Query::Order::time: return row.timestamp;
@@ -72,8 +76,9 @@ U64 keyOf(RecordRow const& row, Query::Order order) {
 
 }  // namespace
 
-RecordSet::RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionData const& recorder)
-    : filter_(filter), recorder_(recorder), onlySum_(query.report == Query::Report::global) {
+RecordSet::RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionData const& recorder,
+                     BurstLedger const& ledger)
+    : filter_(filter), recorder_(recorder), ledger_(ledger), onlySum_(query.report == Query::Report::global) {
   bool const hasSum = onlySum_ || query.all;
   // A start record has no figures that could be asked for.
   bool const hasStarts = !query.drops && !query.latency && query.minLength == 0 && query.minDuration == 0 &&
@@ -84,17 +89,17 @@ RecordSet::RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionD
         found_.push_back(found);
         found_.back().key = row.timestamp;
       },
-      hasSum, hasStarts);
+      filter_.window(), hasSum, hasStarts);
   order(query);
 }
 
-// Tells of each record that the filter holds, whenever it was.
+// Tells of each record that the filter holds and that may lie in the window, and of some that do not.
 template <class Tell>
-void RecordSet::walk(Tell tell, bool hasSum, bool hasStarts) {
+void RecordSet::walk(Tell tell, TimeWindow const& window, bool hasSum, bool hasStarts) {
   logs_.clear();
   if (!onlySum_) {
     for (auto const& [intfId, port] : recorder_.portDataMap())
-      if (filter_.holdsInterface(intfId.shortName().str())) walkLog(tell, *port, hasStarts);
+      if (filter_.holdsInterface(intfId.shortName().str())) walkLog(tell, *port, window, hasStarts);
   }
   if (!hasSum || !recorder_.globalBufferChunk()) return;
   visitFromNewest(*recorder_.globalBufferChunk(), [&](LinuxEntry const& record) {
@@ -104,27 +109,35 @@ void RecordSet::walk(Tell tell, bool hasSum, bool hasStarts) {
   });
 }
 
+// From the newest chunk back. One that begins too far behind the window holds nothing of it, and neither does
+// what came before a record that lies too far in front of it.
 template <class Tell>
-void RecordSet::walkLog(Tell& tell, Vorn::PortData const& port, bool hasStarts) {
+void RecordSet::walkLog(Tell& tell, Vorn::PortData const& port, TimeWindow const& window, bool hasStarts) {
   auto const log = static_cast<U32>(logs_.size());
   logs_.push_back(&port);
   std::string_view const name = port.intfId().shortName().view();
+  U64 const slack = ledger_.slack(port.intfId());
   OpenQueues open(port);
-  Vorn::Chunk const* chunk = port.chunkTail();
-  LinuxEntry const* oldest = nullptr;
-  for (; chunk != nullptr; chunk = chunk->prevChunk().get()) {
-    visitFromNewest(*chunk, [&](LinuxEntry const& record) {
-      oldest = &record;
+  bool goesOn = true;
+  for (Vorn::Chunk const* chunk = port.chunkTail(); goesOn && chunk != nullptr;
+       chunk = chunk->prevChunk().get()) {
+    auto const first = chunk->entryIterator();
+    // The newest chunk is looked at in any case: it has what is open.
+    if (first && chunk != port.chunkTail() &&
+        (*first)->timestamp().value() > saturatedSum(window.until, slack))
+      continue;
+    goesOn = visitFromNewest(*chunk, [&](LinuxEntry const& record) {
       RecordRow row = record.row(name);
       row.open = open.meet(record);
       if (filter_.holdsFigures(row)) tell(Found{.what = &record, .log = log, .open = row.open}, row);
-      return true;
+      return open.anyUnmet() || saturatedSum(row.timestamp, slack) >= window.since;
     });
   }
-  if (!hasStarts || oldest == nullptr) return;
+  if (!hasStarts || port.chunkHead() == nullptr) return;
+  auto const oldest = port.chunkHead()->entryIterator();
   for (PortMetaData const* queue : open.queues()) {
     RecordRow const row = startRow(*queue);
-    if (queue->timeOfCongestionStart() < oldest->timestamp() && filter_.holdsQueue(row))
+    if (oldest && queue->timeOfCongestionStart() < (*oldest)->timestamp() && filter_.holdsQueue(row))
       tell(Found{.what = queue, .log = log, .isStart = true, .open = true}, row);
   }
 }
@@ -202,7 +215,7 @@ RecordSet::Neighbours RecordSet::neighbours() {
           result.before = row;
         }
       },
-      onlySum_, /*hasStarts=*/false);
+      TimeWindow(), onlySum_, /*hasStarts=*/false);
   return result;
 }
 

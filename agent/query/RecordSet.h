@@ -7,6 +7,7 @@
 
 #include "Vorn/CongestionData.h"
 #include "Vorn/VornUtils.h"
+#include "agent/burst/BurstLedger.h"
 #include "agent/query/Query.h"
 #include "agent/query/RecordFilter.h"
 #include "agent/record/LinuxEntry.h"
@@ -18,8 +19,11 @@ namespace Agent {
 // meanwhile (a report is written by a process of its own, over a snapshot). It takes 24 bytes a record.
 class RecordSet {
  public:
-  // Throws std::logic_error where the recorder has records that are not this agent's.
-  RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionData const& recorder);
+  // `ledger` knows how far the logs are from being in order of time, so that of a long history only what may
+  // lie in the window is looked at. Throws std::logic_error where the recorder has records that are not this
+  // agent's.
+  RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionData const& recorder,
+            BurstLedger const& ledger);
 
   std::size_t size() const { return found_.size(); }
   RecordRow operator[](std::size_t place) const { return rowOf(found_[place]); }
@@ -49,13 +53,14 @@ class RecordSet {
 
   RecordRow rowOf(Found const& found) const;
   template <class Tell>
-  void walk(Tell tell, bool hasSum, bool hasStarts);
+  void walk(Tell tell, TimeWindow const& window, bool hasSum, bool hasStarts);
   template <class Tell>
-  void walkLog(Tell& tell, Vorn::PortData const& port, bool hasStarts);
+  void walkLog(Tell& tell, Vorn::PortData const& port, TimeWindow const& window, bool hasStarts);
   void order(Query const& query);
 
   RecordFilter& filter_;
   Vorn::CongestionData const& recorder_;
+  BurstLedger const& ledger_;
   bool const onlySum_;
   std::vector<Vorn::PortData const*> logs_;  // of which records were looked at
   std::vector<Found> found_;

@@ -66,12 +66,12 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
 }
 
 CommandServer::Answer OwnRequests::query(std::string const& request) const {
-  return {
-      .writer = [recorder = recorder_, interfaces = interfaces_, query = queryFrom(request)](std::FILE* out) {
-        QueryReport report(query, *recorder, interfaces());
-        ReportChild::patternsAreDone();
-        return report.write(out);
-      }};
+  return {.writer = [recorder = recorder_, ledger = ledger_, interfaces = interfaces_,
+                     query = queryFrom(request)](std::FILE* out) {
+    QueryReport report(query, *recorder, *ledger, interfaces());
+    ReportChild::patternsAreDone();
+    return report.write(out);
+  }};
 }
 
 std::string OwnRequests::change(std::string const& request, uid_t client) const {

@@ -74,12 +74,14 @@ AnswerEnd endOf(std::string const& failure) {
   return failure.empty() ? AnswerEnd{Kind::whole} : AnswerEnd{Kind::refused, failure};
 }
 
-AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, std::string const& request, std::FILE* out) {
+AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, BurstLedger const& ledger,
+                std::string const& request, std::FILE* out) {
   if (ObjectLookup::claims(request)) {
     ObjectLookup(recorder, request).write(out);
     return {Kind::whole};
   }
-  if (isQuery(request)) return endOf(QueryReport(queryFrom(request), *recorder, /*present=*/{}).write(out));
+  if (isQuery(request))
+    return endOf(QueryReport(queryFrom(request), *recorder, ledger, /*present=*/{}).write(out));
   Vorn::CommandOptions const options = Vorn::parseCommand(request);
   recorder->doMergeAndDumpEntries(out, request, columnsFor(options), footerFor(options, *recorder));
   return endOf(unmatchedPattern(options.interfacePatterns, *recorder, /*present=*/{}));
@@ -110,7 +112,7 @@ AnswerEnd reportFromFile(std::string const& path, ShowCommand const& command, Ou
   AnswerEnd end{Kind::whole};
   try {
     Passage passage(asItIs ? output : Output([&report](std::string_view bytes) { report.take(bytes); }));
-    end = write(recorder, request, passage.stream());
+    end = write(recorder, ledger, request, passage.stream());
     passage.finish();
     report.finish();
   } catch (std::regex_error const& error) {
