@@ -22,6 +22,7 @@
 #include "agent/query/Schema.h"
 #include "agent/query/TimeText.h"
 #include "agent/show/FileReport.h"
+#include "agent/show/Follow.h"
 #include "agent/show/ShowClient.h"
 #include "agent/show/Terminal.h"
 
@@ -145,6 +146,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   app.require_subcommand(0, 1);
   app.fallthrough();  // options may stand before and after the report's name
   add("history", Report::history, "Congestion records, newest first (the default)");
+  add("follow", Report::follow, "Records as they close, until it is interrupted");
   add("top", Report::top, "A line a queue, the one that hurts most first");
   add("timeline", Report::timeline, "A row a queue, time across, as a picture");
   add("stats", Report::statistics, "How often each queue was congested");
@@ -166,16 +168,23 @@ void addReports(CLI::App& app, CommandLine& line) {
   addByName(app, line);
 }
 
-// A user's own agent goes before the system's; one that cannot be there does not.
-Agent::FileDescriptor connectToAgent(CommandLine const& line) {
+// A user's own agent goes before the system's; one that cannot be there does not. Who has reached one stays
+// with it.
+Agent::FileDescriptor connectToAgent(CommandLine& line) {
   if (!line.socketPath.empty()) return Agent::connectTo(line.socketPath, patienceSeconds);
   std::string const own = Agent::Protocol::userSocketPath();
   try {
-    if (!own.empty()) return Agent::connectTo(own, patienceSeconds);
+    if (!own.empty()) {
+      Agent::FileDescriptor socket = Agent::connectTo(own, patienceSeconds);
+      line.socketPath = own;
+      return socket;
+    }
   } catch (std::system_error const& error) {
     if (error.code() == std::errc::resource_unavailable_try_again) throw;  // it is there, and too busy
   }
-  return Agent::connectTo(Agent::Protocol::systemSocketPath, patienceSeconds);
+  Agent::FileDescriptor socket = Agent::connectTo(Agent::Protocol::systemSocketPath, patienceSeconds);
+  line.socketPath = Agent::Protocol::systemSocketPath;
+  return socket;
 }
 
 void print(std::string_view bytes) {
@@ -237,8 +246,7 @@ Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& com
 }
 
 // Asks an agent, or the file.
-Agent::AnswerEnd ask(CommandLine const& line, Agent::ShowCommand const& command,
-                     Agent::Output const& output) {
+Agent::AnswerEnd ask(CommandLine& line, Agent::ShowCommand const& command, Agent::Output const& output) {
   if (!line.filePath.empty()) return fromFile(line.filePath, command, output);
   Agent::FileDescriptor socket;
   try {
@@ -260,7 +268,7 @@ int report(Agent::AnswerEnd const& end) {
 }
 
 // On a terminal in place of the report before, as much of it as there is room for.
-int watch(CommandLine const& line, Agent::ShowCommand const& command) {
+int watch(CommandLine& line, Agent::ShowCommand const& command) {
   auto const pause = std::chrono::duration<double>(*line.options.watch);
   for (;;) {
     Agent::Terminal const terminal = Agent::Terminal::ofStandardOutput();
@@ -278,6 +286,20 @@ int watch(CommandLine const& line, Agent::ShowCommand const& command) {
   }
 }
 
+// Shown at once, since whoever reads it is waiting.
+int follow(CommandLine& line) {
+  if (!line.filePath.empty()) throw Agent::UsageError("a file does not go on: follow an agent");
+  auto const showNow = [](std::string_view bytes) {
+    print(bytes);
+    if (std::fflush(stdout) != 0) throw OutputClosed{errno};
+  };
+  return report(Agent::followRecords(Agent::followQueryFor(line.options),
+                                     {.connect = [&line] { return connectToAgent(line); },
+                                      .output = showNow,
+                                      .reader = STDOUT_FILENO,
+                                      .remark = [](std::string const& text) { complain(done, text); }}));
+}
+
 int show(CommandLine& line) {
   Agent::ShowOptions& options = line.options;
   for (std::string const& list : line.interfaceLists) {
@@ -290,6 +312,8 @@ int show(CommandLine& line) {
   options.query.width = terminal.columns;
   options.query.ascii = terminal.ascii;
   options.query.colour = terminal.colour && options.report == Report::timeline;
+  if (options.follow && options.report == Report::history) options.report = Report::follow;
+  if (options.report == Report::follow) return follow(line);
   Agent::ShowCommand command = Agent::showCommandFor(options);
   if (options.report == Report::schema) {
     Agent::writeSchema(stdout);
