@@ -20,3 +20,15 @@ add_test(NAME end-to-end
          COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/end_to_end_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
                  $<TARGET_FILE:vorn-burst>)
 set_tests_properties(end-to-end PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+
+# The page of a timeline in a browser, and a trace read back. 77: they have printed what they lack.
+add_executable(made_reports made_reports.cpp)
+target_link_libraries(made_reports PRIVATE vorn-agent-lib)
+vorn_warnings(made_reports)
+if(VORN_SANITIZE OR VORN_COVERAGE)
+  set(pace --slow)
+endif()
+foreach(name IN ITEMS timeline_page_test perfetto_trace_test)
+  add_test(NAME ${name} COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/${name}.py" $<TARGET_FILE:made_reports> ${pace})
+  set_tests_properties(${name} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
+endforeach()

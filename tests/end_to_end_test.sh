@@ -182,6 +182,12 @@ PYTHON
 else
   echo "left out: no JSON is compared with its schema: there is no python3-jsonschema here"
 fi
+# A page and a trace come whole, from the agent; its trace has the clocks of this machine.
+vorn-show timeline --html "$scratch/page.html"
+[ "$(head -c 15 "$scratch/page.html")$(tail -c 8 "$scratch/page.html")" = '<!DOCTYPE html></html>' ] || fail "no whole page"
+grep -q '"names":\[.*"br-c0"' "$scratch/page.html" || fail "a page without its records"
+vorn-show history --trace "$scratch/trace"
+grep -qa 'br-c0 root peak' "$scratch/trace" || fail "a trace without its tracks"
 messages QUEUEMONITOR_LENGTH_OVER_THRESHOLD
 
 # How vorn-show ends.
@@ -205,7 +211,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
   inside && /^vorn-show: the agent says/ { status[n] = 1 }
   function add(command) {
     sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
-    if (command ~ /NAME|PATH|DIR|follow/) return
+    if (command ~ /NAME|PATH|DIR|FILE|follow/) return
     gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
     status[++n] = command ~ /^vorn-agent/ && command !~ /--(help|check-config)/ ? 1 : 0; commands[n] = command
   }

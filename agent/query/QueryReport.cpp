@@ -8,7 +8,9 @@
 #include "Vorn/PortMetaDataDumper.h"
 #include "agent/base/Printable.h"
 #include "agent/query/Heights.h"
+#include "agent/query/PerfettoTrace.h"
 #include "agent/query/QueueSummary.h"
+#include "agent/query/TimelinePage.h"
 #include "agent/query/TimelineText.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/LocalZone.h"
@@ -84,10 +86,11 @@ Query inItsZone(Query query) {
 }  // namespace
 
 QueryReport::QueryReport(Query query, Vorn::CongestionData const& recorder, BurstLedger const& ledger,
-                         std::vector<std::string> const& present)
+                         std::vector<std::string> const& present, Origin origin)
     : query_(inItsZone(std::move(query))),
       recorder_(recorder),
       ledger_(ledger),
+      origin_(origin),
       time_(recorder.clock()->getUTCTime()),
       now_(Microseconds::fromSeconds(time_).value()),
       filter_(query_, now_) {
@@ -115,6 +118,10 @@ unsigned viewOf(Query const& query) {
 
 void QueryReport::writeRecords(std::FILE* out) {
   RecordSet records(query_, filter_, recorder_, ledger_);
+  if (query_.form == Form::trace) {
+    auto const* const clock = origin_ == Origin::agent ? recorder_.clock().get() : nullptr;
+    return writePerfettoTrace(records, records.span(now_), clock, out);
+  }
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
@@ -200,6 +207,7 @@ void QueryReport::writeTimeline(std::FILE* out) {
   Query all = query_;
   all.count.reset();
   RecordSet records(all, filter_, recorder_, ledger_);
+  if (query_.form == Form::html) return writeTimelinePage(records, records.span(now_), query_, now_, out);
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);

@@ -23,10 +23,13 @@ unsigned viewOf(Query const& query);
 // It is made in a process of its own: the zone of its times is set for all of the process.
 class QueryReport {
  public:
+  // Whose records they are: this machine's, by its recorder's clock, or those of a file.
+  enum class Origin : Kes::U8 { agent, file };
+
   // Compiles and tries the patterns, which takes what time they take. `present` are interfaces that need no
   // record to be meant. Throws QueryError; std::regex_error for a pattern that is none.
   QueryReport(Query query, Vorn::CongestionData const& recorder, BurstLedger const& ledger,
-              std::vector<std::string> const& present);
+              std::vector<std::string> const& present, Origin origin = Origin::agent);
 
   // The stream tells by its error flag whether all was written. Returns what was asked for that there is not,
   // for people; empty: all is there.
@@ -44,6 +47,7 @@ class QueryReport {
   Query const query_;
   Vorn::CongestionData const& recorder_;
   BurstLedger const& ledger_;
+  Origin const origin_;
   Kes::Seconds const time_;
   Kes::U64 const now_;
   RecordFilter filter_;

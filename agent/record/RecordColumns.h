@@ -24,7 +24,7 @@ inline constexpr unsigned start = 16;  // of start records; words follow
 
 namespace RecordFields {
 
-constexpr ReportValue type(RecordRow const& row) {
+inline ReportValue type(RecordRow const& row) {
   constexpr std::string_view names[] = {"record", "start", "global"};
   return names[static_cast<std::size_t>(row.kind)];
 }
@@ -39,10 +39,10 @@ inline ReportValue handle(RecordRow const& row) {
   return row.handle == 0 ? ReportValue() : QueueName::ofHandle(row.handle);
 }
 // A start record has no figures.
-constexpr ReportValue figure(RecordRow const& row, Kes::U64 value) {
+inline ReportValue figure(RecordRow const& row, Kes::U64 value) {
   return row.kind == RecordRow::Kind::start ? ReportValue() : value;
 }
-constexpr ReportValue latency(RecordRow const& row) {
+inline ReportValue latency(RecordRow const& row) {
   return row.latency == 0 ? ReportValue() : Kes::U64{row.latency};
 }
 

@@ -80,8 +80,10 @@ AnswerEnd write(Vorn::CongestionData::Ptr const& recorder, BurstLedger const& le
     ObjectLookup(recorder, request).write(out);
     return {Kind::whole};
   }
-  if (isQuery(request))
-    return endOf(QueryReport(queryFrom(request), *recorder, ledger, /*present=*/{}).write(out));
+  if (isQuery(request)) {
+    QueryReport report(queryFrom(request), *recorder, ledger, /*present=*/{}, QueryReport::Origin::file);
+    return endOf(report.write(out));
+  }
   Vorn::CommandOptions const options = Vorn::parseCommand(request);
   recorder->doMergeAndDumpEntries(out, request, columnsFor(options), footerFor(options, *recorder));
   return endOf(unmatchedPattern(options.interfacePatterns, *recorder, /*present=*/{}));
