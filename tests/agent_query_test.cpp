@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "agent/query/QueryReport.h"
+#include "agent/query/QueueSummary.h"
 #include "agent/query/TimeText.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
@@ -221,6 +222,18 @@ TEST(Query, Top_sumsUpAQueueInsideTheWindow) {
             "last_us,open,open_length_bytes\n"
             "busy,1:20,65568,4,1500000,171428,500000,90000,1500,6,1795507466250000,1,90000\n"
             "quiet,root,0,1,1000,114,1000,5000,300,0,1795507458500000,0,\n");
+  // A congestion whose first record is gone and that went on in another one is one burst.
+  History old(1, 0);
+  old.add("busy", 0, now - 2 * inSecond, inSecond, 9'000, 0, 0);
+  for (QueueKey const queue : {0U, 0x10010U}) {
+    auto const port = old.recorder->portData(Pylo::IntfId("busy"));
+    if (queue != 0) port->portMetaDataIs(Vorn::portMetaDataFactory(queue, Pylo::IntfId("busy")));
+    port->portMetaData(queue)->timeOfCongestionStartIs(us(now - 5 * inSecond));
+  }
+  EXPECT_EQ(old.ask({.report = Query::Report::top, .form = Query::Form::csv, .last = "4"}),
+            fieldNames(summaryColumns) +
+                "busy,root,0,1,4000000,1000000,5000000,9000,,0,1795507464500000,1,9000\n"
+                "busy,1:10,65552,1,4000000,1000000,5000000,0,,0,1795507461500000,1,0\n");
   std::string const text = history.ask({.report = Query::Report::top, .count = 1});
   EXPECT_NE(
       text.find(

@@ -201,7 +201,7 @@ TimeWindow RecordSet::span(U64 now) const {
     last = std::max(last, row.end());
   }
   if (window.since == 0) window.since = std::min(first, window.until);
-  if (window.until == TimeWindow().until) window.until = std::max(last, window.since);
+  window.until = std::max(std::min(window.until, last), window.since);
   return window;
 }
 

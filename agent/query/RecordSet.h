@@ -30,8 +30,8 @@ class RecordSet {
   // Those that the record at a place is judged by; 0 where none are known, as for a saved history.
   Vorn::Thresholds thresholdsOf(std::size_t place) const;
 
-  // The window with both its ends: without limits it begins with the earliest record, and ends at `now` or
-  // with the last one.
+  // The window with both its ends: without a limit it begins with the earliest record, and it ends at `now`,
+  // or with the last record, at the latest.
   TimeWindow span(Kes::U64 now) const;
 
   // Around an empty window, of the records that the filter holds otherwise: the one that ended last before it
