@@ -129,6 +129,9 @@ void serve(Agent::AgentOptions const& options) {
                      recorder, ledger, agentStatus, [&settings] { return settings->listing(); },
                      presentInterfaces, [&changesByName] { ++changesByName; }),
                  presentInterfaces, Agent::clientLimitsOf(options));
+  feed.closedHandlerIs([&server](Agent::QueueAddress const& queue, Agent::LinuxEntry::Ptr const& record) {
+    server->handleClosed(record->row(queue.intfId.shortName().view()));
+  });
   settings.emplace(options, Agent::LiveSettings::Parts{config, status, recorder, feed, source, *server});
   std::string const answering = "answering at " + options.socketPath;
   reload = [&settings, &manager, &answering] {

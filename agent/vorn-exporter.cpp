@@ -40,7 +40,7 @@ struct Page {
   std::string text;
 };
 
-Page metricsPage(std::string const& socketPath, std::string_view accept) {
+Page metricsPage(std::string socketPath, std::string_view accept) {
   bool const open = Agent::acceptedForm(accept) == Agent::MetricsForm::openMetrics;
   auto const request = open ? Agent::Protocol::metricsRequest : Agent::Protocol::classicMetricsRequest;
   std::string text;

@@ -21,6 +21,7 @@
 #include "agent/query/Schema.h"
 #include "agent/query/TimeText.h"
 #include "agent/show/FileReport.h"
+#include "agent/show/Follow.h"
 #include "agent/show/ShowClient.h"
 #include "agent/show/Terminal.h"
 
@@ -144,6 +145,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   app.require_subcommand(0, 1);
   app.fallthrough();  // options may stand before and after the report's name
   add("history", Report::history, "Congestion records, newest first (the default)");
+  add("follow", Report::follow, "Records as they close, until it is interrupted");
   add("top", Report::top, "A line a queue, the one that hurts most first");
   add("timeline", Report::timeline, "A row a queue, time across, as a picture");
   add("stats", Report::statistics, "How often each queue was congested");
@@ -224,8 +226,7 @@ Agent::AnswerEnd fromFile(std::string const& path, Agent::ShowCommand const& com
 }
 
 // Asks an agent, or the file.
-Agent::AnswerEnd ask(CommandLine const& line, Agent::ShowCommand const& command,
-                     Agent::Output const& output) {
+Agent::AnswerEnd ask(CommandLine& line, Agent::ShowCommand const& command, Agent::Output const& output) {
   if (!line.filePath.empty()) return fromFile(line.filePath, command, output);
   Agent::FileDescriptor socket;
   try {
@@ -247,7 +248,7 @@ int report(Agent::AnswerEnd const& end) {
 }
 
 // On a terminal in place of the report before, as much of it as there is room for.
-int watch(CommandLine const& line, Agent::ShowCommand const& command) {
+int watch(CommandLine& line, Agent::ShowCommand const& command) {
   auto const pause = std::chrono::duration<double>(*line.options.watch);
   for (;;) {
     Agent::Terminal const terminal = Agent::Terminal::ofStandardOutput();
@@ -265,6 +266,21 @@ int watch(CommandLine const& line, Agent::ShowCommand const& command) {
   }
 }
 
+// Shown at once, since whoever reads it is waiting.
+int follow(CommandLine& line) {
+  if (!line.filePath.empty()) throw Agent::UsageError("a file does not go on: follow an agent");
+  auto const showNow = [](std::string_view bytes) {
+    print(bytes);
+    if (std::fflush(stdout) != 0) throw OutputClosed{errno};
+  };
+  return report(Agent::followRecords(
+      Agent::followQueryFor(line.options),
+      {.connect = [&line] { return Agent::connectToAgent(line.socketPath, patienceSeconds); },
+       .output = showNow,
+       .reader = STDOUT_FILENO,
+       .remark = [](std::string const& text) { complain(done, text); }}));
+}
+
 int show(CommandLine& line) {
   Agent::ShowOptions& options = line.options;
   for (std::string const& list : line.interfaceLists) {
@@ -277,6 +293,8 @@ int show(CommandLine& line) {
   options.query.width = terminal.columns;
   options.query.ascii = terminal.ascii;
   options.query.colour = terminal.colour && options.report == Report::timeline;
+  if (options.follow && options.report == Report::history) options.report = Report::follow;
+  if (options.report == Report::follow) return follow(line);
   Agent::ShowCommand command = Agent::showCommandFor(options);
   if (options.report == Report::schema) {
     Agent::writeSchema(stdout);

@@ -2,6 +2,7 @@
 // What is asked of a history: as text that travels, and what it finds.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <map>
@@ -13,6 +14,8 @@
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/LocalZone.h"
 #include "agent/record/RecordColumns.h"
+#include "agent/show/Follow.h"
+#include "agent/show/FollowReader.h"
 #include "tests/support.h"
 
 using namespace Agent;
@@ -300,6 +303,67 @@ TEST(Query, Text_travelsWhole) {
   for (char const* queue : {"best", "1:zz", "-", "1:", ":"})
     EXPECT_NE(refusal([&] { RecordFilter(Query{.queues = {queue}}, now); }), "") << queue;
   EXPECT_NE(refusal([] { RecordFilter(Query{.since = "now", .until = "-1h"}, now); }), "");
+}
+
+// What a follower shows of agents that speak and end, one after the other, its remarks in brackets, and its
+// end.
+std::string followed(Query const& query, std::vector<std::string> agents) {
+  std::string all;
+  std::reverse(agents.begin(), agents.end());
+  auto const connect = [&] {
+    if (agents.empty()) throw std::system_error(ECONNREFUSED, std::generic_category(), "nobody");
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    FileDescriptor const agent(ends[0]);
+    EXPECT_GE(::send(agent.get(), agents.back().data(), agents.back().size(), 0), 0);
+    agents.pop_back();
+    return FileDescriptor(ends[1]);
+  };
+  FileDescriptor const reader(::socket(AF_UNIX, SOCK_DGRAM, 0));
+  auto const remark = [&](std::string const& text) { all += '[' + text + "]\n"; };
+  auto const end =
+      followRecords(query, {connect, [&](std::string_view lines) { all += lines; }, reader.get(), remark});
+  return all + end.text;
+}
+
+TEST(Follow, Shows_whatFitsAcrossAgents) {
+  std::string const names = recordFieldNames();
+  std::string const one = "record,eth0,1:20,65568,8001:,1795507466500000,25803,302800,492050,24310,117\n";
+  std::string const other = "record,\"a,\"\"\x1b[2J\",root,0,,1795507467500000,5,400,401,,0\n";
+  std::string const otherName =
+      "type,new,drops,latency_us,peak_at_most_bytes,queue_length_bytes,duration_us,"
+      "timestamp_us,handle,queue_id,interface\n"
+      "record,?,117,24310,492050,302800,25803,1795507466500000,8001:,65568,eth0\n";
+  Query const csv{.form = Query::Form::csv, .count = 3};
+  EXPECT_EQ(followed(csv, {names + one + "skipped,12\nlater,kind\n" + other + "record,cut o", otherName}),
+            names + one +
+                "[12 records skipped]\nrecord,\"a,\"\"?[2J\",root,0,,1795507467500000,5,400,401,,0\n" +
+                "[the agent has ended; waiting for it to come back]\n"
+                "[the agent is back; what it recorded meanwhile is in its history]\n" +
+                one);
+  Query const json{.form = Query::Form::json, .patterns = {"a.*"}, .count = 1};
+  std::string const object = followed(json, {names + one + other + other});
+  EXPECT_TRUE(object.starts_with(R"({"type":"record","interface":"a,\"\u001B[2J","queue":"root",)"))
+      << object;
+  EXPECT_EQ(object.find('\n'), object.size() - 1);
+  EXPECT_EQ(followed({.minLatency = 1, .count = 1, .utc = true}, {names + other + one}),
+            recordTitles(RecordView::records) +
+                "2026-11-24 08:04:26.500000 eth0         1:20     302800 B   "
+                "492050 B    25.803 ms   24.310 ms    117\n");
+}
+
+TEST(Follow, Nonsense_endsIt) {
+  std::string const names = recordFieldNames();
+  Query const csv{.form = Query::Form::csv};
+  EXPECT_EQ(followed(csv, {}), "cannot reach the agent: nobody: Connection refused");
+  EXPECT_EQ(followed(csv, {""}), "the agent closed the connection without an answer");
+  EXPECT_EQ(followed(csv, {std::string("\0too \x1bmany\n", 11)}), "the agent says: too ?many");
+  EXPECT_EQ(followed(csv, {"type,interface\n"}), names + "the agent does not know how to be followed");
+  EXPECT_EQ(followed(csv, {names + "record,x\n"}), names + "the agent sends a record that is not whole");
+  EXPECT_EQ(followed(csv, {names + std::string(5000, '"')}), names + "the agent sends lines without an end");
+  for (std::string const number : {"-1", "4294967296", "1e3", "9 ", "x"})
+    EXPECT_EQ(followed(csv, {names + "record,eth0,root,0,,1,1," + number + ",1,1,1\n"}),
+              names + "the agent sends a record with a number that is none");
 }
 
 }  // namespace

@@ -93,16 +93,21 @@ class CommandServerTest : public testing::Test {
     EventLoop loop;
     CommandServer::Limits const limits{.connections{8, 4, 2},
                                        .reports{2, 1, 1},
+                                       .followers{10, 3, 2},
                                        .silence = 100ms,
                                        .request = 500ms,
                                        .turn = 300ms,
                                        .verdict = 5s,
                                        .report{8s, 50ms}};
     std::optional<CommandServer> server;
+    Kes::U64 closed = 0;
     auto const own = [&](std::string const& request, uid_t user) -> std::optional<CommandServer::Answer> {
       bool const sets = request.starts_with("set");
       shared_->changes += sets;
       if (sets) return CommandServer::Answer{.text = "set by " + std::to_string(user) + '\n'};
+      for (int left = request.starts_with("close ") ? std::stoi(request.substr(6)) : 0; left > 0; --left)
+        server->handleClosed({.interface = "eth0", .queue = 0, .timestamp = ++closed});
+      if (request.starts_with("close ")) return CommandServer::Answer{.text = "closed\n"};
       if (request != "status") return std::nullopt;
       return CommandServer::Answer{.text = server->status().text() + '\n' + failureStatus().text() + '\n'};
     };
@@ -250,18 +255,85 @@ TEST_F(CommandServerTest, Nobody_shutsOthersOut) {
   EXPECT_EQ(rest(request("set 1\n", stranger)), "set by 65534\n");
 }
 
+// One that follows: each record is the next one, or as many later as it was told.
+struct Follower {
+  explicit Follower(FileDescriptor const& socket) : in(::fdopen(::dup(socket.get()), "r"), &std::fclose) {}
+  void readTo(Kes::U64 number) {
+    for (Kes::U64 told = 0; got + skipped < number;) {
+      if (std::fscanf(in.get(), " skipped,%lu", &told) == 1) {
+        skipped += told;
+        continue;
+      }
+      ASSERT_EQ(std::fscanf(in.get(), "record,eth0,root,0,,%lu,0,0,0,,0", &told), 1);
+      ASSERT_EQ(told, ++got + skipped);
+    }
+  }
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> in;
+  Kes::U64 got = 0, skipped = 0;
+};
+
+TEST_F(CommandServerTest, Followers_getAllOrAreToldWhatTheyMissed) {
+  constexpr Kes::U64 bursts = 5000, oneByOne = 400;  // so many packets fill the socket of one that is stopped
+  std::vector<Follower> followers;
+  while (followers.size() < 10) {
+    char names[200];
+    followers.emplace_back(request("follow\n"));
+    ASSERT_NE(std::fgets(names, sizeof names, followers.back().in.get()), nullptr);
+    EXPECT_TRUE(std::string_view(names).starts_with("type,interface,"));
+  }
+  EXPECT_EQ(rest(request("follow\n")), "error: there are too many clients that follow\n");
+  Follower stopped = std::move(followers.back());
+  followers.pop_back();
+  for (Kes::U64 done = 0; done < bursts;) {
+    Kes::U64 const more = done < oneByOne ? 1 : 100;
+    ASSERT_EQ(rest(request("close " + std::to_string(more) + '\n')), "closed\n");
+    done += more;
+    for (Follower& follower : followers) ASSERT_NO_FATAL_FAILURE(follower.readTo(done));
+  }
+  for (Follower const& follower : followers) EXPECT_EQ(follower.skipped, 0U);
+  ASSERT_NO_FATAL_FAILURE(stopped.readTo(bursts));
+  EXPECT_GE(stopped.skipped, bursts - FollowRing::capacity - oneByOne);
+  std::string const said = ", 10 follow, who have missed " + std::to_string(stopped.skipped) + " records\n";
+  EXPECT_NE(rest(request("status\n")).find(said), std::string::npos);
+  followers.clear();
+  EXPECT_NE(rest(request("status\n")).find(", 1 follow, "), std::string::npos);
+}
+
+TEST(FollowRingTest, Tells_whatThereWasNoMemoryFor) {
+  FollowRing ring;
+  Shared failing;
+  counted = &failing;
+  RecordRow const row{.interface = "eth0", .queue = 0};
+  for (bool const fails : {false, true, true, false, true}) {
+    failing.allocationsLeft = fails ? 0 : forever;
+    try {
+      ring.add(row);
+    } catch (std::bad_alloc const&) {
+      EXPECT_TRUE(fails);
+    }
+  }
+  counted = nullptr;
+  std::uint64_t cursor = 0;
+  std::string const line = "record,eth0,root,0,,0,0,0,0,,0\n";
+  std::string text;
+  EXPECT_EQ(ring.take(cursor, 9, text), 3U);
+  EXPECT_EQ(text, line + "skipped,2\n" + line + "skipped,1\n");
+}
+
 TEST_F(CommandServerTest, Failed_allocationsCostTheirClientAlone) {
   std::ptrdiff_t const idle = openFiles(agent_);
   auto const isIdle = [&] {
-    return rest(request("status\n")).starts_with("clients: 1 connected, 0 wait for a report, 0 get one\n") &&
+    return rest(request("status\n"))
+               .starts_with("clients: 1 connected, 0 wait for a report, 0 get one, 0 follow,") &&
            openFiles(agent_) == idle;
   };
   int failures = 0;
-  for (std::string const bytes : {"checked -s1\n", "-i(a\n", "status\n", "set 1\n", "half a line", ""}) {
+  for (std::string const bytes :
+       {"checked -s1\n", "-i(a\n", "status\n", "set 1\n", "follow\n", "half a line", ""}) {
     for (long left = 0; shared_->allocationsLeft == forever; ++left, ++failures) {
       shared_->allocationsLeft = left;
       FileDescriptor client = request(bytes);
-      if (bytes.ends_with('\n')) rest(client);
+      if (bytes.ends_with('\n') && bytes != "follow\n") rest(client);
       client.reset();
       bool idleAgain = isIdle();  // what is left of the allowance may have been spent on this
       for (int i = 0; i < 100 && !idleAgain; ++i) idleAgain = isIdle();

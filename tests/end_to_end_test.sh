@@ -112,8 +112,20 @@ send() {
 }
 drained() { ! tc -s qdisc show | grep -q 'backlog [1-9]'; }
 
+followers=()
+follow() {
+  "$show_program" --socket "$socket" follow "${@:2}" >"$scratch/$1" 2>>"$scratch/follow.err" &
+  followers+=($!)
+}
+
 echo >"$scratch/agent.toml"
 start_agent
+follow follow.csv --csv --interface br-c0 --count 4
+follow follow.json --json --drops --count 1
+vorn-show --follow 2>>"$scratch/follow.err" | head -n 2 >"$scratch/follow.head" &
+followers+=($!)
+follows() { vorn-show status | grep -q ", $1 follow, "; }
+until_true follows 3
 send br-c0 --to 10.0.1.2 --duration-ms 80 --count 3
 send up.1 --to 10.0.2.2 --duration-ms 60 --count 2
 send br-c0 --to 10.0.1.2 --duration-ms 150 # more than the queue holds
@@ -146,6 +158,12 @@ last=$(sed -n 's/^record,br-c0,root,0,[^,]*,\([0-9]*\)\([0-9]\{6\}\),.*/\1.\2/p'
 show 0 ' br-c0 ' --since "@$last" --until "@$last"
 show 0 '^Nothing after\.$' --since +1min
 show 2 'is no time' --since noon
+# Who followed saw what closed, and only what it had asked for.
+wait "${followers[@]}" && [ ! -s "$scratch/follow.err" ] || fail "following: $(cat "$scratch/follow.err")"
+[ "$(grep -c '^record,br-c0,' "$scratch/follow.csv"), $(wc -l <"$scratch/follow.csv")" = "4, 5" ] || fail "follow --csv"
+grep -qE '^\{.*"interface":"br-c0",.*"drops":[1-9].*"open":false\}$' "$scratch/follow.json" || fail "follow --json"
+grep -q ' br-c0 ' "$scratch/follow.head" || fail "follow"
+show 2 'does not apply to follow' follow --last 5
 # JSON is what its schema says.
 for report in history top stats global timeline; do
   show 0 '^\[\{' $report --json
@@ -193,7 +211,7 @@ vorn-show >&- 2>"$scratch/out" || status=$?
   inside && /^vorn-show: the agent says/ { status[n] = 1 }
   function add(command) {
     sub(/^([$] )?(sudo )?/, "", command); sub(/(   *[^ ].*| &)$/, "", command)
-    if (command ~ /NAME|PATH|DIR|FILE/) return
+    if (command ~ /NAME|PATH|DIR|FILE|follow/) return
     gsub(/uplink/, "up.1", command); gsub(/access|eth0/, "br-c0", command)
     status[++n] = command ~ /^vorn-agent/ && command !~ /--(help|check-config)/ ? 1 : 0; commands[n] = command
   }
@@ -264,6 +282,8 @@ same_report() { report "$@" >"$scratch/out" && cmp -s "$scratch/before" "$scratc
 report --socket "$socket" >"$scratch/before"
 saved() { show 0 '^history: kept in .*; written [1-9][0-9]* times, failed 0 times$' status; }
 saved
+follow follow.csv --csv --count 1
+until_true follows 1
 vorn-show save "$scratch/ticket"
 sleep 1.5 # the interval
 end_agent KILL 137
@@ -278,11 +298,16 @@ same_report --socket "$socket"
 end_agent TERM 0
 same_report --file "$scratch/ticket"
 head -c 300 "$scratch/ticket" >"$scratch/state/history.vorn"
+echo >"$scratch/agent.toml"
 start_agent
 messages 'damaged at byte .*put aside as .*damaged-1$' 1
 status=0
 "$show_program" --file "$scratch/state/history.vorn.damaged-1" >"$scratch/out" 2>&1 || status=$?
 [ "$status" = 1 ] && [ "$(lines 'damaged at byte .* is shown$')" = 1 ] || fail "--file, damaged: $status"
+until_true follows 1
+send up.1 --to 10.0.2.2 --duration-ms 60
+wait "${followers[-1]}" && grep -q '^record,up.1,' "$scratch/follow.csv" || fail "following a new agent"
+grep -q 'waiting for it to come back$' "$scratch/follow.err" && grep -q 'the agent is back' "$scratch/follow.err" || fail "nothing said of it"
 end_agent TERM 0
 [ ! -e "$socket" ] || fail "the socket was left behind"
 echo "ok"

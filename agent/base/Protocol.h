@@ -14,6 +14,7 @@
 //   status [--json]             what the agent itself is doing
 //   metrics [--classic]         what bursts add up to, and the agent's health, as OpenMetrics; the older text
 //   query REPORT NAME=VALUE...  a report of the history (agent/query/Query.h)
+//   follow                      records as they close, until the client goes away (see below)
 //   save                        the whole history, as docs/history-format.md has it
 //   config                      the configuration in force, and where each value came from
 //   types [--json]              every registered type
@@ -25,6 +26,10 @@
 // So a bare client is enough:
 //
 //   echo -s5 | socat - UNIX-CONNECT:/run/vorn/agent.sock
+//
+// What follows is sent as comma-separated lines: the names of the fields first, then a line for each burst
+// that has closed, as in that form of a report, and "skipped,N" where a client has read so slowly that it
+// missed N of them. Its answer ends with the client, or with the agent.
 //
 // With the word "checked" in front of the request, a verdict follows the report: a NUL byte, then one line,
 // "ok" for a whole report or else the reason in plain words. No report holds a NUL byte; in a saved history
@@ -42,6 +47,9 @@ inline constexpr std::string_view statusRequest = "status";
 inline constexpr std::string_view jsonStatusRequest = "status --json";
 inline constexpr std::string_view metricsRequest = "metrics";
 inline constexpr std::string_view classicMetricsRequest = "metrics --classic";
+inline constexpr std::string_view followRequest = "follow";
+// In the place of records that a follower missed; their number follows.
+inline constexpr std::string_view skippedWord = "skipped";
 inline constexpr std::string_view saveRequest = "save";
 inline constexpr std::string_view configRequest = "config";
 

@@ -111,9 +111,9 @@ std::string QueryReport::write(std::FILE* out) {
 
 void QueryReport::writeHead(std::FILE* out) const { std::fprintf(out, "\nReport generated at %f\n", time_); }
 
-unsigned QueryReport::view() const {
-  if (query_.report == Report::global) return RecordView::global;
-  return query_.drops ? RecordView::drops : query_.latency ? RecordView::latency : RecordView::records;
+unsigned viewOf(Query const& query) {
+  if (query.report == Report::global) return RecordView::global;
+  return query.drops ? RecordView::drops : query.latency ? RecordView::latency : RecordView::records;
 }
 
 void QueryReport::writeRecords(std::FILE* out) {
@@ -125,9 +125,9 @@ void QueryReport::writeRecords(std::FILE* out) {
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, recordColumns, records);
   writeHead(out);
   if (records.size() == 0) return writeNothing(out, records);
-  put(out, recordTitles(view()));
+  put(out, recordTitles(viewOf(query_)));
   for (std::size_t i = 0; i < records.size(); ++i)
-    if (writeTextLine(out, records[i], view()) != 0) return;
+    if (writeTextLine(out, records[i], viewOf(query_)) != 0) return;
   if (query_.report == Report::history) put(out, holesText(holes(records)));
 }
 
@@ -162,8 +162,8 @@ void QueryReport::writeNothing(std::FILE* out, RecordSet& records) {
   put(out, text + ".\n");
   auto const tell = [&](char const* where, std::optional<RecordRow> const& row) {
     if (!row) return put(out, std::string("\nNothing ") + where + ".\n");
-    put(out, std::string("\nThe nearest ") + where + ":\n" + recordTitles(view()));
-    writeTextLine(out, *row, view());
+    put(out, std::string("\nThe nearest ") + where + ":\n" + recordTitles(viewOf(query_)));
+    writeTextLine(out, *row, viewOf(query_));
   };
   if (!before && !after) return;
   tell("before", before);

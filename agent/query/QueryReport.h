@@ -13,6 +13,9 @@
 
 namespace Agent {
 
+// The columns of text that its records are shown with (RecordView).
+unsigned viewOf(Query const& query);
+
 // The report that a query asks for, over a recorder that does not change meanwhile: a snapshot, or a saved
 // history. Its time is the recorder's. Reports without limits have the lines of the recorder's own reports,
 // in their order.
@@ -39,7 +42,6 @@ class QueryReport {
   void writeStatistics(std::FILE* out);
   void writeHead(std::FILE* out) const;
   void writeNothing(std::FILE* out, RecordSet& records);
-  unsigned view() const;
   std::vector<InterfaceHistory> holes(RecordSet const& records);
 
   Query const query_;

@@ -12,6 +12,12 @@ namespace Agent {
 
 using Kes::U64;
 
+namespace {
+
+constexpr std::size_t mostAsked = 65536;
+
+}  // namespace
+
 TimeWindow TimeWindow::of(Query const& query, U64 now) {
   long const offset = LocalZone::ofReports().offset();
   TimeWindow window;
@@ -47,6 +53,8 @@ bool RecordFilter::isWhole() const {
 
 bool RecordFilter::holdsInterface(std::string const& name) {
   if (names_.empty() && patterns_.empty()) return true;
+  // While somebody follows, interfaces come and go without end.
+  if (asked_.size() >= mostAsked) asked_.clear();
   auto const [at, isNew] = asked_.try_emplace(name);
   if (isNew) {
     at->second = std::find(names_.begin(), names_.end(), name) != names_.end() ||

@@ -58,7 +58,7 @@ class RecordFilter {
   Kes::U64 minDuration_;
   Kes::U32 minLatency_;
   bool drops_;
-  std::unordered_map<std::string, bool> asked_;  // interfaces, with the answer
+  std::unordered_map<std::string, bool> asked_;  // interfaces of late, with the answer
 };
 
 }  // namespace Agent

@@ -51,7 +51,7 @@ class QueueName {
   std::string_view text() const { return {text_.data(), length_}; }
 
  private:
-  explicit QueueName(std::string_view text) : length_(text.copy(text_.data(), text_.size())) {}
+  constexpr explicit QueueName(std::string_view text) : length_(text.copy(text_.data(), text_.size())) {}
   void endIs(char const* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
 
   std::array<char, 16> text_{};

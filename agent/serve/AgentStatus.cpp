@@ -192,10 +192,12 @@ void AgentStatus::writeJson(std::FILE* out) const {
       .number("clients", clients.connected)
       .number("clients_waiting", clients.waiting)
       .number("clients_reporting", clients.reporting)
+      .number("clients_following", clients.following)
       .number("requests", clients.requests)
       .number("reports", clients.reports)
       .number("clients_refused", clients.refused)
       .number("clients_dropped", clients.dropped)
+      .number("records_skipped", clients.skipped)
       .number("failures", failures.count)
       .text("last_failure", failures.last);
   writeHistory(history, json);

@@ -14,6 +14,7 @@
 #include "agent/base/Failures.h"
 #include "agent/base/Journal.h"
 #include "agent/base/Protocol.h"
+#include "agent/record/RecordColumns.h"
 
 namespace Agent {
 
@@ -25,10 +26,14 @@ using std::chrono::steady_clock;
 // How often it is looked whose time is over, while there are clients.
 constexpr timespec timerInterval{0, 50'000'000};
 
+// What a follower is sent in one turn, so that others' turns come soon.
+constexpr std::size_t linesATurn = 256;
+
 constexpr std::string_view tooLong = "the request is longer than 4096 bytes";
 constexpr std::string_view notText = "the request holds control characters";
 constexpr std::string_view tooSlow = "no whole request line arrived in time";
 constexpr std::string_view tooCrowded = "there are too many connections; try again later";
+constexpr std::string_view tooManyFollow = "there are too many clients that follow";
 constexpr std::string_view tooBusy = "too many reports are being written; try again later";
 
 bool isControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; }
@@ -102,25 +107,34 @@ CommandServer::CommandServer(EventLoop& loop, std::string path, Vorn::Congestion
   outer_.add(loop_.fd(), EPOLLIN, [this](std::uint32_t) { loop_.serveOne(); });
 }
 
-CommandServer::~CommandServer() { outer_.remove(loop_.fd()); }
+CommandServer::~CommandServer() {
+  for (Client next = followers_.begin(); next != followers_.end();) {
+    Client const client = next++;
+    attempt(client, [&] { sendLines(client); });
+  }
+  outer_.remove(loop_.fd());
+}
 
 CommandServer::Status CommandServer::status() const {
   auto const isWaiting = [](Connection const& client) { return client.state == State::waiting; };
   auto const waiting = std::count_if(clients_.begin(), clients_.end(), isWaiting);
-  return {clients_.size() + reporting_.size(),
-          static_cast<std::uint64_t>(waiting),
-          reporting_.size(),
-          requests_,
-          reports_,
-          refused_,
-          evicted_};
+  return {.connected = clients_.size() + reporting_.size() + followers_.size(),
+          .waiting = static_cast<std::uint64_t>(waiting),
+          .reporting = reporting_.size(),
+          .following = followers_.size(),
+          .requests = requests_,
+          .reports = reports_,
+          .refused = refused_,
+          .dropped = evicted_,
+          .skipped = skipped_};
 }
 
 std::string CommandServer::Status::text() const {
   return Kes::format(
-             "clients: %u connected, %u wait for a report, %u get one\n"
+             "clients: %u connected, %u wait for a report, %u get one, %u follow, "
+             "who have missed %u records\n"
              "clients so far: %u requests, %u reports, %u refused, %u silent ones dropped",
-             connected, waiting, reporting, requests, reports, refused, dropped)
+             connected, waiting, reporting, following, skipped, requests, reports, refused, dropped)
       .str();
 }
 
@@ -218,6 +232,8 @@ void CommandServer::handleClient(Client client, std::uint32_t events) {
       drop(client);
     } else if (client->state == State::answering) {
       sendRest(client);
+    } else if (client->state == State::following) {
+      sendLines(client);
     }
   });
 }
@@ -248,6 +264,7 @@ void CommandServer::takeRequest(Client client) {
   client->checked = takeCheckedWord(request);
   if (!fits) return finish(client, "", tooLong);
   if (std::any_of(request.begin(), request.end(), isControl)) return finish(client, "", notText);
+  if (Protocol::requestIn(request) == Protocol::followRequest) return follow(client);
   if (std::optional<Answer> answer = ownRequests_(request, client->user)) {
     if (!answer->writer) return finish(client, std::move(answer->text), answer->failure);
     client->writer = std::move(answer->writer);
@@ -310,15 +327,56 @@ void CommandServer::finish(Client client, std::string body, std::string_view fai
   sendRest(client);
 }
 
-void CommandServer::sendRest(Client client) {
+// As much as the socket takes at once. False: it takes nothing any more, and the client has been forgotten.
+bool CommandServer::sendText(Client client) {
   std::string& rest = client->text;
-  if (!rest.empty()) {
-    ssize_t const sent = ::send(client->socket.get(), rest.data(), rest.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (sent < 0 && errno != EAGAIN && errno != EINTR) return drop(client);
-    if (sent > 0) rest.erase(0, static_cast<std::size_t>(sent));
+  if (rest.empty()) return true;
+  ssize_t const sent = ::send(client->socket.get(), rest.data(), rest.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (sent < 0 && errno != EAGAIN && errno != EINTR) {
+    drop(client);
+    return false;
   }
-  if (rest.empty()) return drop(client);
+  if (sent > 0) rest.erase(0, static_cast<std::size_t>(sent));
+  return true;
+}
+
+void CommandServer::sendRest(Client client) {
+  if (!sendText(client)) return;
+  if (client->text.empty()) return drop(client);
   loop_.modify(client->socket.get(), EPOLLOUT);
+}
+
+void CommandServer::follow(Client client) {
+  if (!isFree(limits_.followers, client->user, followers_)) return finish(client, "", tooManyFollow);
+  if (!ring_) ring_.emplace();
+  client->cursor = ring_->end();
+  client->text = recordFieldNames();
+  client->state = State::following;
+  followers_.splice(followers_.end(), clients_, client);
+  listenAgain(true);
+  loop_.modify(client->socket.get(), EPOLLOUT);
+}
+
+void CommandServer::sendLines(Client client) {
+  if (client->text.empty()) skipped_ += ring_->take(client->cursor, linesATurn, client->text);
+  if (!sendText(client)) return;
+  if (client->text.empty() && client->cursor == ring_->end()) loop_.modify(client->socket.get(), 0);
+}
+
+void CommandServer::handleClosed(RecordRow const& row) noexcept {
+  if (!ring_) return;
+  std::uint64_t const before = ring_->end();
+  try {
+    ring_->add(row);
+  } catch (std::bad_alloc const& error) {
+    countFailure(error);
+  }
+  for (Client next = followers_.begin(); next != followers_.end();) {
+    Client const client = next++;
+    // The others are waiting for their turn, or for their socket.
+    if (client->cursor != before || !client->text.empty()) continue;
+    attempt(client, [&] { loop_.modify(client->socket.get(), EPOLLOUT); });
+  }
 }
 
 // Forgets the client; its connection remains without a socket until its child, if it has one, has ended.
@@ -328,6 +386,9 @@ void CommandServer::drop(Client client) noexcept {
   if (client->child) {
     client->child->kill();
     client->state = State::abandoned;
+  } else if (client->state == State::following) {
+    followers_.erase(client);
+    if (followers_.empty()) ring_.reset();
   } else {
     clients_.erase(client);
     listenAgain(true);

@@ -112,15 +112,20 @@ AnswerEnd endOf(std::string verdict, bool begun, bool silent) {
 
 }  // namespace
 
-FileDescriptor connectToAgent(std::string const& socketPath, int patienceSeconds) {
-  if (!socketPath.empty()) return connectTo(socketPath, patienceSeconds);
+FileDescriptor connectToAgent(std::string& socketPath, int patienceSeconds) {
   std::string const own = Protocol::userSocketPath();
+  auto const reach = [&](std::string const& path) {
+    FileDescriptor socket = connectTo(path, patienceSeconds);
+    socketPath = path;
+    return socket;
+  };
+  if (!socketPath.empty()) return reach(socketPath);
   try {
-    if (!own.empty()) return connectTo(own, patienceSeconds);
+    if (!own.empty()) return reach(own);
   } catch (std::system_error const& error) {
     if (error.code() == std::errc::resource_unavailable_try_again) throw;  // it is there, and too busy
   }
-  return connectTo(Protocol::systemSocketPath, patienceSeconds);
+  return reach(Protocol::systemSocketPath);
 }
 
 AnswerEnd fetchReport(int socket, ShowCommand const& command, Output output) {

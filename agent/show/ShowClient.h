@@ -23,8 +23,9 @@ struct AnswerEnd {
 };
 
 // Connects to the agent at this path, or, where it is empty, to the user's own before the system's; one that
-// cannot be there does not count. Throws std::system_error. `patienceSeconds` is connectTo's (UnixSocket.h).
-FileDescriptor connectToAgent(std::string const& socketPath, int patienceSeconds);
+// cannot be there does not count. The path becomes that of the agent that was reached, so whoever asks again
+// asks the same. Throws std::system_error. `patienceSeconds` is connectTo's (UnixSocket.h).
+FileDescriptor connectToAgent(std::string& socketPath, int patienceSeconds);
 
 // Asks the agent behind `socket` (blocking, connected, with a timeout) and hands the report to `output` as it
 // arrives, printable. Throws std::system_error when the connection cannot be read.

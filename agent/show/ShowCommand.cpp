@@ -215,6 +215,7 @@ void refuseMeaningless(ShowOptions const& options) {
   };
   only(!options.html.empty(), "--html", Report::timeline);
   only(!options.trace.empty(), "--trace", Report::history);
+  refuse(options.follow && options.report != Report::follow, "--follow applies to history");
   only(options.watch.has_value(), "--watch", Report::top);
   only(options.depth.has_value(), "--depth", Report::get);
   refuse(options.depth == 0U, "--depth takes 1 or more levels; --all shows everything below the path");
