@@ -58,6 +58,10 @@ constexpr bool isColumn(Field const& field) {
   return false;
 }
 static_assert(std::all_of(std::begin(known), std::end(known), isColumn));
+// None of a record's fields is left out; its type is looked at before, and its queue has a number.
+static_assert(std::count_if(recordColumns.begin(), recordColumns.end(), [](auto const& column) {
+                return column.forms.csv;
+              }) == static_cast<std::ptrdiff_t>(std::size(known)) + 2);
 
 // A field in quotes has its own quotes twice.
 void split(std::string_view line, std::vector<std::string>& texts) {
