@@ -8,6 +8,7 @@
 
 #include "Kes/Format.h"
 #include "agent/base/Printable.h"
+#include "agent/record/RecordColumns.h"
 
 namespace Agent {
 
@@ -18,11 +19,16 @@ using Vorn::Microseconds;
 
 constexpr U64 inSecond = Microseconds::microsecondsInSecond();
 
-// A number, and the unit that it is kept in: what is kept in microseconds is written in seconds.
-enum class Unit : char { one, microseconds };
+// The family of metrics that sums up a column of the records.
+consteval std::string_view metricOf(std::string_view column) {
+  for (auto const& one : recordColumns)
+    if (one.name == column && !one.metric.empty()) return one.metric;
+  throw "no such column, or none that is summed up";
+}
 
+// What is kept in microseconds is written in seconds.
 std::string numberText(U64 value, Unit unit) {
-  if (unit == Unit::one) return std::to_string(value);
+  if (unit != Unit::microseconds) return std::to_string(value);
   std::string fraction = std::to_string(inSecond + value % inSecond);
   fraction.front() = '.';
   return std::to_string(value / inSecond) + fraction;
@@ -31,7 +37,7 @@ std::string numberText(U64 value, Unit unit) {
 // As floating-point numbers are written in labels, so that it is the same text whoever compares it.
 std::string boundText(U64 bound, Unit unit) {
   std::string text = numberText(bound, unit);
-  if (unit == Unit::one) return text + ".0";
+  if (unit != Unit::microseconds) return text + ".0";
   text.erase(std::max(text.find_last_not_of('0'), text.find('.') + 1) + 1);
   return text;
 }
@@ -77,7 +83,7 @@ class Writing {
     put("_count", labels, std::to_string(sum));
   }
   // A family of one value without labels.
-  void lone(U64 number, Unit unit = Unit::one) { value("", numberText(number, unit)); }
+  void lone(U64 number, Unit unit = Unit::count) { value("", numberText(number, unit)); }
 
   void finish() {
     if (form_ == MetricsForm::openMetrics) std::fputs("# EOF\n", out_);
@@ -116,7 +122,7 @@ void writeQueues(BurstLedger const& ledger, Writing& writing) {
                           std::string(QueueName::ofKey(id.key).text()) + "\",kind=\"" + escaped(kind) + '"',
                       &account});
   }
-  auto const each = [&](auto number, Unit unit = Unit::one) {
+  auto const each = [&](auto number, Unit unit = Unit::count) {
     for (auto const& [labels, account] : queues) writing.value(labels, numberText(number(*account), unit));
   };
   auto const histograms = [&](Histogram QueueTotals::*which, HistogramBounds const& bounds, Unit unit) {
@@ -126,17 +132,19 @@ void writeQueues(BurstLedger const& ledger, Writing& writing) {
   each([](auto const& account) { return account.totals.bursts; });
   writing.counter("vorn_congested_seconds", "seconds", "Time that the queue was congested.");
   each([](auto const& account) { return account.totals.congested; }, Unit::microseconds);
-  writing.counter("vorn_dropped_packets", "packets", "Packets that the queue's bursts lost.");
+  writing.counter(std::string(metricOf("drops")), "packets", "Packets that the queue's bursts lost.");
   each([](auto const& account) { return account.totals.drops; });
   writing.gauge("vorn_queue_congested", "", "Whether the queue is congested now.");
   each([](auto const& account) { return U64{account.open}; });
   writing.gauge("vorn_queue_peak_bytes", "bytes", "Longest backlog of the burst that lasts now, else 0.");
   each([](auto const& account) { return account.open ? U64{account.peak} : 0; });
-  writing.histogram("vorn_burst_peak_bytes", "bytes", "Longest backlogs of the bursts that are over.");
-  histograms(&QueueTotals::peak, QueueTotals::peakBounds, Unit::one);
-  writing.histogram("vorn_burst_duration_seconds", "seconds", "How long the bursts that are over lasted.");
+  writing.histogram(std::string(metricOf("queue_length_bytes")), "bytes",
+                    "Longest backlogs of the bursts that are over.");
+  histograms(&QueueTotals::peak, QueueTotals::peakBounds, Unit::count);
+  writing.histogram(std::string(metricOf("duration_us")), "seconds",
+                    "How long the bursts that are over lasted.");
   histograms(&QueueTotals::duration, QueueTotals::durationBounds, Unit::microseconds);
-  writing.histogram("vorn_burst_latency_seconds", "seconds",
+  writing.histogram(std::string(metricOf("latency_us")), "seconds",
                     "How long the last byte of the longest backlog waited, where that is known.");
   histograms(&QueueTotals::latency, QueueTotals::latencyBounds, Unit::microseconds);
 }
