@@ -49,7 +49,8 @@ class TimelinePage(unittest.TestCase):
         pain = collections.defaultdict(lambda: [0, 0])
         for record in self.records:
             pain[queue(record)][0] += int(record["drops"] or 0)
-            pain[queue(record)][1] += int(record["duration_us"] or 0)
+            lasted = start(self.records[-1]) + 2_000_000 - start(record)  # up to the time of the report
+            pain[queue(record)][1] += lasted if record["open"] else int(record["duration_us"])
         self.queues = sorted(pain, key=pain.get, reverse=True)
 
     def run_script(self, script, *arguments): return self.browser.execute_script(script, *arguments)
