@@ -50,6 +50,9 @@ struct OutputClosed {
   int reason;
 };
 
+// An empty value is mostly a variable of a script that is not set: it asks for nothing.
+std::string notEmpty(std::string const& value) { return value.empty() ? "the value is empty" : ""; }
+
 // Which records.
 void addFilters(CLI::App& app, CommandLine& line) {
   Agent::Query& query = line.options.query;
@@ -65,14 +68,19 @@ void addFilters(CLI::App& app, CommandLine& line) {
       ->type_name("NAME");
   app.add_option("--since", query.since,
                  "From then on: 14:05, yesterday, -2h, 2026-11-23 14:05:10.5, @SECONDS")
+      ->check(notEmpty)
       ->type_name("TIME");
-  app.add_option("--until", query.until, "Up to then, likewise")->type_name("TIME");
-  app.add_option("-t,--last", query.last, "Only the last seconds, or 5min, 1h 30min, 2d")->type_name("SPAN");
+  app.add_option("--until", query.until, "Up to then, likewise")->check(notEmpty)->type_name("TIME");
+  app.add_option("-t,--last", query.last, "Only the last seconds, or 5min, 1h 30min, 2d")
+      ->check(notEmpty)
+      ->type_name("SPAN");
   app.add_option("--min-length", query.minLength, "Only bursts whose backlog reached so many bytes")
       ->type_name("BYTES");
   app.add_option("--min-duration", line.minDuration, "Only bursts that lasted so long: 5ms, 2s")
+      ->check(notEmpty)
       ->type_name("SPAN");
   app.add_option("--min-latency", line.minLatency, "Only bursts whose last byte waited so long")
+      ->check(notEmpty)
       ->type_name("SPAN");
   app.add_flag("-d,--drops", query.drops, "Only bursts in which packets were dropped");
 }
@@ -81,6 +89,7 @@ void addFilters(CLI::App& app, CommandLine& line) {
 void addForms(CLI::App& app, CommandLine& line) {
   Agent::ShowOptions& options = line.options;
   app.add_option("--sort", options.sort, "By time, length, duration, latency or drops, the largest first")
+      ->check(notEmpty)
       ->type_name("ORDER");
   app.add_flag("-r,--reverse", options.query.reverse, "The other way round");
   app.add_option("-n,--count", options.query.count, "Only the first N lines; by time: the newest")
@@ -92,8 +101,10 @@ void addForms(CLI::App& app, CommandLine& line) {
   app.add_flag("-c,--csv", options.csv, "Comma-separated, with column names");
   app.add_flag("-j,--json", options.json, "As JSON, for programs");
   app.add_option("--html", options.html, "timeline: a page for a browser, into a file (-: standard output)")
+      ->check(notEmpty)
       ->type_name("FILE");
   app.add_option("--trace", options.trace, "history: a trace for ui.perfetto.dev, likewise")
+      ->check(notEmpty)
       ->type_name("FILE");
   app.add_flag("--follow", options.follow, "history: the same as follow");
   app.add_option("-w,--watch", options.watch, "top: again every so many seconds (2)")
@@ -199,12 +210,15 @@ void saveTo(std::string const& path, std::string const& history) {
                      [&](std::FILE* out) { std::fwrite(history.data(), 1, history.size(), out); });
 }
 
-// Into the file only once all of it is there.
+// Into the file only once all of it is there. Of a damaged history (`isPart`) what stands before the damage
+// is all.
 template <class Fetch>
-Agent::AnswerEnd fetchInto(std::string const& path, Fetch fetch) {
+Agent::AnswerEnd fetchInto(std::string const& path, bool isPart, Fetch fetch) {
   std::string bytes;
   Agent::AnswerEnd end = fetch(bytes);
-  if (end.kind != Agent::AnswerEnd::Kind::whole) return end;
+  bool const isAll =
+      end.kind == Agent::AnswerEnd::Kind::whole || (isPart && end.kind == Agent::AnswerEnd::Kind::broken);
+  if (!isAll) return end;
   try {
     saveTo(path, bytes);
   } catch (std::system_error const& error) {
@@ -287,6 +301,7 @@ int show(CommandLine& line) {
     if (list.empty()) throw Agent::UsageError("--interface is empty");
     Vorn::split(list, ",", options.query.interfaces);
   }
+  if (options.watch && !(*options.watch >= 0.1)) throw Agent::UsageError("--watch takes 0.1 or more seconds");
   if (!line.minDuration.empty()) options.query.minDuration = Agent::spanFrom(line.minDuration);
   if (!line.minLatency.empty()) options.query.minLatency = Agent::saturated(Agent::spanFrom(line.minLatency));
   Agent::Terminal const terminal = Agent::Terminal::ofStandardOutput();
@@ -303,7 +318,7 @@ int show(CommandLine& line) {
   if (options.watch) return watch(line, command);
   if (options.report == Report::save) command.file = line.savePath;
   if (command.file.empty()) return report(ask(line, command, print));
-  return report(fetchInto(command.file, [&](std::string& bytes) {
+  return report(fetchInto(command.file, !line.filePath.empty(), [&](std::string& bytes) {
     return ask(line, command, [&bytes](std::string_view more) { bytes += more; });
   }));
 }

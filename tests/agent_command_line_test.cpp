@@ -52,6 +52,9 @@ TEST(ShowCommand, Requests_andRefusals) {
             "query top form=json sort=drops width=80");
   EXPECT_EQ(showCommandFor({.report = Report::status, .json = true}).request, "status --json");
   EXPECT_EQ(showCommandFor({.report = Report::raw, .words = {"-iEt1", "csv"}}).request, "-iEt1 csv");
+  // Whose time it is, and so which comes first, only who answers knows.
+  EXPECT_NO_THROW(showCommandFor({.query = {.since = "-1h", .until = "2026-11-24 20:08"}}));
+  EXPECT_NO_THROW(showCommandFor({.query = {.since = "2036-11-24", .until = "now"}}));
   std::vector<std::pair<ShowOptions, std::string>> const refused = {
       {{.query = {.latency = true}, .csv = true}, "--latency chooses columns of text"},
       {{.query = {.latency = true, .all = true}}, "--all does not apply to --latency"},
@@ -62,6 +65,7 @@ TEST(ShowCommand, Requests_andRefusals) {
       {{.query = {.queues = {"best"}}}, "\"best\" is no queue"},
       {{.sort = "size"}, "--sort takes time, length"},
       {{.csv = true, .json = true}, "are forms of a report"},
+      {{.report = Report::top, .query = {.latency = true}}, "--latency does not apply to top"},
       {{.report = Report::timeline, .sort = "time"}, "--sort does not apply to timeline"},
       {{.html = "x"}, "--html applies to timeline"},
       {{.report = Report::top, .json = true, .watch = 1}, "--watch is for people"},

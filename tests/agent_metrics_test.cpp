@@ -148,7 +148,7 @@ TEST_F(Ledger, Metrics_sayInBaseUnitsWhatThereIs_within40SeriesAQueue) {
   auto const written = [&](MetricsForm form) {
     return ::Test::Bench::written([&](std::FILE* out) { writeMetrics(ledger, status, form, out); });
   };
-  std::string const labels = R"({device="e\"\\??",queue="1:10",kind="tbf")";
+  std::string const labels = R"({device="e\"\\\\x0a\\xff",queue="1:10",kind="tbf")";
   std::string const text = written(MetricsForm::openMetrics);
   for (std::string const& line : {
            "# TYPE vorn_bursts counter\nvorn_bursts_total" + labels + "} 2",

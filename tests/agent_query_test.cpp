@@ -301,7 +301,7 @@ TEST(Query, Text_travelsWhole) {
                     .all = true,
                     .order = Query::Order::drops,
                     .reverse = true,
-                    .count = 0,
+                    .count = 3,
                     .utc = true,
                     .width = 7,
                     .colour = true,
@@ -311,11 +311,13 @@ TEST(Query, Text_travelsWhole) {
   EXPECT_TRUE(isQuery("query") && isQuery("query x") && !isQuery("queryx") && !isQuery(""));
   for (char const* text :
        {"query nothing", "query top what=1", "query top form", "query top form=xml", "query top count=-1",
-        "query top count=4294967296", "query top since=%4", "query top since=%zz"})
+        "query top count=4294967296", "query top since=%4", "query top since=%zz", "query top form=html",
+        "query timeline form=trace", "query top drops=2", "query top count=0"})
     EXPECT_NE(refusal([&] { queryFrom(text); }), "") << text;
   for (char const* queue : {"best", "1:zz", "-", "1:", ":"})
     EXPECT_NE(refusal([&] { RecordFilter(Query{.queues = {queue}}, now); }), "") << queue;
   EXPECT_NE(refusal([] { RecordFilter(Query{.since = "now", .until = "-1h"}, now); }), "");
+  EXPECT_NE(refusal([] { RecordFilter(Query{.since = "now", .last = "1h"}, now); }), "");
 }
 
 // What a follower shows of agents that speak and end, one after the other, its remarks in brackets, and its

@@ -304,6 +304,8 @@ messages 'damaged at byte .*put aside as .*damaged-1$' 1
 status=0
 "$show_program" --file "$scratch/state/history.vorn.damaged-1" >"$scratch/out" 2>&1 || status=$?
 [ "$status" = 1 ] && [ "$(lines 'damaged at byte .* is shown$')" = 1 ] || fail "--file, damaged: $status"
+"$show_program" --file "$scratch/state/history.vorn.damaged-1" --trace "$scratch/part" 2>"$scratch/out" && fail "--trace, damaged"
+[ -s "$scratch/part" ] || fail "a trace of a damaged file: none"
 until_true follows 1
 send up.1 --to 10.0.2.2 --duration-ms 60
 wait "${followers[-1]}" && grep -q '^record,up.1,' "$scratch/follow.csv" || fail "following a new agent"

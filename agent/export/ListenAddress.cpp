@@ -4,10 +4,13 @@
 #include <netdb.h>
 #include <sys/socket.h>
 
+#include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 namespace Agent {
 
@@ -22,6 +25,11 @@ FileDescriptor listenAt(std::string const& address) {
   if (bracketed) host = host.substr(1, host.size() - 2);
   if (!bracketed && host.find(':') != std::string::npos)
     throw refuse("an IPv6 address stands in brackets: [::1]:9753");
+  std::string_view const port = std::string_view(address).substr(colon + 1);
+  std::uint16_t number = 0;
+  auto const [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
+  if (error != std::errc() || end != port.data() + port.size() || number == 0)
+    throw refuse("a port is a number from 1 to 65535");
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;

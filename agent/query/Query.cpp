@@ -128,7 +128,10 @@ class Writing {
   std::string line_;
 };
 
-void set(bool& field, std::string_view value) { field = numberOf<U32>(value) != 0; }
+void set(bool& field, std::string_view value) {
+  if (value != "0" && value != "1") throw QueryError("\"" + std::string(value) + "\" is neither 0 nor 1");
+  field = value == "1";
+}
 void set(U32& field, std::string_view value) { field = numberOf<U32>(value); }
 void set(U64& field, std::string_view value) { field = numberOf<U64>(value); }
 void set(Query::Form& field, std::string_view value) { field = valueOf<Query::Form>(forms, value); }
@@ -168,6 +171,12 @@ Query queryFrom(std::string_view request) {
     });
     if (!isKnown) throw QueryError("\"" + std::string(piece) + "\" is unknown");
   }
+  if (query.count == 0U) throw QueryError("a count of 0 leaves nothing to show");
+  bool const isPage = query.form == Query::Form::html;
+  bool const isTrace = query.form == Query::Form::trace;
+  if ((isPage && query.report != Query::Report::timeline) ||
+      (isTrace && query.report != Query::Report::history))
+    throw QueryError("html is a form of timeline, trace one of history");
   if (query.width > widest) throw QueryError("a picture has 10000 columns at most");
   return query;
 }

@@ -113,7 +113,7 @@ void QueryReport::writeHead(std::FILE* out) const { std::fprintf(out, "\nReport 
 
 unsigned viewOf(Query const& query) {
   if (query.report == Report::global) return RecordView::global;
-  return query.drops ? RecordView::drops : query.latency ? RecordView::latency : RecordView::records;
+  return query.latency ? RecordView::latency : query.drops ? RecordView::drops : RecordView::records;
 }
 
 void QueryReport::writeRecords(std::FILE* out) {
@@ -152,9 +152,10 @@ void QueryReport::writeNothing(std::FILE* out, RecordSet& records) {
   TimeWindow const& window = filter_.window();
   LocalZone& zone = LocalZone::ofReports();
   bool const hasLimits = !filter_.isWhole();
-  std::string text = before || after ? "Nothing fits"
-                     : hasLimits     ? "Nothing that fits has been recorded"
-                                     : "No congestion has been recorded";
+  if (!before && !after)
+    return put(out,
+               hasLimits ? "Nothing that fits has been recorded.\n" : "No congestion has been recorded.\n");
+  std::string text = "Nothing fits";
   if (window.since != 0) text += " from " + std::string(zone.moment(Microseconds(window.since)));
   if (window.until != TimeWindow().until)
     text += " to " + std::string(zone.moment(Microseconds(window.until)));
@@ -165,7 +166,6 @@ void QueryReport::writeNothing(std::FILE* out, RecordSet& records) {
     put(out, std::string("\nThe nearest ") + where + ":\n" + recordTitles(viewOf(query_)));
     writeTextLine(out, *row, viewOf(query_));
   };
-  if (!before && !after) return;
   tell("before", before);
   tell("after", after);
   put(out, holesText(holes(records)));

@@ -63,10 +63,10 @@ auto painOf(QueueSummary const& summary) {
 }  // namespace
 
 std::vector<QueueSummary> summariesOf(RecordSet const& records, TimeWindow const& window) {
-  std::map<std::pair<std::string_view, QueueKey>, Sum> byQueue;
+  std::map<std::tuple<std::string_view, QueueKey, Kes::U32>, Sum> byQueue;
   for (std::size_t i = 0; i < records.size(); ++i) {
     RecordRow const row = records[i];
-    Sum& sum = byQueue[{row.interface, row.queue}];
+    Sum& sum = byQueue[{row.interface, row.queue, records.logOf(i)}];
     QueueSummary& summary = sum.summary;
     if (summary.records.empty()) {
       summary.interface = row.interface;

@@ -19,6 +19,8 @@ constexpr std::size_t mostAsked = 65536;
 }  // namespace
 
 TimeWindow TimeWindow::of(Query const& query, U64 now) {
+  if (!query.last.empty() && !(query.since.empty() && query.until.empty()))
+    throw QueryError("--last and --since or --until are two windows: give one");
   long const offset = LocalZone::ofReports().offset();
   TimeWindow window;
   if (!query.last.empty()) window = {now - std::min(now, spanFrom(query.last)), now};
@@ -30,12 +32,14 @@ TimeWindow TimeWindow::of(Query const& query, U64 now) {
 }
 
 RecordFilter::RecordFilter(Query const& query, U64 now)
-    : window_(TimeWindow::of(query, now)),
+    : now_(now),
+      window_(TimeWindow::of(query, now)),
       minLength_(query.minLength),
       minDuration_(query.minDuration),
       minLatency_(query.minLatency),
       drops_(query.drops) {
-  for (std::string const& name : query.interfaces) names_.push_back(Pylo::IntfId(name).shortName().str());
+  for (std::string const& name : query.interfaces)
+    names_.push_back({name, Pylo::IntfId(name).shortName().str()});
   for (std::string const& pattern : query.patterns)
     patterns_.push_back({pattern, Vorn::compilePattern(pattern)});
   for (std::string const& queue : query.queues) {
@@ -57,7 +61,8 @@ bool RecordFilter::holdsInterface(std::string const& name) {
   if (asked_.size() >= mostAsked) asked_.clear();
   auto const [at, isNew] = asked_.try_emplace(name);
   if (isNew) {
-    at->second = std::find(names_.begin(), names_.end(), name) != names_.end() ||
+    at->second = std::any_of(names_.begin(), names_.end(),
+                             [&name](Name const& one) { return one.shortName == name; }) ||
                  std::any_of(patterns_.begin(), patterns_.end(), [&name](Pattern const& pattern) {
                    return std::regex_match(name, pattern.expression);
                  });
@@ -66,7 +71,7 @@ bool RecordFilter::holdsInterface(std::string const& name) {
 }
 
 bool RecordFilter::holdsQueue(RecordRow const& row) const {
-  return queues_.empty() || queues_.count(row.queue) != 0;
+  return queues_.empty() || row.kind == RecordRow::Kind::global || queues_.count(row.queue) != 0;
 }
 
 bool RecordFilter::holdsFigures(RecordRow const& row) const {
@@ -75,8 +80,8 @@ bool RecordFilter::holdsFigures(RecordRow const& row) const {
 }
 
 std::string RecordFilter::unmatched(std::vector<std::string> const& names) const {
-  for (std::string const& name : names_)
-    if (std::find(names.begin(), names.end(), name) == names.end()) return name;
+  for (Name const& name : names_)
+    if (std::find(names.begin(), names.end(), name.shortName) == names.end()) return name.asked;
   for (Pattern const& pattern : patterns_) {
     auto const matches = [&](std::string const& name) { return std::regex_match(name, pattern.expression); };
     if (std::none_of(names.begin(), names.end(), matches)) return pattern.text;

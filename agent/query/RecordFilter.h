@@ -33,12 +33,13 @@ class RecordFilter {
   bool isWhole() const;
   // Of a short name.
   bool holdsInterface(std::string const& name);
+  // The sum is of all queues.
   bool holdsQueue(RecordRow const& row) const;
   // Of a record whose interface is held: all but the window.
   bool holdsFigures(RecordRow const& row) const;
   // Whether a burst lasted at some time in the window.
   bool holdsTime(RecordRow const& row) const {
-    return row.timestamp <= window_.until && (row.open || row.end() >= window_.since);
+    return row.timestamp <= window_.until && (row.open ? now_ : row.end()) >= window_.since;
   }
 
   // The first name or pattern of the query that means none of the `names`, for people; empty: each means one.
@@ -50,8 +51,14 @@ class RecordFilter {
     std::regex expression;
   };
 
+  struct Name {
+    std::string asked;
+    std::string shortName;
+  };
+
+  Kes::U64 now_;
   TimeWindow window_;
-  std::vector<std::string> names_;  // short ones
+  std::vector<Name> names_;
   std::vector<Pattern> patterns_;
   std::set<QueueKey> queues_;
   Kes::U32 minLength_;

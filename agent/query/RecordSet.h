@@ -27,6 +27,8 @@ class RecordSet {
 
   std::size_t size() const { return found_.size(); }
   RecordRow operator[](std::size_t place) const { return rowOf(found_[place]); }
+  // A number that tells the interface, or the sum, of the record at a place: short names may be alike.
+  Kes::U32 logOf(std::size_t place) const { return found_[place].log; }
   // Those that the record at a place is judged by; 0 where none are known, as for a saved history.
   Vorn::Thresholds thresholdsOf(std::size_t place) const;
 

@@ -43,8 +43,9 @@ class Picture {
         heights_(query.ascii) {}
 
   void write() {
-    writeTitle();
     std::vector<QueueSummary> const queues = summariesOf(records_, window_);
+    writeTitle(std::any_of(queues.begin(), queues.end(),
+                           [](QueueSummary const& queue) { return queue.thresholds.high != 0; }));
     std::size_t const shown = std::min<std::size_t>(queues.size(), query_.count.value_or(~U32{0}));
     for (QueueSummary const& queue : queues) tallest_ = std::max(tallest_, queue.peak);
     for (std::size_t i = 0; i < shown; ++i) writeRow(queues[i]);
@@ -67,14 +68,18 @@ class Picture {
 
   void put(std::string const& text) { std::fwrite(text.data(), 1, text.size(), out_); }
 
-  void writeTitle() {
+  void writeTitle(bool hasThresholds) {
     LocalZone& zone = LocalZone::ofReports();
     std::string title = "From " + std::string(zone.moment(Microseconds(window_.since)));
     title += " to " + std::string(zone.moment(Microseconds(window_.until))) + " (" + zone.name() + ")\n";
-    put(title +
-        Kes::format("A column is %u.%03u ms; full height is the high threshold; !: packets were dropped\n\n",
-                    length() / cells_ / 1000, length() / cells_ % 1000)
-            .str());
+    U64 const column = length() / cells_;
+    bool const isLong = column >= Microseconds::microsecondsInSecond();
+    U64 const unit = isLong ? Microseconds::microsecondsInSecond() : 1000;
+    title += Kes::format("A column is %u.%03u %s; full height is %s; !: packets were dropped\n\n",
+                         column / unit, column % unit * 1000 / unit, isLong ? "s" : "ms",
+                         hasThresholds ? "the high threshold" : "the longest backlog")
+                 .str();
+    put(title);
   }
 
   void writeRow(QueueSummary const& queue) {
@@ -113,19 +118,27 @@ class Picture {
     return std::string(colour).append(glyph).append(plain);
   }
 
-  // Times of the day below the columns at which they are, with as much of the second as tells them apart.
+  // Times below the columns at which they are, with as much of the second, or of the date, as tells them
+  // apart.
   void writeAxis() {
     constexpr U64 inSecond = Microseconds::microsecondsInSecond();
-    constexpr std::size_t digitsOf[] = {15, 12, 8};  // HH:MM:SS.uuuuuu, .mmm, none
+    constexpr U64 inDay = 86'400 * inSecond;
+    struct Part {
+      std::size_t begin;
+      std::size_t length;
+    };
     std::size_t const marks = std::max<std::size_t>(cells_ / 18, 1);
     U64 const between = length() / marks;
-    std::size_t const digits = digitsOf[between >= 4 * inSecond ? 2 : between >= inSecond / 250 ? 1 : 0];
+    Part const part = length() > inDay            ? Part{5, 11}    // 11-24 08:04
+                      : between >= 4 * inSecond   ? Part{11, 8}    // 08:04:26
+                      : between >= inSecond / 250 ? Part{11, 12}   // 08:04:26.241
+                                                  : Part{11, 15};  // 08:04:26.241473
     std::string ticks(cells_, ' ');
     std::string labels(cells_ + 16, ' ');
     for (std::size_t mark = 0; mark < marks; ++mark) {
       std::size_t const cell = mark * cells_ / marks;
       std::string const moment(LocalZone::ofReports().moment(Microseconds(momentOf(cell))));
-      labels.replace(cell, digits, moment.substr(11, digits));
+      labels.replace(cell, part.length, moment.substr(part.begin, part.length));
       ticks[cell] = '|';
     }
     std::string const margin(labelWidth, ' ');

@@ -42,11 +42,15 @@ std::string boundText(U64 bound, Unit unit) {
   return text;
 }
 
+// What is not printable is written by its code, so that names which differ stay different.
 std::string escaped(std::string_view value) {
+  std::string const shown = printable(value);
   std::string text;
-  for (char const one : printable(value)) {
-    if (one == '\\' || one == '"') text += '\\';
-    text += one;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (shown[i] != value[i])
+      text += Kes::format("\\\\x%02x", static_cast<unsigned char>(value[i])).str();
+    else
+      (text += value[i] == '\\' || value[i] == '"' ? "\\" : "") += value[i];
   }
   return text;
 }

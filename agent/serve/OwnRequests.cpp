@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "agent/base/Journal.h"
+#include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
 #include "agent/byname/ObjectChange.h"
 #include "agent/byname/ObjectLookup.h"
@@ -61,7 +62,7 @@ std::optional<CommandServer::Answer> OwnRequests::operator()(std::string const& 
   } catch (ObjectError const& error) {
     return Answer{.failure = error.what()};
   } catch (QueryError const& error) {
-    return Answer{.failure = error.what()};
+    return Answer{.failure = printable(error.what())};
   }
 }
 

@@ -91,7 +91,7 @@ std::string write(Report const& report) {
   } catch (std::regex_error const& error) {
     return std::string("bad interface pattern: ") + patternFault(error.code());
   } catch (QueryError const& error) {
-    return error.what();
+    return printable(error.what());
   }
 }
 

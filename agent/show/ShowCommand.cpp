@@ -5,7 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "Vorn/Microseconds.h"
 #include "agent/base/PatternFault.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Protocol.h"
@@ -28,8 +27,9 @@ struct Known {
   bool interfaces = false;  // --interface, --match
   bool queues = false;      // --queue
   bool window = false;      // --since, --until, --last
-  bool figures = false;     // --min-length and the others, --drops, --latency
-  bool order = false;       // --sort, --reverse
+  bool figures = false;     // --min-length and the others, --drops
+  bool latency = false;
+  bool order = false;  // --sort, --reverse
   bool count = false;
   bool all = false;
   bool csv = false;
@@ -52,7 +52,7 @@ void refuseUnknown(ShowOptions const& options, std::string const& report, Known 
   check(known.figures, query.minDuration != 0, "--min-duration");
   check(known.figures, query.minLatency != 0, "--min-latency");
   check(known.figures, query.drops, "--drops");
-  check(known.figures, query.latency, "--latency");
+  check(known.latency, query.latency, "--latency");
   check(known.order, !options.sort.empty(), "--sort");
   check(known.order, query.reverse, "--reverse");
   check(known.count, query.count.has_value(), "--count");
@@ -90,6 +90,7 @@ Known knownTo(Report report) {
                           .queues = true,
                           .window = true,
                           .figures = true,
+                          .latency = true,
                           .order = true,
                           .count = true,
                           .all = true,
@@ -98,15 +99,18 @@ Known knownTo(Report report) {
                           .utc = true};
   Known known;
   switch (report) {
-    case Report::history:
-    case Report::top: return records;
+    case Report::history: return records;
+    case Report::top:
+      known = records;
+      known.latency = false;
+      return known;
     case Report::timeline:
       known = records;
-      known.order = false;
+      known.order = known.latency = false;
       return known;
     case Report::globalBuffer:
       known = records;
-      known.interfaces = known.queues = known.all = false;
+      known.interfaces = known.queues = known.all = known.latency = false;
       return known;
     case Report::follow:
       known = records;
@@ -130,16 +134,17 @@ void check(Query const& query) {
            "the pattern \"" + pattern +
                "\" has nothing to repeat: it is a regular expression, where .* is any text");
   }
-  refuse(!query.last.empty() && !(query.since.empty() && query.until.empty()),
-         "--last and --since or --until are two windows: give one");
   refuse(query.count == 0U, "--count takes 1 or more");
   refuse(query.all && query.latency, "--all does not apply to --latency");
   refuse(query.latency && query.form != Form::text,
          "--latency chooses columns of text: the other forms carry all of them anyway");
   try {
     refuse(!query.last.empty() && spanFrom(query.last) == 0, "--last takes more than no time");
-    constexpr Kes::U64 anyMoment = 1'800'000'000 * Vorn::Microseconds::microsecondsInSecond();
-    RecordFilter(query, anyMoment);
+    // Whether one of two times comes before the other is for who answers, whose time it is.
+    Query parts = query;
+    for (std::string* const time : {&parts.since, &parts.until})
+      if (!time->empty()) momentFrom(std::exchange(*time, "now"), /*now=*/0, /*offset=*/0);
+    RecordFilter(parts, /*now=*/0);
   } catch (QueryError const& error) {
     throw UsageError(error.what());
   } catch (std::regex_error const& error) {
