@@ -85,7 +85,9 @@ std::optional<U64> unitOf(std::string_view word) {
                             {" m min minute minutes ", 60 * inSecond},
                             {" h hr hour hours ", 3'600 * inSecond},
                             {" d day days ", inDay},
-                            {" w week weeks ", 7 * inDay}};
+                            {" w week weeks ", 7 * inDay},
+                            {" M month months ", 30 * inDay + 37'800 * inSecond},
+                            {" y year years ", 365 * inDay + 21'600 * inSecond}};
   for (Name const& name : names)
     if (name.words.find(" " + std::string(word) + " ") != std::string_view::npos) return name.unit;
   return std::nullopt;

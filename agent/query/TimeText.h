@@ -18,8 +18,8 @@ namespace Agent {
 //   @1795388706.25          seconds since 1970
 Kes::U64 momentFrom(std::string_view text, Kes::U64 now, long offset);
 
-// "90", "90s", "1h 30min", "1.5h": seconds where no unit stands; us, ms, s, min or m, h, d, w, and longer
-// words for them.
+// "90", "90s", "1h 30min", "1.5h": seconds where no unit stands; us, ms, s, min or m, h, d, w, M (a twelfth
+// of a year), y (365.25 days), and longer words for them.
 Kes::U64 spanFrom(std::string_view text);
 
 }  // namespace Agent
