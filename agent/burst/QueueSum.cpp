@@ -98,6 +98,7 @@ void QueueSum::tell(CongestionUpdate update, CongestionSink& sink) {
   }
   update.latency = measuring_ ? 0 : longest_;
   told_ = update;
+  told_.flows = nullptr;  // borrowed for this call only
   sink.handleTotal(update);
 }
 

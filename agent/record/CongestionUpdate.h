@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Kes/Types.h"
+#include "agent/record/Flow.h"
 
 namespace Agent {
 
@@ -22,6 +23,8 @@ struct CongestionUpdate {
   Kes::U32 latency = 0;
   // Of one that ends: microseconds within which more congestion would still be part of this burst.
   Kes::U64 coalescing = 0;
+  // Who filled the queue in this burst so far; borrowed for the call. Null: nothing new is known of that.
+  BurstFlows const* flows = nullptr;
 };
 
 }  // namespace Agent
