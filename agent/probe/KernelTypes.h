@@ -1,4 +1,4 @@
-/* SPDX-License-Identifier: GPL-2.0 OR BSD-3-Clause */
+/* SPDX-License-Identifier: Apache-2.0 OR GPL-2.0 OR BSD-3-Clause */
 /*
  * What the probe reads of the kernel's own structures: the members that it names and nothing else. Where they
  * stand in the kernel that runs is found when the probe is loaded, from that kernel's own type information.

@@ -21,7 +21,7 @@
 #include <fstream>
 #include <string>
 
-#include "vorn_probe.skel.h"
+#include <vorn_probe.skel.h>
 
 namespace Agent {
 

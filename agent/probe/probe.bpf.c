@@ -1,4 +1,4 @@
-// SPDX-License-Identifier: GPL-2.0 OR BSD-3-Clause
+// SPDX-License-Identifier: Apache-2.0 OR GPL-2.0 OR BSD-3-Clause
 // Sees every packet enter and leave the queues of this machine, and keeps each queue's bursts. The agent is
 // told when a burst begins, and when a queue is emptied by force; everything else it reads when it wants to.
 //
