@@ -5,15 +5,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 
-#include "Kes/Format.h"
 #include "Kes/Trace.h"
 #include "agent/ConfigFile.h"
+#include "agent/OptionValues.h"
 #include "agent/base/NamePattern.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Printable.h"
@@ -32,8 +31,6 @@ constexpr char const* poolVariable = "SIM_NUM_SHARED_CHUNKS";
 
 // The help's heading of options that may change while the agent runs.
 constexpr char const* liveGroup = "Options that SIGHUP reads again from the configuration file";
-
-constexpr char const* automatic = "auto";
 
 // None for a user's own agent, which is one that listens at the user's own socket: the file is the system's.
 std::string defaultConfig() {
@@ -57,44 +54,6 @@ struct Raw {
 std::chrono::microseconds microseconds(double milliseconds) {
   return std::chrono::microseconds(static_cast<std::int64_t>(milliseconds * 1000.0));
 }
-
-// Decimal. CLI11 takes leading zeros for octal, so there are none.
-template <class Number>
-std::optional<Number> numberOf(std::string_view text) {
-  if (text.size() > 1 && text[0] == '0' && text[1] >= '0' && text[1] <= '9') return std::nullopt;
-  Number value{};
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
-// What checks a value returns is what is wrong with it; empty: nothing.
-
-// In place of CLI::Range, which lets nan pass.
-template <class Number>
-auto between(Number low, Number high) {
-  return [low, high](std::string const& text) {
-    auto const value = numberOf<Number>(text);
-    if (value && *value >= low && *value <= high) return std::string();
-    return Kes::format("\"%s\" is not a number from %.10g to %.10g", text, static_cast<double>(low),
-                       static_cast<double>(high))
-        .str();
-  };
-}
-
-template <class Number>
-auto autoOrBetween(Number low, Number high) {
-  return [check = between(low, high)](std::string const& text) {
-    std::string const fault = text == automatic ? "" : check(text);
-    return fault.empty() ? fault : fault + ", nor auto";
-  };
-}
-
-std::string booleanFault(std::string const& text) {
-  return text == "true" || text == "false" ? "" : '"' + text + "\" is neither true nor false";
-}
-
-std::string emptyFault(std::string const& text) { return text.empty() ? "it is empty" : ""; }
 
 // Without extra arguments CLI11 leaves a value between brackets alone, as a shell pattern may be.
 CLI::Option* addList(CLI::App& app, char const* name, std::vector<std::string>& values, char const* help) {
