@@ -7,7 +7,7 @@
 #include "Vorn/CongestionData.h"
 #include "agent/AgentOptions.h"
 #include "agent/burst/CongestionFeed.h"
-#include "agent/kernel/QdiscSource.h"
+#include "agent/probe/QueueSource.h"
 #include "agent/serve/CommandServer.h"
 
 namespace Agent {
@@ -33,7 +33,7 @@ class LiveSettings {
     Vorn::Hardware::Status::Ptr hwStatus;
     Vorn::CongestionData::Ptr recorder;
     CongestionFeed& feed;
-    QdiscSource& source;
+    QueueSource& source;
     CommandServer& server;
   };
 

@@ -35,7 +35,7 @@
 #include "agent/base/StandardStreams.h"
 #include "agent/burst/CongestionFeed.h"
 #include "agent/history/HistoryKeeper.h"
-#include "agent/kernel/QdiscSource.h"
+#include "agent/probe/QueueSource.h"
 #include "agent/record/LinuxEntryType.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/serve/AgentStatus.h"
@@ -115,7 +115,8 @@ void serve(Agent::AgentOptions const& options) {
   if (!options.stateDirectory.empty())
     history.emplace(options.stateDirectory, recorder, ledger, options.poolGrows);
   Agent::CongestionFeed feed(recorder, config, status, clock, ledger);
-  Agent::QdiscSource source(feed, config, status, Agent::sourceOptionsOf(options));
+  Agent::QueueSource source(feed, config, status, Agent::sourceOptionsOf(options),
+                            Agent::QueueSource::Means::automatic, {});
   std::optional<Agent::CommandServer> server;
   std::optional<Agent::LiveSettings> settings;
   Agent::AgentStatus::Beginning const beginning{clock->now(), std::chrono::steady_clock::now()};

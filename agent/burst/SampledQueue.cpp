@@ -34,6 +34,11 @@ QueueProgress SampledQueue::handleReading(QueueReading const& reading, Pace cons
   return progress;
 }
 
+void SampledQueue::lastReadingIs(QueueReading const& reading) {
+  last_ = reading;
+  missing_ = 0;
+}
+
 void SampledQueue::detect(QueueProgress const& progress, CongestionDetector::Limits const& limits,
                           CongestionSink& sink) {
   detector_.handleProgress(progress, limits,

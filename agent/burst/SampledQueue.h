@@ -44,6 +44,9 @@ class SampledQueue {
   QueueTraits const& traits() const { return traits_; }
   QueueReading const& lastReading() const { return last_; }
 
+  // What is known by other means of a moment since when nobody has looked: the queue was not congested.
+  void lastReadingIs(QueueReading const& reading);
+
   // An interface that is given another MTU.
   void traitsIs(QueueTraits const& traits) { traits_ = traits; }
   // A queue that is renamed. A burst that is open goes on under the new address. The source tells the sink

@@ -7,6 +7,15 @@ namespace Agent {
 
 std::string SourceStatus::text() const {
   if (!enabled) return "switched off";
+  if (means == Means::probe) {
+    return Kes::format(
+               "every packet is seen, by a probe in the kernel; %u %s\n"
+               "%u bursts lost, %u without their flows, %u notices late, %u packets missed, "
+               "%u queues without room",
+               queues, queues == 1 ? "queue" : "queues", lostBursts, flowlessBursts, lostNotices, lostEvents,
+               unseenQueues)
+        .str();
+  }
   std::string const last = lastFailure.empty() || !fault.empty() ? "" : " (last: " + lastFailure + ")";
   return (fault.empty() ? "" : fault + '\n') +
          Kes::format(

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <linux/pkt_sched.h>
+
 #include <compare>
 
 #include "Kes/Types.h"
@@ -20,6 +22,8 @@ struct QdiscId {
 
   auto operator<=>(QdiscId const&) const = default;
 };
+
+inline QueueKey keyOf(QdiscId const& id) { return id.parent == TC_H_ROOT ? 0 : id.parent; }
 
 // A queueing discipline's counters at one moment. `bytes` (sent) and `drops` count up from the making of the
 // queue; drops wrap at 2^32.

@@ -38,6 +38,9 @@ constexpr U64 idleInterval = 100'000;
 // How long torn dumps in a row are not learned from.
 constexpr U64 tornTime = 1'000'000;
 
+// How long what was changed waits to be learned where nobody looks: more of the kind mostly follows.
+constexpr U64 learningDelay = 50'000;
+
 // Of an ordinary look: none, but for memory that grows.
 constexpr long maxPageFaults = 8;
 
@@ -81,7 +84,10 @@ void QdiscSource::start(EventLoop& loop) {
     throw std::system_error(dump_.error(), std::generic_category(), cannotRead);
   loop_ = &loop;
   loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
-  loop.add(changeWatch_.fd(), EPOLLIN, [this](std::uint32_t) { takeChanges(); });
+  loop.add(changeWatch_.fd(), EPOLLIN, [this](std::uint32_t) {
+    if (takeChanges()) lookSoon();
+  });
+  if (onDemand_) return look();
   timerIs(static_cast<U64>(options_.interval.count()));
 }
 
@@ -91,6 +97,7 @@ void QdiscSource::optionsAre(QdiscSourceOptions options) {
   interfaces_.patternsAre(options_.interfaces, options_.excluded);
   roster_.startThresholdIs(options_.startThresholdBytes);
   interfacesChanged_ = true;
+  if (onDemand_ && !demanded_) return lookSoon();
   if (!otherInterval) return;
   timerIs(wantedInterval());
   // What was achieved was another interval's.
@@ -108,6 +115,10 @@ void QdiscSource::handleTimer() {
   // Several expirations at once are one late tick; none at all means that the timer was set anew meanwhile.
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return forgetAll();
+  if (std::exchange(soon_, false)) {
+    timerInterval_ = 0;
+    return look();
+  }
   double const before = microsecondsOf(CLOCK_THREAD_CPUTIME_ID);
   long const faultsBefore = pageFaults();
   look();
@@ -132,10 +143,15 @@ void QdiscSource::look() {
     if (learnable) {
       roster_.learn(samples_, interfaces_, sink_);
       interfacesChanged_ = false;
+      if (learnedHandler_) learnedHandler_();
     } else {
       roster_.locate(samples_);
+      lookSoon();
     }
   }
+  for (Demand const& demand : demands_)
+    roster_.quietUntil(demand.ifindex, demand.since, demand.sent, samples_);
+  demands_.clear();
   roster_.handleSamples(samples_, pace(), sum_, sink_);
   ++looks_;
 }
@@ -155,6 +171,32 @@ bool QdiscSource::takeChanges() {
   return true;
 }
 
+void QdiscSource::onDemandIs(bool onDemand) {
+  onDemand_ = onDemand;
+  roster_.probedIs(onDemand);
+}
+
+void QdiscSource::demand(U32 ifindex, U64 since, U64 sent) {
+  demands_.push_back({ifindex, since, sent});
+  if (std::exchange(soon_, false)) timerInterval_ = 0;
+  if (!std::exchange(demanded_, true)) lastTick_ = 0;
+  timerIs(wantedInterval());
+  look();
+}
+
+void QdiscSource::demandEnds() {
+  demanded_ = false;
+  timerIs(0);
+  if (interfacesChanged_) lookSoon();
+}
+
+// Once, where no look is to be expected.
+void QdiscSource::lookSoon() {
+  if (!onDemand_ || demanded_ || std::exchange(soon_, true)) return;
+  learnable_ = static_cast<U64>(microsecondsOf(CLOCK_MONOTONIC));
+  timerIs(learningDelay);
+}
+
 void QdiscSource::handleFailure() {
   ++failedDumps_;
   if (!std::exchange(failing_, true))
@@ -165,7 +207,7 @@ void QdiscSource::forgetAll() {
   roster_.forgetAll(sink_);
   sum_ = QueueSum();
   lastTick_ = 0;
-  timerIs(idleInterval);
+  if (!onDemand_ || demanded_) timerIs(idleInterval);
 }
 
 void QdiscSource::handleInterval() {
@@ -199,7 +241,7 @@ void QdiscSource::timerIs(U64 interval) {
   if (interval == timerInterval_) return;
   timespec const time = {static_cast<time_t>(interval / 1'000'000),
                          static_cast<long>(interval % 1'000'000 * 1000)};
-  itimerspec const setting = {time, time};
+  itimerspec const setting = {soon_ ? timespec{} : time, time};
   if (timerfd_settime(timer_.get(), 0, &setting, nullptr) != 0) throwErrno("cannot set the timer");
   timerInterval_ = interval;
 }

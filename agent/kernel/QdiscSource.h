@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -52,6 +53,26 @@ class QdiscSource final : public Source {
   ~QdiscSource() override;
 
   void start(EventLoop& loop) override;
+
+  // For another source, which sees the queues that stand at devices by itself: looks run only while they are
+  // demanded, and those queues are learned but not read. To be called before start.
+  void onDemandIs(bool onDemand);
+  // The other source has found an interface congested, whose queues have not been congested before `since`,
+  // nor sent more than `sent` from then on (QueueRoster::quietUntil). The first look is at once.
+  void demand(Kes::U32 ifindex, Kes::U64 since, Kes::U64 sent);
+  // Nothing is congested any more.
+  void demandEnds();
+  // A look at once, which learns what is new.
+  void learn() { look(); }
+  // All queues are given up, until something is learned again.
+  void forget() { forgetAll(); }
+  // Is told when queues or interfaces have been learned.
+  void learnedHandlerIs(std::function<void()> handler) { learnedHandler_ = std::move(handler); }
+  // Null when it is not there or not asked for. Good until the next look.
+  Interface const* interface(Kes::U32 ifindex) { return interfaces_.watched(ifindex); }
+  QueueRoster const& roster() const { return roster_; }
+  // The smallest frame of all interfaces that have queues, in bytes; 0 if there are none.
+  Kes::U32 smallestFrame() const { return interfaces_.smallestFrame(); }
   // From the next look on. Queues that are watched before and after go on, with the bursts that are open.
   void optionsAre(QdiscSourceOptions options);
   SourceStatus status() const override;
@@ -67,6 +88,7 @@ class QdiscSource final : public Source {
   Pace pace() const;
   Kes::U64 wantedInterval() const;
   void timerIs(Kes::U64 interval);
+  void lookSoon();
 
   CongestionSink& sink_;
   Vorn::Config::PtrConst const config_;
@@ -96,6 +118,18 @@ class QdiscSource final : public Source {
   Kes::U64 interruptedDumps_ = 0;
   Kes::U64 failedDumps_ = 0;
   bool failing_ = false;  // the last dump failed
+  bool onDemand_ = false;
+  bool demanded_ = false;
+  bool soon_ = false;  // on demand: the timer is set for what is to be learned
+
+  // Of interfaces that demand it, until the next look.
+  struct Demand {
+    Kes::U32 ifindex;
+    Kes::U64 since;
+    Kes::U64 sent;
+  };
+  std::vector<Demand> demands_;
+  std::function<void()> learnedHandler_;
 };
 
 }  // namespace Agent

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/kernel/QueueRoster.h"
 
-#include <linux/pkt_sched.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -21,8 +19,6 @@ constexpr U32 largestPacketBytes = 65'536 + 65'536 / 8;
 
 // What is removed and made again faster than that between two looks is told by its counters alone.
 constexpr std::size_t maxRemoved = 4096;
-
-QueueKey keyOf(QdiscId const& id) { return id.parent == TC_H_ROOT ? 0 : id.parent; }
 
 }  // namespace
 
@@ -71,9 +67,11 @@ void QueueRoster::learn(std::span<QdiscSample const> samples, WatchedInterfaces&
       if (queue.share) takeChildren(*queue.share, found, samples);
       queue.position = found.position;
       queue.sampled.traitsIs(traits);
+      queue.probed = probed_ && found.outermost && !queue.share;
     } else {
       appeared.push_back(queues_.size());
       queues_.push_back(newQueue(found, samples, interface->intfId, traits));
+      queues_.back().probed = probed_ && found.outermost && found.children.empty();
       // What a queue that has surely been made anew counts by now has happened since the last look.
       if (at == none && former != none && found.children.empty()) {
         QueueReading const& last = before[former].sampled.lastReading();
@@ -101,7 +99,10 @@ QueueRoster::Queue QueueRoster::newQueue(QueueTree::Queue const& found, std::spa
   std::optional<InnerShare> share;
   if (!found.children.empty()) share.emplace(found.position, found.children);
   QueueReading const first = share ? share->read(samples) : readingOf(sample);
-  return {sample.id, found.position, SampledQueue(address, traits, first), std::move(share)};
+  return {.id = sample.id,
+          .position = found.position,
+          .sampled = SampledQueue(address, traits, first),
+          .share = std::move(share)};
 }
 
 // Of the discipline itself, or of one that it hangs in: nothing is told of what a removal takes along.
@@ -153,7 +154,8 @@ void QueueRoster::handleRemoval(TrafficNotice const& notice) {
 void QueueRoster::handleSamples(std::span<QdiscSample const> samples, Pace const& pace, QueueSum& sum,
                                 CongestionSink& sink) {
   for (Queue& queue : queues_) {
-    QueueReading const& last = queue.sampled.lastReading();
+    if (queue.probed) continue;
+    QueueReading const last = queue.sampled.lastReading();
     QueueReading const reading = queue.position == none ? last
                                  : queue.share          ? queue.share->read(samples)
                                                         : readingOf(samples[queue.position]);
@@ -164,6 +166,33 @@ void QueueRoster::handleSamples(std::span<QdiscSample const> samples, Pace const
   }
   sum.addLost(std::exchange(lost_, 0));
   sum.finishLook(pace, sink);
+}
+
+QueueRoster::Queue const* QueueRoster::find(QdiscId const& id) const {
+  auto const found =
+      std::find_if(queues_.begin(), queues_.end(), [&](Queue const& queue) { return queue.id == id; });
+  return found == queues_.end() ? nullptr : &*found;
+}
+
+QueueRoster::Standing QueueRoster::standing(QdiscId const& id) const {
+  Queue const* const queue = find(id);
+  if (queue != nullptr) return queue->probed ? Standing::queue : Standing::classes;
+  if (std::find(known_.begin(), known_.end(), id) == known_.end()) return Standing::unknown;
+  bool const inside = std::any_of(queues_.begin(), queues_.end(),
+                                  [&](Queue const& other) { return other.id.ifindex == id.ifindex; });
+  return inside ? Standing::classes : Standing::unasked;
+}
+
+QueueAddress const& QueueRoster::address(QdiscId const& id) const { return find(id)->sampled.address(); }
+
+void QueueRoster::quietUntil(U32 ifindex, U64 since, U64 sent, std::span<QdiscSample const> samples) {
+  for (Queue& queue : queues_) {
+    if (queue.probed || queue.share || queue.id.ifindex != ifindex || queue.position == none) continue;
+    QueueReading const last = queue.sampled.lastReading();
+    QueueReading const now = readingOf(samples[queue.position]);
+    if (last.stamp >= since || since >= now.stamp || startedAgain(last, now)) continue;
+    queue.sampled.lastReadingIs({since, now.bytes - std::min(now.bytes - last.bytes, sent), 0, last.drops});
+  }
 }
 
 void QueueRoster::forgetAll(CongestionSink& sink) {

@@ -34,6 +34,26 @@ class QueueRoster {
   // From the next time on that queues are learned.
   void startThresholdIs(Kes::U32 bytes) { startThresholdBytes_ = bytes; }
 
+  // From the next time on that queues are learned: whether another means tells of what happens in those that
+  // stand at a device, and are not spread over classes. They are known here, and not read.
+  void probedIs(bool probed) { probed_ = probed; }
+
+  // What stands where a probe has found congestion.
+  enum class Standing : char {
+    unknown,  // nothing that was learned
+    unasked,  // of an interface that is not watched
+    queue,    // a queue that only the probe tells of
+    classes   // a discipline that spreads packets over queues, which are read here
+  };
+  Standing standing(QdiscId const& id) const;
+  // Of a queue.
+  QueueAddress const& address(QdiscId const& id) const;
+
+  // Nobody has looked for a while, and nothing in the interface was congested before `since` (microseconds,
+  // monotonic), nor have more than `sent` bytes left it from then on: its queues are to be read as if they
+  // had been seen empty at that moment. What a discipline with children keeps itself is not.
+  void quietUntil(Kes::U32 ifindex, Kes::U64 since, Kes::U64 sent, std::span<QdiscSample const> samples);
+
   // Whether a dump shows the disciplines that were learned last, in the same order, and nothing has been
   // removed since. If not, either learn or locate is to be called before handleSamples.
   bool fits(std::span<QdiscSample const> samples) const;
@@ -64,6 +84,7 @@ class QueueRoster {
     std::size_t position;  // in a dump of the present order, or QueueTree::none
     SampledQueue sampled;
     std::optional<InnerShare> share;  // of a discipline with children
+    bool probed = false;
   };
   // A discipline by its place and name, or a class, whose own queue stands in it.
   struct Removed {
@@ -76,6 +97,7 @@ class QueueRoster {
 
   // The position that `index_` has for a discipline, or none.
   std::size_t indexed(QdiscId const& id) const;
+  Queue const* find(QdiscId const& id) const;
   bool lacks(Kes::U32 ifindex) const;
   static Queue newQueue(QueueTree::Queue const& found, std::span<QdiscSample const> samples,
                         Pylo::IntfId const& intfId, QueueTraits const& traits);
@@ -84,6 +106,7 @@ class QueueRoster {
                     std::span<QdiscSample const> samples) const;
 
   Kes::U32 startThresholdBytes_;
+  bool probed_ = false;
   std::vector<Queue> queues_;                           // in order of the dump
   std::vector<QdiscId> known_;                          // what the dump showed when the queues were learned
   std::vector<std::pair<QdiscId, std::size_t>> index_;  // sorted; only of use while it is made

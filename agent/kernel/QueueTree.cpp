@@ -53,9 +53,9 @@ QueueTree::QueueTree(std::span<QdiscSample const> samples)
     bool const inside = parents_[i] != none && isOneQueue(parents_[i]);
     if (repeated_[i] || inside) continue;
     if (isOneQueue(i))
-      queues_.push_back({i, {}, !dropsAtTail(innermost(i))});
+      queues_.push_back({i, {}, !dropsAtTail(innermost(i)), isOutermost(i)});
     else if (!isSum(samples[i].id))
-      queues_.push_back({i, children(i), !dropsAtTail(samples[i].id)});
+      queues_.push_back({i, children(i), !dropsAtTail(samples[i].id), isOutermost(i)});
   }
 }
 
@@ -109,6 +109,13 @@ bool QueueTree::isOneQueue(std::size_t position, int depth) const {
   auto const inner = children(position);
   if (inner.empty()) return true;
   return depth > 0 && isWrapper(samples_[position].id) && isOneQueue(inner.front(), depth - 1);
+}
+
+// Of those that only add up there is one at most, which gives each transmit queue of the device its own.
+bool QueueTree::isOutermost(std::size_t position) const {
+  std::size_t const parent = parents_[position];
+  if (parent == none) return samples_[position].id.parent == TC_H_ROOT;
+  return parents_[parent] == none && isSum(samples_[parent].id);
 }
 
 // In a shaper that is one queue with what it holds: that in which the packets wait.

@@ -26,6 +26,7 @@ class QueueTree {
     std::size_t position;
     std::span<std::size_t const> children;  // none: the queue is the whole discipline
     bool dropsFromInside;                   // also packets that it has taken in already
+    bool outermost;                         // stands at the device: packets enter here, and leave for it
   };
 
   // Nothing here is quadratic in the number of samples. What a torn dump shows a second time is left out.
@@ -44,6 +45,7 @@ class QueueTree {
   void collectChildren();
   std::span<std::size_t const> children(std::size_t position) const;
   bool isOneQueue(std::size_t position, int depth = 8) const;
+  bool isOutermost(std::size_t position) const;
   QdiscId const& innermost(std::size_t position) const;
 
   std::span<QdiscSample const> const samples_;

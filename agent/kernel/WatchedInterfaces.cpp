@@ -40,6 +40,15 @@ bool WatchedInterfaces::handleNotice(LinkNotice const& notice) {
   return true;
 }
 
+Kes::U32 WatchedInterfaces::smallestFrame() const {
+  Kes::U32 smallest = 0;
+  for (auto const& [ifindex, known] : known_) {
+    Kes::U32 const frame = known.interface.frameBytes;
+    smallest = smallest == 0 ? frame : std::min(smallest, frame);
+  }
+  return smallest;
+}
+
 bool WatchedInterfaces::isAskedFor(Interface const& interface) const {
   std::string const name = interface.intfId.stringValue().charPtr();
   auto const isMeant = [&name](std::string const& pattern) { return fits(pattern, name); };

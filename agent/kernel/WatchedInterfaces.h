@@ -33,6 +33,9 @@ class WatchedInterfaces {
   // What else changes of a link (up, down, addresses, statistics) is none of our business.
   bool handleNotice(LinkNotice const& notice);
 
+  // In bytes, of all that are remembered; 0 for none.
+  Kes::U32 smallestFrame() const;
+
   void forgetAll() { known_.clear(); }
 
  private:
