@@ -44,11 +44,20 @@ struct AgentOptions {
   std::string socketPath;
   bool messagesToStderr = false;
 
+  // What sees the queues: a probe in the kernel, to which every packet shows, or looks at their counters.
+  // `automatic`: the probe where it can be had.
+  enum class Means { automatic, exact, poll };
+  Means source = Means::automatic;
+  // With the probe: whether it counts who filled a queue, and so many bits of the addresses are kept.
+  bool countsFlows = true;
+  std::uint32_t flowPrefix4 = 32;
+  std::uint32_t flowPrefix6 = 128;
+
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;
   std::vector<std::string> interfaces;  // none: all
   std::vector<std::string> excluded;
-  std::optional<std::chrono::microseconds> coalescing;  // none: three looks
+  std::optional<std::chrono::microseconds> coalescing;  // none: three looks, with the probe 1 ms
   std::uint32_t poolChunks = 0;                         // 0: what the recorder makes of its environment
   bool poolGrows = false;                               // "auto"
 
