@@ -254,7 +254,7 @@ class Reading {
     update.latency = fields.take<U32>();
     U8 const flags = fields.take<U8>();
     constexpr U8 known = HistoryFormat::alwaysLogged | HistoryFormat::latestOfItsQueue;
-    require(fields.isWhole() && (flags & ~known) == 0, "a record is none");
+    require(fields.isWhole() && update.timestamp != 0 && (flags & ~known) == 0, "a record is none");
     auto const log = recorder_.globalBufferChunk();
     Vorn::EntryQueue* const into = log ? static_cast<Vorn::EntryQueue*>(log.get()) : chunk_;
     require(into != nullptr && into->entrys() < Vorn::entriesPerChunk, "a record has no place");
