@@ -76,7 +76,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --config "$scratch/agent.toml" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
+  "$agent_program" --stderr --source poll --socket "$socket" --config "$scratch/agent.toml" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
   until_true vorn-show status >"$scratch/out" 2>&1
 }
