@@ -60,7 +60,7 @@ TEST(Flows, AreKeptWithTheirRecord) {
   };
   BurstFlows const* const kept = tell({.begins = true, .qLen = 9});
   ASSERT_TRUE(kept);
-  EXPECT_EQ(kept->largest, std::vector<FlowShare>(5, {udp(1, 1), 100, 10, 1, 2, std::string(1023, 'c')}));
+  EXPECT_EQ(kept->largest, std::vector<FlowShare>(5, {udp(1, 1), 100, 10, 1, 2, std::string(255, 'c')}));
   flows = {1000, 95, {{udp(2, 2), 300, 3}}};
   EXPECT_EQ(*tell({.ends = true, .qLen = 9}), flows);
   flows = {};
@@ -68,7 +68,7 @@ TEST(Flows, AreKeptWithTheirRecord) {
   flows = {1001, 96, {{udp(2, 2), 301, 4}, {udp(3, 3), 7, 1}}};
   EXPECT_EQ(*tell({.late = true, .qLen = 9}), flows);
   for (std::size_t left = 0; left < 3; ++left) {
-    flows.largest = {{udp(1, 1), 5, 1, 0, 0, std::string(500 + 20 * left, 'd')}};
+    flows.largest = {{udp(1, 1), 5, 1, 0, 0, std::string(200 + 20 * left, 'd')}};
     auto const record = Kes::makePtr<LinuxEntry>(0U, 0U, CongestionUpdate{.timestamp = 5});
     allocationsLeft = left;
     record->flowsAre(flows);

@@ -169,7 +169,8 @@ std::string withoutFlowsText(RecordSet const& records) {
   if (count == 0) return "";
   std::string const bursts = std::to_string(count) + (count == 1 ? " burst" : " bursts");
   if (records.size() != 0) return "\nNobody counted the flows of " + bursts + " more.\n";
-  return "Nobody counted the flows of " + bursts + ". Only the exact source does (vorn-agent --source, --no-flows).\n";
+  return "Nobody counted the flows of " + bursts +
+         ". Only the exact source does (vorn-agent --source, --no-flows).\n";
 }
 
 }  // namespace Agent

@@ -39,7 +39,7 @@ struct FlowKey {
 // A flow's share in a burst.
 struct FlowShare {
   // Of a control group's path, in bytes; records keep no more of it.
-  static constexpr std::size_t longestCgroup = 1023;
+  static constexpr std::size_t longestCgroup = 255;
 
   FlowKey key{};
   Kes::U64 bytes = 0;  // that entered the queue while it was congested
