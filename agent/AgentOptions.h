@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "agent/probe/QueueSource.h"
+
 namespace Agent {
 
 // Two queue lengths in bytes: high >= low.
@@ -44,14 +46,8 @@ struct AgentOptions {
   std::string socketPath;
   bool messagesToStderr = false;
 
-  // What sees the queues: a probe in the kernel, to which every packet shows, or looks at their counters.
-  // `automatic`: the probe where it can be had.
-  enum class Means { automatic, exact, poll };
-  Means source = Means::automatic;
-  // With the probe: whether it counts who filled a queue, and so many bits of the addresses are kept.
-  bool countsFlows = true;
-  std::uint32_t flowPrefix4 = 32;
-  std::uint32_t flowPrefix6 = 128;
+  QueueSource::Means source = QueueSource::Means::automatic;
+  Probe::Options probe;
 
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;
