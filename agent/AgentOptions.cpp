@@ -110,11 +110,11 @@ std::string sourceFault(std::string const& text) {
 }
 
 // Bits of an IPv4 and of an IPv6 address.
-std::optional<std::pair<std::uint32_t, std::uint32_t>> flowPrefixOf(std::string_view text) {
+std::optional<std::pair<unsigned, unsigned>> flowPrefixOf(std::string_view text) {
   std::size_t const comma = text.find(',');
   if (comma == std::string_view::npos) return std::nullopt;
-  auto const ipv4 = numberOf<std::uint32_t>(text.substr(0, comma));
-  auto const ipv6 = numberOf<std::uint32_t>(text.substr(comma + 1));
+  auto const ipv4 = numberOf<unsigned>(text.substr(0, comma));
+  auto const ipv6 = numberOf<unsigned>(text.substr(comma + 1));
   if (!ipv4 || !ipv6 || *ipv4 > 32 || *ipv6 > 128) return std::nullopt;
   return std::pair(*ipv4, *ipv6);
 }
@@ -262,8 +262,8 @@ void complete(AgentOptions& options, Raw const& raw) {
   for (std::string const& text : raw.portThresholds) options.portThresholds.push_back(portThresholdsOf(text));
   options.interval = microseconds(raw.intervalMs);
   options.source = raw.source == exact ? Means::exact : raw.source == poll ? Means::poll : Means::automatic;
-  options.countsFlows = !raw.noFlows;
-  std::tie(options.flowPrefix4, options.flowPrefix6) = *flowPrefixOf(raw.flowPrefix);
+  options.probe.countFlows = !raw.noFlows;
+  std::tie(options.probe.ipv4Prefix, options.probe.ipv6Prefix) = *flowPrefixOf(raw.flowPrefix);
   if (raw.coalescing != automatic) options.coalescing = microseconds(*numberOf<double>(raw.coalescing));
   options.poolGrows = raw.pool == automatic;
   options.poolChunks = numberOf<std::uint32_t>(raw.pool).value_or(0);

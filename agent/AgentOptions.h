@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/probe/Means.h"
+#include "agent/probe/Probe.h"
 
 namespace Agent {
 
@@ -47,10 +48,7 @@ struct AgentOptions {
   bool messagesToStderr = false;
 
   Means source = Means::automatic;
-  // With the probe: whether it counts who filled a queue, and so many bits of the addresses are kept.
-  bool countsFlows = true;
-  std::uint32_t flowPrefix4 = 32;
-  std::uint32_t flowPrefix6 = 128;
+  Probe::Options probe;
 
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;

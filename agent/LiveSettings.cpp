@@ -27,10 +27,6 @@ QdiscSourceOptions sourceOptionsOf(AgentOptions const& options) {
           options.coalescing};
 }
 
-Probe::Options probeOptionsOf(AgentOptions const& options) {
-  return {options.countsFlows, options.flowPrefix4, options.flowPrefix6};
-}
-
 CommandServer::Limits clientLimitsOf(AgentOptions const& options) {
   AgentOptions::ClientLimits const& clients = options.clients;
   // Kept for root and the agent's own user: a sixteenth of the connections, a fifth of the reports.

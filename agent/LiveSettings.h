@@ -14,7 +14,6 @@ namespace Agent {
 
 // What these options say to the parts that take them from elsewhere.
 QdiscSourceOptions sourceOptionsOf(AgentOptions const& options);
-Probe::Options probeOptionsOf(AgentOptions const& options);
 CommandServer::Limits clientLimitsOf(AgentOptions const& options);
 
 // The configuration in force: brings the agent's parts to what a configuration file says that has been
