@@ -60,8 +60,13 @@ struct Group {
 struct Packet {
   std::size_t group = 0;
   std::int64_t enter = 0;
+  std::int64_t inside = 0;
   std::int64_t leave = 0;
 };
+
+std::int64_t wallTime() {
+  return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 class Flow {
  public:
@@ -160,46 +165,73 @@ std::vector<Group> readPlan() {
   return plan;
 }
 
-void sendPlan(std::vector<Group> const& plan, in_addr to, bool stamped) {
-  unsigned flowCount = 0;
-  unsigned longest = 0;
-  std::size_t packetCount = 0;
-  for (Group const& group : plan) {
-    flowCount = std::max(flowCount, group.flow + 1);
-    longest = std::max(longest, group.payload);
-    packetCount += group.packets;
-  }
-  std::vector<Flow> flows;
-  for (unsigned i = 0; i < flowCount; ++i) flows.emplace_back(to, stamped);
-  std::vector<char> payload(longest);
-  std::vector<Packet> packets;
-  packets.reserve(packetCount);
-  auto const readAll = [&] {
-    std::size_t read = 0;
-    for (Flow& flow : flows) read += flow.readStamps(packets);
-    return read;
-  };
-
-  auto const begin = Steady::now();
-  for (std::size_t i = 0; i < plan.size(); ++i) {
-    auto const due = begin + std::chrono::microseconds(plan[i].offset);
-    if (stamped && due - Steady::now() > longSilence) {
-      std::this_thread::sleep_until(due - readBefore);
-      readAll();
+// A plan under way. Its flows are dealt out to threads: one processor alone may be no faster than the link.
+class Sending {
+ public:
+  Sending(std::vector<Group> plan, in_addr to, bool stamped) : plan_(std::move(plan)), stamped_(stamped) {
+    unsigned flows = 0;
+    for (std::size_t i = 0; i < plan_.size(); ++i) {
+      flows = std::max(flows, plan_[i].flow + 1);
+      longest_ = std::max(longest_, plan_[i].payload);
+      firsts_.push_back(packets_.size());
+      packets_.resize(packets_.size() + plan_[i].packets, Packet{i, 0, 0, 0});
     }
-    std::this_thread::sleep_until(due);
-    std::size_t const first = packets.size();
-    packets.resize(first + plan[i].packets, Packet{i, 0, 0});
-    flows[plan[i].flow].send(payload, plan[i].payload, plan[i].packets, first);
+    for (unsigned i = 0; i < flows; ++i) flows_.emplace_back(to, stamped);
   }
-  if (!stamped) return;
-  // Until nothing more comes.
-  do std::this_thread::sleep_for(300ms);
-  while (readAll() > 0);
-  for (Packet const& packet : packets)
-    std::printf("%zu %jd %jd\n", packet.group, static_cast<std::intmax_t>(packet.enter),
-                static_cast<std::intmax_t>(packet.leave));
-}
+
+  void run(unsigned threads) {
+    auto const begin = Steady::now() + 10ms;
+    std::vector<std::thread> running;
+    for (unsigned i = 0; i < threads; ++i)
+      running.emplace_back([this, i, threads, begin] { runShare(i, threads, begin); });
+    for (std::thread& thread : running) thread.join();
+    if (!stamped_) return;
+    // Until nothing more comes.
+    do std::this_thread::sleep_for(300ms);
+    while (readStamps(0, 1) > 0);
+  }
+
+  void print() const {
+    for (std::size_t i = 0; i < packets_.size(); ++i) {
+      Packet const& packet = packets_[i];
+      // And before the next one of its group is sent.
+      std::printf("%zu %jd %jd %jd\n", packet.group, static_cast<std::intmax_t>(packet.enter),
+                  static_cast<std::intmax_t>(packet.inside != 0 ? packet.inside : packets_[i + 1].enter),
+                  static_cast<std::intmax_t>(packet.leave));
+    }
+  }
+
+ private:
+  void runShare(unsigned share, unsigned threads, Steady::time_point begin) {
+    std::vector<char> payload(longest_);
+    for (std::size_t i = 0; i < plan_.size(); ++i) {
+      Group const& group = plan_[i];
+      if (group.flow % threads != share) continue;
+      auto const due = begin + std::chrono::microseconds(group.offset);
+      if (stamped_ && due - Steady::now() > longSilence) {
+        std::this_thread::sleep_until(due - readBefore);
+        readStamps(share, threads);
+      }
+      std::this_thread::sleep_until(due);
+      flows_[group.flow].send(payload, group.payload, group.packets, firsts_[i]);
+      // The last one has entered before the call returns.
+      if (group.packets > 0) packets_[firsts_[i] + group.packets - 1].inside = wallTime();
+    }
+  }
+
+  std::size_t readStamps(unsigned share, unsigned threads) {
+    std::size_t read = 0;
+    for (std::size_t i = share; i < flows_.size(); i += threads) read += flows_[i].readStamps(packets_);
+    return read;
+  }
+
+  std::vector<Group> const plan_;
+  bool const stamped_;
+  unsigned longest_ = 0;
+  std::vector<std::size_t> firsts_{};  // packets of the groups
+  std::vector<Packet> packets_{};
+  std::vector<Flow> flows_{};
+};
 
 // As many packets as one processor can send. Prints how many a second, and the nanoseconds of processor time
 // that each took this process.
@@ -224,6 +256,7 @@ void flood(double seconds, unsigned payloadBytes, in_addr to) {
 int main(int argc, char** argv) {
   std::string address;
   bool stamped = false;
+  unsigned threads = 1;
   double floodSeconds = 0;
   unsigned floodPayload = 64;
   CLI::App app(
@@ -231,6 +264,9 @@ int main(int argc, char** argv) {
       "vorn-traffic");
   app.add_option("--to", address, "IPv4 address beyond the link")->required();
   app.add_flag("--stamps", stamped, "Print when each packet entered and left the queue (root)");
+  app.add_option("--threads", threads, "That send at a time; each has its share of the flows")
+      ->check(CLI::Range(1, 64))
+      ->capture_default_str();
   app.add_option("--flood", floodSeconds, "Send for so many seconds what one processor can, without a plan")
       ->check(CLI::Range(0.01, 1e4));
   app.add_option("--payload", floodPayload, "Bytes of payload in a packet of the flood")
@@ -241,10 +277,13 @@ int main(int argc, char** argv) {
     in_addr to{};
     if (inet_pton(AF_INET, address.c_str(), &to) != 1)
       throw std::runtime_error("\"" + address + "\" is no IPv4 address");
-    if (floodSeconds > 0)
+    if (floodSeconds > 0) {
       flood(floodSeconds, floodPayload, to);
-    else
-      sendPlan(readPlan(), to, stamped);
+    } else {
+      Sending sending(readPlan(), to, stamped);
+      sending.run(threads);
+      if (stamped) sending.print();
+    }
   } catch (std::exception const& error) {
     std::fprintf(stderr, "vorn-traffic: %s\n", error.what());
     return EXIT_FAILURE;

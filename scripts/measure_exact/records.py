@@ -6,7 +6,8 @@ import statistics
 import time
 
 from measure_exact.link import BUCKET, FRAME, PAYLOAD, Agent, Quiet
-from measure_exact.truth import congestions, send
+from measure_exact.truth import bursts as bursts_of
+from measure_exact.truth import send
 
 THRESHOLD = 2 * FRAME
 COALESCING_MS = {"exact": 1, "poll": 3}
@@ -16,7 +17,7 @@ WITHIN_US = 20
 
 
 class Kind:
-    """Bursts of one sort: how many, over which link, and what becomes of one."""
+    """Bursts of one sort: how many, over which link, and how long the queue is to exceed its threshold."""
 
     def __init__(self, name, mbit, count, shortest_us, longest_us, gap_us, limit=LARGE, pieces=1):
         self.name, self.mbit, self.count, self.limit = name, mbit, count, limit
@@ -27,7 +28,7 @@ class Kind:
         those that make two bursts of one, and packets of any size."""
         offset = 10_000
         for _ in range(self.count):
-            payload = PAYLOAD if self.pieces == 1 else chance.randint(300, PAYLOAD)
+            payload = PAYLOAD if self.pieces == 1 else chance.randint(600, PAYLOAD)
             frame = payload + FRAME - PAYLOAD
             for piece in range(self.pieces):
                 if piece:
@@ -35,7 +36,10 @@ class Kind:
                 lasting = chance.uniform(self.shortest_us, self.longest_us)
                 # What passes at once, what may wait without being too much, and what waits longer.
                 length = BUCKET + THRESHOLD + lasting * self.mbit / 8
-                yield offset, max(1, round(length / frame)), payload, 0
+                packets = max(2, round(length / frame))
+                # By two, since one sender alone is hardly faster than the faster link.
+                yield offset, (packets + 1) // 2, payload, 0
+                yield offset, packets // 2, payload, 1
                 offset += length * 8 / self.mbit
             offset += self.gap_us
 
@@ -44,8 +48,8 @@ def kinds(bursts):
     tenth = max(1, bursts // 10)
     return [
         Kind("0.05 to 1 ms", 1000, bursts, 50, 1000, 5000),
-        Kind("in three pieces", 1000, tenth, 50, 500, 6000, pieces=3),
         Kind("1 to 2 ms, too much", 1000, tenth, 1000, 2000, 6000, limit=60_000),
+        Kind("in three pieces", 100, tenth, 200, 1500, 8000, pieces=3),
         *(Kind(f"{size / 1000:g} ms", 100, tenth, size, size, 8000) for size in (300, 500, 1000, 2000, 5000)),
         Kind("5 to 9 ms, too much", 100, tenth, 5000, 9000, 10_000, limit=40_000),
     ]
@@ -53,31 +57,40 @@ def kinds(bursts):
 
 class Outcome:
     def __init__(self, found, records, kind, source, tc_drops):
-        self.found, self.kind, self.source, self.tc_drops = found, kind, source, tc_drops
+        self.kind, self.source, self.tc_drops = kind, source, tc_drops
         self.strangers = assign(found, records, NEAR_US if source == "exact" else 2500)
-        self.recorded = [one for one in found if one.records]
-        self.twice = sum(len(one.records) > 1 for one in found)
-        self.begins = [one.records[0]["begin"] - one.begin / 1000 for one in self.recorded]
-        self.ends = [one.records[-1]["end"] - one.end / 1000 for one in self.recorded]
-        self.peaks = [max(record["peak"] for record in one.records) - one.peak for one in self.recorded]
-        self.latencies = [max(record["latency"] for record in one.records) - one.latency() / 1000
-                          for one in self.recorded if one.top]
+        # Of a burst that may have been none nothing is asked, but that it is told rightly if it is told.
+        self.certain = [one for one in found if one.certain]
+        self.doubtful = len(found) - len(self.certain)
+        self.recorded = [one for one in self.certain if one.records]
+        self.twice = sum(len(one.records) > max(1, len(one.certain)) for one in found)
+        self.begins, self.ends, self.peaks, self.latencies, self.unsure = [], [], [], [], []
+        for one in self.recorded:
+            begin, end, peak = one.spans()
+            self.begins.append(outside(one.records[0]["begin"] * 1000, begin) / 1000)
+            self.ends.append(outside(one.records[-1]["end"] * 1000, end) / 1000)
+            self.peaks.append(outside(max(record["peak"] for record in one.records), peak))
+            self.latencies.append(max(record["latency"] for record in one.records) - one.latency() / 1000)
+            self.unsure += [begin[1] - begin[0] > WITHIN_US * 1000, end[1] - end[0] > WITHIN_US * 1000]
         self.drops = sum(one.drops for one in found)
         self.told = sum(record["drops"] for one in self.recorded for record in one.records)
         self.drops_differ = sum(one.drops != sum(record["drops"] for record in one.records) for one in self.recorded)
 
     def row(self):
-        share = 100 * len(self.recorded) / max(1, len(self.found))
-        return (f"| {self.kind.mbit} | {self.kind.name} | {self.source} | {len(self.found)} | {share:.2f} | "
-                f"{len(self.found) - len(self.recorded)} | {self.twice} | {self.strangers} | {offs(self.begins)} | "
-                f"{offs(self.ends)} | {late(self.begins)} / {late(self.ends)} | {worst(self.peaks)} | "
+        share = 100 * len(self.recorded) / max(1, len(self.certain))
+        lasting = sorted((one.certain[-1].end - one.certain[0].begin) / 1000 for one in self.certain) or [0]
+        return (f"| {self.kind.mbit} | {self.kind.name} | {self.source} | {len(self.certain)} ({self.doubtful}) | "
+                f"{lasting[0]:.0f} / {statistics.median(lasting):.0f} / {lasting[-1]:.0f} | {share:.2f} | "
+                f"{len(self.certain) - len(self.recorded)} | {self.twice} | {self.strangers} | {offs(self.begins)} | "
+                f"{offs(self.ends)} | {late(self.begins)} / {late(self.ends)} | {sum(self.unsure)} | "
+                f"{worst(self.peaks)} | "
                 f"{offs(self.latencies)} | {self.drops} / {self.tc_drops} / {self.told} |")
 
     def failures(self):
         """What is not as exact records have to be."""
         found = []
-        if len(self.recorded) < 0.999 * len(self.found):
-            found.append(f"{len(self.found) - len(self.recorded)} of {len(self.found)} bursts are not recorded")
+        if not self.certain or len(self.recorded) < 0.999 * len(self.certain):
+            found.append(f"{len(self.certain) - len(self.recorded)} of {len(self.certain)} bursts are not recorded")
         if self.twice or self.strangers:
             found.append(f"{self.twice} bursts are recorded twice, {self.strangers} records are of none")
         if abs(worst(self.peaks)) > FRAME:
@@ -92,9 +105,14 @@ class Outcome:
         return [f"{self.kind.mbit} Mbit/s, {self.kind.name}: {text}" for text in found]
 
 
-HEADER = ("| Mbit/s | bursts | source | number | found, % | missed | twice | of none | begin off, us | end off, us | "
-          f"begins / ends over {WITHIN_US} us | peak off, bytes | latency off, us | dropped: packets / tc / records |\n"
-          "|---" + "|---" * 13 + "|")
+HEADER = ("| Mbit/s | bursts | source | number (doubtful) | lasting, us: from / median / to | found, % | missed | twice | "
+          f"of none | begin off, us | end off, us | begins / ends over {WITHIN_US} us | not known as well as that | "
+          "peak off, bytes | latency off, us | dropped: packets / tc / records |\n|---" + "|---" * 15 + "|")
+
+
+def outside(value, span):
+    """How far a value lies outside of what is known."""
+    return min(0, value - span[0]) or max(0, value - span[1])
 
 
 def offs(microseconds):
@@ -142,10 +160,10 @@ def measure(options, link, kind, source):
     link.shape(kind.mbit, kind.limit)
     agent = Agent(options, source, "--interface", "link0", "--coalesce", str(COALESCING_MS[source]), *Quiet.OPTIONS)
     plan = list(kind.plan(random.Random(options.seed)))
-    packets = send(options, plan)
+    packets = send(options, plan, threads=2)
     time.sleep(0.2)
     records = [fields(row) for row in agent.records()]
-    outcome = Outcome(congestions(packets, THRESHOLD, COALESCING_MS[source] * 10**6), records, kind, source,
+    outcome = Outcome(bursts_of(packets, THRESHOLD, COALESCING_MS[source] * 10**6), records, kind, source,
                       link.dropped())
     if options.verbose:
         print(agent.show("status").strip())
