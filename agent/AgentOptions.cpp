@@ -261,7 +261,6 @@ void complete(AgentOptions& options, Raw const& raw) {
   options.globalBufferConfigured = raw.globalOptions[0]->count() + raw.globalOptions[1]->count() != 0;
   for (std::string const& text : raw.portThresholds) options.portThresholds.push_back(portThresholdsOf(text));
   options.interval = microseconds(raw.intervalMs);
-  using Means = QueueSource::Means;
   options.source = raw.source == exact ? Means::exact : raw.source == poll ? Means::poll : Means::automatic;
   options.probe.countFlows = !raw.noFlows;
   std::tie(options.probe.ipv4Prefix, options.probe.ipv6Prefix) = *flowPrefixOf(raw.flowPrefix);

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/probe/QueueSource.h"
+#include "agent/probe/Means.h"
+#include "agent/probe/Probe.h"
 
 namespace Agent {
 
@@ -46,7 +47,7 @@ struct AgentOptions {
   std::string socketPath;
   bool messagesToStderr = false;
 
-  QueueSource::Means source = QueueSource::Means::automatic;
+  Means source = Means::automatic;
   Probe::Options probe;
 
   std::chrono::microseconds interval{1000};

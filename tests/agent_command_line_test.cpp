@@ -210,7 +210,7 @@ TEST_F(AgentConfig, GoodFiles_andWhatIsReadAgain) {
       "\xef\xbb\xbfhigh = 1_000_000\nconnections = 100\nexclude = ['[ab]', \"q\\\"'\",]\n"
       "source = \"exact\"\nno-flows = true\nflow-prefix = \"0,64\"");
   ASSERT_TRUE(options) << said;
-  EXPECT_TRUE(options->source == QueueSource::Means::exact && !options->probe.countFlows);
+  EXPECT_TRUE(options->source == Means::exact && !options->probe.countFlows);
   EXPECT_TRUE(options->probe.ipv4Prefix == 0 && options->probe.ipv6Prefix == 64);
   EXPECT_EQ(options->ports.high, 1'000'000U);
   EXPECT_EQ(options->clients.userConnections, 100U);

@@ -69,12 +69,21 @@ QueueSource::QueueSource(CongestionSink& sink, Vorn::Config::PtrConst config,
       config_(config),
       hwStatus_(hwStatus),
       options_(std::move(options)),
-      means_(means),
       probeOptions_(probeOptions),
       sum_(sink),
       looks_(*this, std::move(config), std::move(hwStatus), options_),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("cannot make a timer");
+  if (means == Means::poll) {
+    reason_ = "as asked for";
+  } else {
+    try {
+      probe_.emplace(probeOptions_, probeLimits());
+    } catch (ProbeRefused const& refused) {
+      if (means == Means::exact) throw;
+      reason_ = refused.what();
+    }
+  }
 }
 
 QueueSource::~QueueSource() {
@@ -85,27 +94,16 @@ QueueSource::~QueueSource() {
 
 void QueueSource::start(EventLoop& loop) {
   loop_ = &loop;
-  if (means_ == Means::poll) {
-    reason_ = "as asked for";
-  } else {
-    try {
-      probe_.emplace(probeOptions_, probeLimits());
-    } catch (ProbeRefused const& refused) {
-      if (means_ == Means::exact) throw;
-      reason_ = refused.what();
-      note(LOG_NOTICE, "not every packet is seen: " + reason_ + "; looking at the queues instead");
-    }
-  }
-  looks_.onDemandIs(probe_.has_value());
   if (probe_) {
+    note(LOG_INFO, "every packet is seen, by a probe in the kernel");
     sum_.coalescingIs(static_cast<U64>(coalescing().count()));
     loop.add(probe_->fd(), EPOLLIN, [this](std::uint32_t) { handleNotices(); });
     loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
-    note(LOG_INFO, "every packet is seen, by a probe in the kernel");
+    looks_.learnedHandlerIs([this] { probe_->limitsAre(probeLimits()); });
+  } else {
+    note(LOG_INFO, "looking at the queues, not seeing every packet: " + reason_);
   }
-  looks_.learnedHandlerIs([this] {
-    if (probe_) probe_->limitsAre(probeLimits());
-  });
+  looks_.onDemandIs(probe_.has_value());
   looks_.start(loop);
 }
 

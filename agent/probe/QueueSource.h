@@ -9,6 +9,7 @@
 #include "agent/burst/Source.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/probe/ControlGroups.h"
+#include "agent/probe/Means.h"
 #include "agent/probe/Probe.h"
 
 namespace Agent {
@@ -23,19 +24,13 @@ namespace Agent {
 // Where there is no probe, looks are all there is.
 class QueueSource final : public Source, private CongestionSink {
  public:
-  // How queues may be seen.
-  enum class Means : char {
-    automatic,  // by the probe, or else by looks; the journal says which, and why
-    exact,      // by the probe, or there is no source
-    poll        // by looks
-  };
-
-  // `sink` outlives the source.
+  // `sink` outlives the source. The probe is in the kernel from here on. Throws ProbeRefused if the means are
+  // exact and it cannot be had.
   QueueSource(CongestionSink& sink, Vorn::Config::PtrConst config, Vorn::Hardware::Status::PtrConst hwStatus,
               QdiscSourceOptions options, Means means, Probe::Options const& probeOptions);
   ~QueueSource() override;
 
-  // Throws ProbeRefused as well, if the means are exact.
+  // The journal says what the queues are seen by, and why.
   void start(EventLoop& loop) override;
   void optionsAre(QdiscSourceOptions const& options);
   SourceStatus status() const override;
@@ -76,7 +71,6 @@ class QueueSource final : public Source, private CongestionSink {
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   QdiscSourceOptions options_;
-  Means const means_;
   Probe::Options const probeOptions_;
   BurstSum sum_;
   QdiscSource looks_;
