@@ -27,6 +27,8 @@ scratch=$VORN_TEST_SCRATCH
 socket=$scratch/agent.sock
 agent=
 as=() # who starts the agent
+sender=("$burst")
+if chrt --fifo 5 true 2>/dev/null; then sender=(chrt --fifo 5 "$burst"); fi
 
 fail() {
   echo "FAILED: $*" >&2
@@ -95,7 +97,7 @@ start_agent --source exact
 grep -q 'every packet is seen' "$scratch/messages" || fail "the agent does not say what it sees"
 [ $((0x$(sed -n 's/^CapEff:\t//p' "/proc/$agent/status") >> 38 & 3)) = 0 ] || fail "the agent keeps its capabilities"
 send() { # send LINK COUNT DURATION-MS
-  "$burst" --to "10.0.$([ "$1" = whole ] && echo 1 || echo 2).2" --count "$2" --duration-ms "$3" --gap-ms 20 |
+  "${sender[@]}" --to "10.0.$([ "$1" = whole ] && echo 1 || echo 2).2" --count "$2" --duration-ms "$3" --gap-ms 20 |
     while read -r start end rest; do echo "$1 - $start $end $rest"; done >>"$scratch/sent"
 }
 send whole 40 1
@@ -137,7 +139,7 @@ churn=$!
 nsenter -t "$far" --net sh -c 'ip address add 10.0.1.2/24 dev far-whole; ip neighbour add 10.0.1.1 lladdr 02:00:00:00:00:01 dev far-whole nud permanent
   tc qdisc add dev far-whole root tbf rate 100mbit burst 5kb limit 60kb'
 nsenter -t "$far" --net "$burst" --to 10.0.1.1 --count 10 --duration-ms 2 --gap-ms 20 >/dev/null &
-"$burst" --to 10.0.1.2 --count 30 --duration-ms 1 --gap-ms 20 >/dev/null
+"${sender[@]}" --to 10.0.1.2 --count 30 --duration-ms 2 --gap-ms 20 >/dev/null
 wait "$churn"
 sleep 0.1
 [ "$(recorded)" = $((before + 30)) ] || fail "not 30 records more than $before: $(recorded)"
