@@ -126,7 +126,7 @@ sorts = [four(ports(1111, 53)), four(ports(1112, 54), options=bytes(8)), four(by
          six(ports(2222, 443), 17), b"\x81\x00\x00\x07" + four(ports(3333, 80)),
          b"\x81\x00\x00\x08" + six(bytes([6, 0, 0, 0, 0, 0, 0, 1]) + ports(4444, 22), 44), b"\x88\xb5" + bytes(800),
          b"\x08\x06" + bytes(700), four(bytes(600), protocol=47)]
-for _ in range(20):
+for _ in range(8):
     for sort in sys.argv[1:]:
         out.send(bytes.fromhex("020000000002020000000001") + sorts[int(sort)])
 PYTHON
