@@ -137,7 +137,7 @@ if command -v python3 >/dev/null; then
   frames 5 6 7 8
   for flow in '10\.0\.1\.1:1111 > 10\.0\.1\.2:53 udp' '10\.0\.1\.1:1112 > 10\.0\.1\.2:54 udp' '10\.0\.1\.1 > 10\.0\.1\.2 udp fragment' \
     '\[2001:db8::1\]:2222 > \[2001:db8::2\]:443 udp' '10\.0\.1\.1:3333 > 10\.0\.1\.2:80 udp vlan 7' \
-    '\[2001:db8::1\]:4444 > \[2001:db8::2\]:22 tcp vlan 8' 'ethertype 0x88b5' ' arp' '10\.0\.1\.1 > 10\.0\.1\.2 gre'; do
+    '\[2001:db8::1\]:4444 > \[2001:db8::2\]:22 tcp vlan 8' 'ethertype 0x88b5' 'arp' '10\.0\.1\.1 > 10\.0\.1\.2 gre'; do
     until_true says " $flow\$" who
   done
 fi
