@@ -26,13 +26,13 @@ struct ProbedQueue {
   struct ProbedQueueId id;
 };
 
-enum { bucketPlaces = 8, buckets = 512, queuePlaces = bucketPlaces * buckets };
+enum { bucketPlaces = 8, buckets = 1024, queuePlaces = bucketPlaces * buckets };
 
 /* The first of the eight places that a queue may have. */
 static inline __u32 firstPlace(__u64 number) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wold-style-cast"
-  return (__u32)(number * 0x9E3779B97F4A7C15ULL >> 55) * bucketPlaces;
+  return (__u32)(number * 0x9E3779B97F4A7C15ULL >> 54) * bucketPlaces;
 #pragma GCC diagnostic pop
 }
 

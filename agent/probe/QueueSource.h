@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "agent/burst/BurstSum.h"
 #include "agent/burst/Source.h"
@@ -60,6 +61,7 @@ class QueueSource final : public Source, private CongestionSink {
   void follow(Watched& watched, ProbedBurst const& burst, bool over);
   void tell(Watched& watched, ProbedBurst const& burst, CongestionUpdate update);
   void place(Watched& watched);
+  void finish(Watched& watched);
   void sweep();
   void handleSwitch();
   BurstFlows const* flowsOf(ProbedBurst const& burst);
@@ -80,9 +82,10 @@ class QueueSource final : public Source, private CongestionSink {
   FileDescriptor timer_;
   EventLoop* loop_ = nullptr;
   std::unordered_map<Kes::U64, Watched> watched_;
-  BurstFlows flows_;         // of the burst that is told of
-  Kes::U64 lostBursts_ = 0;  // of which nothing is known but that they were
-  Kes::U64 lostNotices_ = 0;
+  BurstFlows flows_;                 // of the burst that is told of
+  Kes::U64 lostBursts_ = 0;          // of which nothing is known but that they were
+  std::vector<Kes::U64> unsettled_;  // those whose bursts are looked after
+  ProbeCounts counts_{};             // as last looked at
   Kes::U64 lookUntil_ = 0;  // nanoseconds: until when the queues of disciplines with classes are looked at
   bool on_ = true;          // the feature is
   bool taking_ = false;     // notices are being taken

@@ -367,6 +367,10 @@ static __always_inline void observation(struct QueueObservation* seen, struct Qd
   }
 }
 
+static __always_inline int isUnmoved(const struct ProbedQueue* queue) {
+  return !needsObserving(&queue->state) && queue->generation == settings.generation;
+}
+
 static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* skb, int known) {
   int const byProcessor = READ(known, qdisc, flags) & countsByProcessor;
   struct ProbedQueue* queue;
@@ -380,7 +384,7 @@ static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* sk
     if (!queue) return 0;
     length = lengthOf(skb, known);
     count(queue, length, 1);
-    if (queue->backlog <= queue->state.start && !needsObserving(&queue->state)) return 0;
+    if (queue->backlog <= queue->state.start && isUnmoved(queue)) return 0;
   } else {
     __u32 const backlog = READ(known, qdisc, qstats.backlog);
     if (backlog <= settings.lowest && !busyQueues) return 0;
@@ -391,9 +395,7 @@ static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* sk
       queue = newQueue(qdisc, number, READ(known, qdisc, qstats.drops), known);
     }
     if (!queue) return 0;
-    if (backlog <= queue->state.start && !needsObserving(&queue->state) &&
-        queue->generation == settings.generation)
-      return 0;
+    if (backlog <= queue->state.start && isUnmoved(queue)) return 0;
   }
   if (!isLocked(queue)) return 0;
   observation(&seen, qdisc, queue, byProcessor, known);
