@@ -5,15 +5,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <tuple>
+#include <utility>
 
-#include "Kes/Format.h"
 #include "Kes/Trace.h"
 #include "agent/ConfigFile.h"
+#include "agent/OptionValues.h"
 #include "agent/base/NamePattern.h"
 #include "agent/base/PoolLimit.h"
 #include "agent/base/Printable.h"
@@ -33,8 +34,6 @@ constexpr char const* poolVariable = "SIM_NUM_SHARED_CHUNKS";
 // The help's heading of options that may change while the agent runs.
 constexpr char const* liveGroup = "Options that SIGHUP reads again from the configuration file";
 
-constexpr char const* automatic = "auto";
-
 // None for a user's own agent, which is one that listens at the user's own socket: the file is the system's.
 std::string defaultConfig() {
   return ::geteuid() != 0 && !Protocol::userSocketPath().empty() ? "" : defaultConfigPath;
@@ -45,6 +44,9 @@ struct Raw {
   std::string configPath = defaultConfig();
   bool checkConfig = false;
   double intervalMs = 1.0;
+  std::string source = automatic;
+  bool noFlows = false;
+  std::string flowPrefix = "32,128";
   std::string coalescing = automatic;
   std::string pool;
   std::vector<std::string> portThresholds;
@@ -57,44 +59,6 @@ struct Raw {
 std::chrono::microseconds microseconds(double milliseconds) {
   return std::chrono::microseconds(static_cast<std::int64_t>(milliseconds * 1000.0));
 }
-
-// Decimal. CLI11 takes leading zeros for octal, so there are none.
-template <class Number>
-std::optional<Number> numberOf(std::string_view text) {
-  if (text.size() > 1 && text[0] == '0' && text[1] >= '0' && text[1] <= '9') return std::nullopt;
-  Number value{};
-  auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
-// What checks a value returns is what is wrong with it; empty: nothing.
-
-// In place of CLI::Range, which lets nan pass.
-template <class Number>
-auto between(Number low, Number high) {
-  return [low, high](std::string const& text) {
-    auto const value = numberOf<Number>(text);
-    if (value && *value >= low && *value <= high) return std::string();
-    return Kes::format("\"%s\" is not a number from %.10g to %.10g", text, static_cast<double>(low),
-                       static_cast<double>(high))
-        .str();
-  };
-}
-
-template <class Number>
-auto autoOrBetween(Number low, Number high) {
-  return [check = between(low, high)](std::string const& text) {
-    std::string const fault = text == automatic ? "" : check(text);
-    return fault.empty() ? fault : fault + ", nor auto";
-  };
-}
-
-std::string booleanFault(std::string const& text) {
-  return text == "true" || text == "false" ? "" : '"' + text + "\" is neither true nor false";
-}
-
-std::string emptyFault(std::string const& text) { return text.empty() ? "it is empty" : ""; }
 
 // Without extra arguments CLI11 leaves a value between brackets alone, as a shell pattern may be.
 CLI::Option* addList(CLI::App& app, char const* name, std::vector<std::string>& values, char const* help) {
@@ -120,7 +84,7 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
       ->type_name("BYTES")
       ->capture_default_str();
   app.add_option("--coalesce", raw.coalescing,
-                 "Congestion so soon after another is the same burst; auto: 3 looks")
+                 "What follows so soon is the same burst; auto: 3 looks, exact 1 ms")
       ->check(autoOrBetween(0.0, 60'000.0))
       ->type_name("MS")
       ->capture_default_str();
@@ -134,6 +98,42 @@ void addSource(CLI::App& app, AgentOptions& options, Raw& raw) {
   app.add_option("--pool", raw.pool, "Chunks of 500 records; auto: 200, or 2 an interface with congestion")
       ->check(autoOrBetween(std::uint32_t{1}, maxPoolChunks))
       ->type_name("CHUNKS")
+      ->capture_default_str();
+}
+
+constexpr char const* exact = "exact";
+constexpr char const* poll = "poll";
+
+std::string sourceFault(std::string const& text) {
+  bool const known = text == automatic || text == exact || text == poll;
+  return known ? "" : '"' + text + "\" is none of auto, exact and poll";
+}
+
+// Bits of an IPv4 and of an IPv6 address.
+std::optional<std::pair<unsigned, unsigned>> flowPrefixOf(std::string_view text) {
+  std::size_t const comma = text.find(',');
+  if (comma == std::string_view::npos) return std::nullopt;
+  auto const ipv4 = numberOf<unsigned>(text.substr(0, comma));
+  auto const ipv6 = numberOf<unsigned>(text.substr(comma + 1));
+  if (!ipv4 || !ipv6 || *ipv4 > 32 || *ipv6 > 128) return std::nullopt;
+  return std::pair(*ipv4, *ipv6);
+}
+
+std::string flowPrefixFault(std::string const& text) {
+  return flowPrefixOf(text) ? "" : '"' + text + "\" is not BITS,BITS, 0 to 32 for IPv4 and 0 to 128 for IPv6";
+}
+
+void addProbe(CLI::App& app, Raw& raw) {
+  app.add_option("--source", raw.source,
+                 "exact: every packet is seen; poll: looks; auto: exact, or else poll")
+      ->check(sourceFault)
+      ->type_name("SOURCE")
+      ->capture_default_str();
+  app.add_flag("--no-flows", raw.noFlows, "Where every packet is seen, do not count who filled a queue")
+      ->check(booleanFault);
+  app.add_option("--flow-prefix", raw.flowPrefix, "What is kept of their addresses, of IPv4 and IPv6 in bits")
+      ->check(flowPrefixFault)
+      ->type_name("BITS,BITS")
       ->capture_default_str();
 }
 
@@ -242,7 +242,6 @@ void addProcess(CLI::App& app, AgentOptions& options, Raw& raw) {
   app.add_option("--fifo", options.fifoPriority, "Run under the real-time policy SCHED_FIFO (1 to 99)")
       ->check(between(1, 99))
       ->type_name("PRIORITY");
-  app.set_version_flag("--version", "vorn-agent " VORN_VERSION);
 }
 
 // Of one user and of all. The default of the former follows the latter.
@@ -262,6 +261,9 @@ void complete(AgentOptions& options, Raw const& raw) {
   options.globalBufferConfigured = raw.globalOptions[0]->count() + raw.globalOptions[1]->count() != 0;
   for (std::string const& text : raw.portThresholds) options.portThresholds.push_back(portThresholdsOf(text));
   options.interval = microseconds(raw.intervalMs);
+  options.source = raw.source == exact ? Means::exact : raw.source == poll ? Means::poll : Means::automatic;
+  options.probe.countFlows = !raw.noFlows;
+  std::tie(options.probe.ipv4Prefix, options.probe.ipv6Prefix) = *flowPrefixOf(raw.flowPrefix);
   if (raw.coalescing != automatic) options.coalescing = microseconds(*numberOf<double>(raw.coalescing));
   options.poolGrows = raw.pool == automatic;
   options.poolChunks = numberOf<std::uint32_t>(raw.pool).value_or(0);
@@ -291,6 +293,8 @@ struct Reading {
     options.socketPath = runtime.empty() ? Protocol::defaultSocketPath() : runtime + "/agent.sock";
     options.stateDirectory = directoryIn(stateDirectoryVariable);
     addProcess(app, options, raw);
+    addProbe(app, raw);
+    app.set_version_flag("--version", "vorn-agent " VORN_VERSION);
     app.option_defaults()->group(liveGroup);  // of what follows: LiveSettings has it take effect
     addSource(app, options, raw);
     addThresholds(app, options, raw);

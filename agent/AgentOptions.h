@@ -8,6 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/probe/Means.h"
+#include "agent/probe/Probe.h"
+
 namespace Agent {
 
 // Two queue lengths in bytes: high >= low.
@@ -44,11 +47,14 @@ struct AgentOptions {
   std::string socketPath;
   bool messagesToStderr = false;
 
+  Means source = Means::automatic;
+  Probe::Options probe;
+
   std::chrono::microseconds interval{1000};
   std::uint32_t startThresholdBytes = 0;
   std::vector<std::string> interfaces;  // none: all
   std::vector<std::string> excluded;
-  std::optional<std::chrono::microseconds> coalescing;  // none: three looks
+  std::optional<std::chrono::microseconds> coalescing;  // none: three looks, with the probe 1 ms
   std::uint32_t poolChunks = 0;                         // 0: what the recorder makes of its environment
   bool poolGrows = false;                               // "auto"
 

@@ -115,8 +115,8 @@ void serve(Agent::AgentOptions const& options) {
   if (!options.stateDirectory.empty())
     history.emplace(options.stateDirectory, recorder, ledger, options.poolGrows);
   Agent::CongestionFeed feed(recorder, config, status, clock, ledger);
-  Agent::QueueSource source(feed, config, status, Agent::sourceOptionsOf(options),
-                            Agent::QueueSource::Means::automatic, {});
+  Agent::QueueSource source(feed, config, status, Agent::sourceOptionsOf(options), options.source,
+                            options.probe);
   std::optional<Agent::CommandServer> server;
   std::optional<Agent::LiveSettings> settings;
   Agent::AgentStatus::Beginning const beginning{clock->now(), std::chrono::steady_clock::now()};

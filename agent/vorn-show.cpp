@@ -107,6 +107,7 @@ void addForms(CLI::App& app, CommandLine& line) {
       ->check(notEmpty)
       ->type_name("FILE");
   app.add_flag("--follow", options.follow, "history: the same as follow");
+  app.add_flag("--flows", options.query.flows, "top: a line a flow, that of most bytes first");
   app.add_option("-w,--watch", options.watch, "top: again every so many seconds (2)")
       ->expected(0, 1)
       ->default_str("2")
@@ -158,6 +159,7 @@ void addReports(CLI::App& app, CommandLine& line) {
   add("history", Report::history, "Congestion records, newest first (the default)");
   add("follow", Report::follow, "Records as they close, until it is interrupted");
   add("top", Report::top, "A line a queue, the one that hurts most first");
+  add("who", Report::who, "Who filled the queue: bursts with their largest flows");
   add("timeline", Report::timeline, "A row a queue, time across, as a picture");
   add("stats", Report::statistics, "How often each queue was congested");
   add("global", Report::globalBuffer, "Records of the global buffer, newest first");

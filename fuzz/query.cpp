@@ -13,9 +13,13 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const* data, std::size_t siz
                                                       Kes::makePtr<Agent::LinuxPortMetaDataDumper>());
   bench.recorder->allocateGlobalChunk();
   bench.clock->utcTimeIs(1'795'507'466.5);
+  Agent::BurstFlows const flows{
+      9, 3, {{{.etherType = Agent::FlowKey::ipv6}, 5, 2, 9, 1, "/\x1b,\""}, {{}, 9}}};
   for (Kes::U32 i = 1; i < 9; ++i) {
-    Agent::CongestionUpdate const update{
-        .timestamp = 1'795'507'460'000'000 + Kes::U64{i} * 100'000, .qLen = i * 1000, .drops = i % 3};
+    Agent::CongestionUpdate const update{.timestamp = 1'795'507'460'000'000 + Kes::U64{i} * 100'000,
+                                         .qLen = i * 1000,
+                                         .drops = i % 3,
+                                         .flows = i % 3 != 0 ? &flows : nullptr};
     auto const entry = Kes::makePtr<Agent::LinuxEntry>(i % 2 * 0x10010, i, update);
     i % 4 == 0 ? bench.recorder->doAddToGlobalLog(entry)
                : bench.recorder->doAddToLog(Pylo::IntfId(i % 3 == 0 ? "eth0" : "a,\x1b\""), entry);

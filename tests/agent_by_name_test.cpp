@@ -120,16 +120,25 @@ TEST_F(ByName, Get_followsPathsAndCompletesNames) {
 TEST_F(ByName, Get_readsTheAgentsRecords) {
   registerLinuxEntry();
   registerLinuxEntry();  // once is enough
-  CongestionUpdate const update{.timestamp = 5, .qLen = 40, .peakBound = 60, .drops = 7, .latency = 3};
+  FlowKey const udp{{10, 0, 1, 1}, {10, 0, 1, 2}, 40000, 9, FlowKey::ipv4, 7, 17};
+  BurstFlows const flows{500, 9, {{udp, 400, 4, 20, 2, "/a"}, {FlowKey{.etherType = 0x88b5}, 80, 1}}};
+  CongestionUpdate const update{
+      .timestamp = 5, .qLen = 40, .peakBound = 60, .drops = 7, .latency = 3, .flows = &flows};
   bench_.recorder->doAddToLog(Pylo::IntfId("q"), Kes::makePtr<LinuxEntry>(0x10020U, 0x80010000U, update));
   std::string const record = "portData[q].chunk[0].entry[0]";
-  EXPECT_EQ(ask("get --json " + record),
-            R"({"type":"Agent::LinuxEntry","queue":"1:20","queueId":65568,"handle":"8001:","peakBound":60,)"
-            R"("drops":7,"latency":3,"qLen":40,"timestamp":5,"duration":0,"alwaysLog":false})"
-            "\n");
-  expectParts({{"types", "Agent::LinuxEntry         object  Vorn::Entry        6\n"},
+  EXPECT_EQ(
+      ask("get --json " + record),
+      R"({"type":"Agent::LinuxEntry","queue":"1:20","queueId":65568,"handle":"8001:","peakBound":60,)"
+      R"("drops":7,"latency":3,"enteredBytes":500,"enteredPackets":9,"flow":{"keys":[0,1],"members":2},"qLen":40,"timestamp":5,"duration":0,"alwaysLog":false})"
+      "\n");
+  expectParts({{"types", "Agent::LinuxEntry         object  Vorn::Entry        9\n"},
+               {"get " + record + ".flow",
+                "0  10.0.1.1:40000 > 10.0.1.2:9 udp vlan 7, 400 B, of which up to 20 B too many, 4 packets, "
+                "2 drops, by /a\n"
+                "  1  ethertype 0x88b5, 80 B, of which up to 0 B too many, 1 packets, 0 drops\n"},
                {"set " + record + ".alwaysLog true", "alwaysLog = true"}});
-  expectRefusals({{"set " + record + ".drops 0", "! "}});
+  expectRefusals(
+      {{"set " + record + ".drops 0", "! "}, {"get " + record + ".flow[2]", "no flow at this place"}});
 }
 
 TEST_F(ByName, Get_explainsWhatIsWrong) {

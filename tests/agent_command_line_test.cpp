@@ -193,6 +193,11 @@ TEST_F(AgentConfig, BadFiles_areToldWithLineAndReason) {
       {"start-threshold = \"\"", ":1: start-threshold: \"\" is not a number"},
       {"high = 1__0", ":1: \"1__0\" is neither"},
       {"user-reports = 6", ":1: --user-reports, --reports: 6 of one user are more than the 5 of all"},
+      {"source = \"fast\"", ":1: source: \"fast\" is none of auto, exact and poll"},
+      {"flow-prefix = \"24\"", ":1: flow-prefix: \"24\" is not BITS,BITS, 0 to 32 for IPv4"},
+      {"flow-prefix = \"33,64\"", ":1: flow-prefix: \"33,64\" is not"},
+      {"flow-prefix = \"24,129\"", ":1: flow-prefix: \"24,129\" is not"},
+      {"flow-prefix = \"24,64,\"", ":1: flow-prefix: \"24,64,\" is not"},
       {"interval = 0", ":1: interval: \"0\" is not a number"}};  // though the command line goes first
   for (auto const& [text, reason] : cases) {
     EXPECT_FALSE(read(text, {"--interval", "5"})) << text;
@@ -201,9 +206,12 @@ TEST_F(AgentConfig, BadFiles_areToldWithLineAndReason) {
 }
 
 TEST_F(AgentConfig, GoodFiles_andWhatIsReadAgain) {
-  auto const options =
-      read("\xef\xbb\xbfhigh = 1_000_000\nconnections = 100\nexclude = ['[ab]', \"q\\\"'\",]");
+  auto const options = read(
+      "\xef\xbb\xbfhigh = 1_000_000\nconnections = 100\nexclude = ['[ab]', \"q\\\"'\",]\n"
+      "source = \"exact\"\nno-flows = true\nflow-prefix = \"0,64\"");
   ASSERT_TRUE(options) << said;
+  EXPECT_TRUE(options->source == Means::exact && !options->probe.countFlows);
+  EXPECT_TRUE(options->probe.ipv4Prefix == 0 && options->probe.ipv6Prefix == 64);
   EXPECT_EQ(options->ports.high, 1'000'000U);
   EXPECT_EQ(options->clients.userConnections, 100U);
   EXPECT_EQ(options->excluded, (std::vector<std::string>{"[ab]", "q\"'"}));

@@ -34,7 +34,13 @@ struct Recorder : Bench {
     for (U32 const end = seed + records; seed < end; ++seed) {
       U32 const some = static_cast<U32>(Kes::hashNumber(seed) >> 20);
       Pylo::IntfId const intfId("eth" + std::to_string(some % 3));
-      CongestionUpdate const update = {true, true, false, ++time, some, some, some % 3, some / 2};
+      CongestionUpdate update = {true, true, false, ++time, some, some, some % 3, some / 2};
+      BurstFlows flows{some * 7ULL, some, std::vector<FlowShare>(some % 3, {.bytes = some})};
+      if (some % 3 != 0)
+        flows.largest[0] = {
+            {{1, 2, 3, 4}, {9}, 5, 6, FlowKey::ipv4, 7, 17, 24, true}, some * 5ULL, 9, 8, 7, "/a"};
+      if (some % 3 == 2) flows.largest[1].key = {{1, 2, 3, 4, 5}, {8}, 0, 0, FlowKey::ipv6};
+      if (some % 4 != 0) update.flows = &flows;
       auto const entry = Kes::makePtr<LinuxEntry>(some % 4, some % 2, update);
       entry->alwaysLogIs(some % 7 == 0);
       recorder->updateEntry(intfId, entry, us(some % 3), some % 4);
@@ -188,7 +194,7 @@ TEST(History, Totals_areReadWhereThereAreAny) {
 // Cut off or changed anywhere: all that stands before is there, and nothing else. Forged: it is sound.
 TEST(History, Damage_costsWhatStandsBehindIt) {
   Recorder before;
-  before.record(3, 60);
+  before.record(3, 40);
   std::string const whole = before.saved(), nothing = Recorder().saved();
   for (std::size_t at = 0; at < whole.size(); ++at) {
     std::string changed = whole, forged = whole;

@@ -21,6 +21,10 @@ add_test(NAME end-to-end
                  $<TARGET_FILE:vorn-burst>)
 # Alone: it is about bursts that last as long as a busy machine may keep an agent waiting.
 set_tests_properties(end-to-end PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300 RUN_SERIAL TRUE)
+add_test(NAME probe
+         COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/probe_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>
+                 $<TARGET_FILE:vorn-burst>)
+set_tests_properties(probe PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 180 RUN_SERIAL TRUE)
 if(TARGET vorn-exporter)
   add_test(NAME metrics
            COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/metrics_test.sh" $<TARGET_FILE:vorn-agent> $<TARGET_FILE:vorn-show>

@@ -178,12 +178,13 @@ QdiscSample qdisc(char const* kind, U32 parent, U32 handle, U32 ifindex = 1) {
   return sample;
 }
 
-// "2 3(4 5)!": queues by position, with the children of inner ones, and "!" for those that drop from inside.
+// "2 3^(4 5)!": queues by position, "^" at a device, with the children of inner ones, and "!" for those that
+// drop from inside.
 std::string queuesOf(std::vector<QdiscSample> const& samples) {
   QueueTree const tree(samples);
   std::ostringstream text;
-  for (auto const& [position, children, dropsFromInside] : tree.queues()) {
-    text << (text.tellp() == 0 ? "" : " ") << position;
+  for (auto const& [position, children, dropsFromInside, outermost] : tree.queues()) {
+    text << (text.tellp() == 0 ? "" : " ") << position << (outermost ? "^" : "");
     for (auto const& child : children) text << (&child == &children.front() ? '(' : ' ') << child;
     text << (children.empty() ? "" : ")") << (dropsFromInside ? "!" : "");
   }
@@ -191,19 +192,19 @@ std::string queuesOf(std::vector<QdiscSample> const& samples) {
 }
 
 TEST(QueueTree, TreesOfEveryShape) {
-  EXPECT_EQ(queuesOf({qdisc("tbf", TC_H_ROOT, 0x80010000, 2), qdisc("bfifo", 0x80010001, 0, 2)}), "0");
+  EXPECT_EQ(queuesOf({qdisc("tbf", TC_H_ROOT, 0x80010000, 2), qdisc("bfifo", 0x80010001, 0, 2)}), "0^");
   // htb with a default leaf, a named one and a shaper as leaf.
   EXPECT_EQ(queuesOf({qdisc("htb", TC_H_ROOT, 0x10000), qdisc("pfifo", 0x10010, 0),
                       qdisc("fq_codel", 0x10020, 0x200000), qdisc("tbf", 0x10030, 0x300000),
                       qdisc("bfifo", 0x300001, 0)}),
-            "0(1 2 3) 1 2! 3");
+            "0^(1 2 3) 1 2! 3");
   // A shaper around classes, which stand before what they hang in, as the kernel may have it. The default mq,
   // whose handle is that of its leaves, keeps nothing; what stands twice is one.
   EXPECT_EQ(
       queuesOf({qdisc("tbf", TC_H_ROOT, 0x10000), qdisc("pfifo", 0x20001, 0), qdisc("pfifo", 0x20002, 0),
                 qdisc("prio", 0x10001, 0x20000), qdisc("mq", TC_H_ROOT, 0, 7), qdisc("pfifo_fast", 2, 0, 7),
                 qdisc("pfifo_fast", 1, 0, 7), qdisc("pfifo_fast", 1, 0, 7)}),
-      "0(3)! 1 2 3(1 2)! 5 6");
+      "0^(3)! 1 2 3(1 2)! 5^ 6^");
   // What no kernel shows: a discipline in itself, two in each other.
   EXPECT_EQ(queuesOf({qdisc("tbf", 0x10001, 0x10000), qdisc("tbf", 0x30001, 0x20000),
                       qdisc("tbf", 0x20001, 0x30000)}),

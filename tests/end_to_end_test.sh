@@ -76,7 +76,7 @@ until_true() {
 }
 
 start_agent() {
-  "$agent_program" --stderr --socket "$socket" --config "$scratch/agent.toml" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
+  "$agent_program" --stderr --source poll --socket "$socket" --config "$scratch/agent.toml" --state-dir "$scratch/state" --save-interval 1 --high 131072 --low 32768 2>>"$scratch/messages" &
   agent=$!
   until_true vorn-show status >"$scratch/out" 2>&1
 }
@@ -226,7 +226,7 @@ show 0 '^400$' get numSharedChunks # as one of them has it
 messages 'user 0: set numSharedChunks 400' 1
 show 0 '"looks":[1-9][0-9]*,.*"interfaces":\[\{"name":"br-c0","records_lost":0,' status --json
 show 0 '"br-c0":.*"alwaysLog".*"up\.1":.*"alwaysLog"' get portData --all --json
-for report in "" --drops --latency global stats status top timeline --help --csv "stats --csv" "top --csv"; do
+for report in "" --drops --latency global stats status top timeline --help --csv "stats --csv" "top --csv" "who --csv"; do
   # shellcheck disable=SC2086  # words
   show 0 '' $report
   [[ $report = *--csv ]] || [ "$(lines '.{101}')" = 0 ] || fail "lines of vorn-show $report do not fit"

@@ -2,13 +2,15 @@
 // vorn-burst: puts bursts of known length onto a link.
 //
 // A burst is as much UDP as the link takes the given time to send, handed to the kernel at once, so that it
-// stands in the egress queue and drains at the link's rate. Nobody needs to listen at the other end.
+// stands in the egress queue and drains at the link's rate. Nobody needs to listen at the other end. Of a
+// fast link much is gone before the last datagram is handed over, unless all go in one piece (--whole).
 //
 // For each burst one line goes to standard output: when it was sent and when its last packet should have
 // left, in microseconds since 1970, then datagrams and bytes on the wire.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/udp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,6 +38,9 @@ constexpr unsigned headerBytes = 14 + 20 + 8;
 // is spread over several sockets; a single one would block until the queue has drained by half.
 constexpr unsigned datagramsPerSocket = 64;
 
+// What the kernel takes in one piece, as one packet that it cuts up itself.
+constexpr std::size_t pieceBytes = 65'507;
+
 constexpr std::uint16_t discardPort = 9;
 
 struct Options {
@@ -46,6 +51,7 @@ struct Options {
   double gapMs = 50;
   unsigned payloadBytes = 1472;
   std::string trafficClass;
+  bool whole = false;
 };
 
 [[noreturn]] void fail(char const* what) { throw std::system_error(errno, std::generic_category(), what); }
@@ -73,6 +79,8 @@ class Socket {
     to.sin_port = htons(discardPort);
     if (inet_pton(AF_INET, options.address.c_str(), &to.sin_addr) != 1)
       throw CLI::ValidationError("--to", "\"" + options.address + "\" is no IPv4 address");
+    int const size = static_cast<int>(options.payloadBytes);
+    if (options.whole && setsockopt(fd_, SOL_UDP, UDP_SEGMENT, &size, sizeof size) < 0) fail("UDP_SEGMENT");
     if (connect(fd_, reinterpret_cast<sockaddr const*>(&to), sizeof to) < 0) fail("connect");
   }
   Socket(Socket&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
@@ -81,6 +89,10 @@ class Socket {
   Socket& operator=(Socket&&) = delete;
   ~Socket() {
     if (fd_ >= 0) close(fd_);
+  }
+
+  void sendWhole(std::vector<char> const& payload) {
+    if (::send(fd_, payload.data(), payload.size(), 0) < 0) fail("send");
   }
 
   void send(std::vector<char>& payload, unsigned datagrams) {
@@ -112,7 +124,9 @@ void sendBursts(Options const& options) {
   std::chrono::duration<double, std::milli> const duration(options.durationMs);
   std::chrono::duration<double, std::milli> const gap(options.gapMs);
 
-  std::vector<char> payload(options.payloadBytes);
+  std::vector<char> payload(options.payloadBytes * (options.whole ? datagrams : 1));
+  if (options.whole && (payload.size() > pieceBytes || datagrams > datagramsPerSocket))
+    throw CLI::ValidationError("--whole", std::to_string(datagrams) + " datagrams are too many");
   std::vector<Socket> sockets;
   for (unsigned n = 0; n < datagrams; n += datagramsPerSocket) sockets.emplace_back(options);
 
@@ -121,7 +135,10 @@ void sendBursts(Options const& options) {
     unsigned left = datagrams;
     for (Socket& socket : sockets) {
       unsigned const n = std::min(left, datagramsPerSocket);
-      socket.send(payload, n);
+      if (options.whole)
+        socket.sendWhole(payload);
+      else
+        socket.send(payload, n);
       left -= n;
     }
     auto const end = start + std::chrono::duration_cast<std::chrono::microseconds>(duration);
@@ -152,6 +169,8 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(1, 1472))
       ->capture_default_str();
   app.add_option("--class", options.trafficClass, "Traffic class to send in, such as 1:10");
+  app.add_flag("--whole", options.whole,
+               "Hand over a burst as one packet, which the kernel cuts up: up to 64 kB");
   CLI11_PARSE(app, argc, argv);
   try {
     sendBursts(options);

@@ -17,7 +17,8 @@ std::string SourceStatus::text() const {
         .str();
   }
   std::string const last = lastFailure.empty() || !fault.empty() ? "" : " (last: " + lastFailure + ")";
-  return (fault.empty() ? "" : fault + '\n') +
+  std::string const reason = meansReason.empty() ? "" : "not every packet is seen: " + meansReason + '\n';
+  return (fault.empty() ? "" : fault + '\n') + reason +
          Kes::format(
              "looking every %.2f ms (%.2f ms asked, %.2f ms achieved, %.2f ms at worst, %u ticks late)\n"
              "%u %s, %.0f us of processor time a tick; %u dumps interrupted, %u failed%s",

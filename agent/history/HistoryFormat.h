@@ -12,10 +12,10 @@ namespace Agent::HistoryFormat {
 
 inline constexpr std::string_view magic = "VORNHIST";
 inline constexpr Kes::U32 byteOrder = 0x01020304;
-inline constexpr Kes::U32 version = 2;
+inline constexpr Kes::U32 version = 3;
 inline constexpr std::size_t headerBytes = 20;  // magic, byte order, version, checksum
 
-enum class Section : Kes::U16 { state = 1, interface, queue, chunk, record, globalLog, end, totals };
+enum class Section : Kes::U16 { state = 1, interface, queue, chunk, record, globalLog, end, totals, flows };
 
 inline constexpr std::size_t sectionHeadBytes = 4;  // type and length
 inline constexpr std::size_t checksumBytes = 4;
@@ -30,6 +30,9 @@ inline constexpr std::size_t longestKind = 15;
 inline constexpr Kes::U8 isShared = 1;
 inline constexpr Kes::U8 alwaysLogged = 1;
 inline constexpr Kes::U8 latestOfItsQueue = 2;
+
+// Of a flow in `flags`.
+inline constexpr Kes::U8 isFragment = 1;
 
 // CRC-32 (polynomial 0xEDB88320, as in Ethernet and zip) of the bytes that gave `before`, 0 for none, and of
 // `bytes` behind them.

@@ -3,11 +3,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "Kes/Format.h"
 #include "agent/base/PoolLimit.h"
+#include "agent/history/FlowFields.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/record/LinuxEntry.h"
 
@@ -114,6 +117,7 @@ class Reading {
 
   void readFields(Section type, FieldReader& fields) {
     require((type == Section::state) == (result_.savedAt == Microseconds(0)), "the state is not the first");
+    LinuxEntry* const last = std::exchange(record_, nullptr);
     switch (type) {
       case Section::state: return readState(fields);
       case Section::interface: return readInterface(fields);
@@ -123,6 +127,7 @@ class Reading {
       case Section::globalLog: return readGlobalLog(fields);
       case Section::end: return readEnd(fields);
       case Section::totals: return readTotals(fields);
+      case Section::flows: return readFlows(fields, last);
     }
     throw Damage{"there is no such section"};
   }
@@ -254,7 +259,7 @@ class Reading {
     update.latency = fields.take<U32>();
     U8 const flags = fields.take<U8>();
     constexpr U8 known = HistoryFormat::alwaysLogged | HistoryFormat::latestOfItsQueue;
-    require(fields.isWhole() && (flags & ~known) == 0, "a record is none");
+    require(fields.isWhole() && update.timestamp != 0 && (flags & ~known) == 0, "a record is none");
     auto const log = recorder_.globalBufferChunk();
     Vorn::EntryQueue* const into = log ? static_cast<Vorn::EntryQueue*>(log.get()) : chunk_;
     require(into != nullptr && into->entrys() < Vorn::entriesPerChunk, "a record has no place");
@@ -264,7 +269,16 @@ class Reading {
     into->entryEnq(record);
     if (!log && (flags & HistoryFormat::latestOfItsQueue) != 0)
       port_->entryIndexIs(queue, Vorn::EntryIndexOrNull(into->entryTailIndex().value()));
+    record_ = record.get();
     ++result_.records;
+  }
+
+  // They stand behind the record that they are of.
+  static void readFlows(FieldReader& fields, LinuxEntry* record) {
+    require(record != nullptr, "flows are of no record");
+    std::optional<BurstFlows> const flows = takeFlows(fields);
+    require(flows && fields.isWhole(), "a record's flows are none");
+    record->flowsAre(*flows);
   }
 
   void readGlobalLog(FieldReader& fields) {
@@ -333,6 +347,7 @@ class Reading {
   Vorn::PortData::Ptr port_;      // whose sections are being read,
   U32 nextKey_ = 0;               // the key that its next chunk gets one day,
   Vorn::Chunk* chunk_ = nullptr;  // and its newest chunk so far
+  LinuxEntry* record_ = nullptr;  // that the section before held
   std::vector<Shared> shared_;
   std::unordered_set<U32> places_;
   bool ended_ = false;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "agent/history/FlowFields.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/record/LinuxEntry.h"
 
@@ -148,6 +149,9 @@ class Writing {
                                (latest ? HistoryFormat::latestOfItsQueue : 0)));
     end();
     ++records_;
+    if (record.flows() == nullptr) return;
+    addFlows(begin(Section::flows), *record.flows());
+    end();
   }
 
   Fields& begin(Section type) {

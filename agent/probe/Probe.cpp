@@ -131,6 +131,7 @@ struct Probe::Kernel {
   }
   ~Kernel() {
     if (flows != nullptr) ::munmap(flows, flowBytes);
+    if (queues != nullptr) ::munmap(queues, queuePlaces * sizeof(ProbedQueue));
     ring_buffer__free(notices);
     vorn_probe__destroy(skeleton);
   }
@@ -139,6 +140,7 @@ struct Probe::Kernel {
 
   bool load(Options const& options, Limits const& limits, Reasons const& reasons, bool checked);
   void makeReadable();
+  void* map(bpf_map const* map, std::size_t bytes) const;
 
   static int handle(void* context, void* data, std::size_t size) {
     ProbeNotice notice{};
@@ -150,6 +152,7 @@ struct Probe::Kernel {
   vorn_probe* skeleton = nullptr;
   ring_buffer* notices = nullptr;
   void* handler = nullptr;  // of the call that takes notices
+  ProbedQueue* queues = nullptr;
   FlowTable* flows = nullptr;
   std::size_t flowBytes = 0;
   int error = 0;
@@ -175,7 +178,8 @@ bool Probe::Kernel::load(Options const& options, Limits const& limits, Reasons c
   bpf_program__set_autoload(programs.vorn_dequeue, checked);
   bpf_program__set_autoload(programs.vorn_enqueue_raw, !checked);
   bpf_program__set_autoload(programs.vorn_dequeue_raw, !checked);
-  bpf_program__set_autoload(programs.vorn_drop, reasons.first != 0);
+  bpf_program__set_autoload(programs.vorn_drop, checked && reasons.first != 0);
+  bpf_program__set_autoload(programs.vorn_drop_raw, !checked && reasons.first != 0);
   if (!options.countFlows) bpf_map__set_max_entries(skeleton->maps.vorn_flows, 1);
   error = -vorn_probe__load(skeleton);
   if (error == 0) error = -vorn_probe__attach(skeleton);
@@ -193,12 +197,16 @@ void Probe::Kernel::makeReadable() {
   if (notices == nullptr) throw ProbeRefused(reasonOf(errno));
   U32 const tables = bpf_map__max_entries(skeleton->maps.vorn_flows);
   flowBytes = tables * sizeof(FlowTable);
-  void* const mapped = ::mmap(nullptr, flowBytes, PROT_READ | PROT_WRITE, MAP_SHARED,
-                              bpf_map__fd(skeleton->maps.vorn_flows), 0);
-  if (mapped == MAP_FAILED) throw ProbeRefused(reasonOf(errno));
-  flows = static_cast<FlowTable*>(mapped);
+  flows = static_cast<FlowTable*>(map(skeleton->maps.vorn_flows, flowBytes));
+  queues = static_cast<ProbedQueue*>(map(skeleton->maps.vorn_queues, queuePlaces * sizeof(ProbedQueue)));
   for (U32 table = 0; table < tables; ++table)
     bpf_map_update_elem(bpf_map__fd(skeleton->maps.vorn_free_tables), nullptr, &table, BPF_ANY);
+}
+
+void* Probe::Kernel::map(bpf_map const* map, std::size_t bytes) const {
+  void* const mapped = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, bpf_map__fd(map), 0);
+  if (mapped == MAP_FAILED) throw ProbeRefused(reasonOf(errno));
+  return mapped;
 }
 
 Probe::Probe(Options const& options, Limits const& limits) : kernel_(std::make_unique<Kernel>()) {
@@ -239,16 +247,21 @@ void Probe::takeNotices(Handler const& handler) {
 }
 
 std::optional<ProbedQueue> Probe::queue(U64 number) const {
-  int const map = bpf_map__fd(kernel_->skeleton->maps.vorn_queues);
+  auto const& numbers = kernel_->skeleton->bss->numbers;
+  auto const* const first = numbers + firstPlace(number);
+  auto const* const place = std::find(first, first + bucketPlaces, number);
+  if (place == first + bucketPlaces) return std::nullopt;
+  ProbedQueue const& there = kernel_->queues[place - numbers];
   ProbedQueue queue{};
-  ProbedQueue again{};
   // Read until nothing was changed meanwhile; a state that is half of one burst and half of another must not
   // be taken for either.
   constexpr int tries = 64;
   for (int i = 0; i < tries; ++i) {
-    if (bpf_map_lookup_elem(map, &number, &queue) != 0) return std::nullopt;
-    if (bpf_map_lookup_elem(map, &number, &again) != 0) return std::nullopt;
-    if (queue.lock == 0 && again.lock == 0 && queue.version == again.version) break;
+    auto const version = __atomic_load_n(&there.version, __ATOMIC_ACQUIRE);
+    queue = there;
+    __atomic_thread_fence(__ATOMIC_ACQUIRE);
+    bool const quiet = __atomic_load_n(&there.lock, __ATOMIC_RELAXED) == 0 && queue.lock == 0;
+    if (quiet && __atomic_load_n(&there.version, __ATOMIC_RELAXED) == version) break;
   }
   return queue;
 }

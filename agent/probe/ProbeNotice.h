@@ -12,19 +12,29 @@ struct ProbedQueueId {
   char kind[16];
 };
 
+/* One of them, in the table of queues: at a place that has its number in the table of numbers. */
 struct ProbedQueue {
   __u32 lock;       /* 1 while somebody is at it */
   __u32 version;    /* counts changes */
-  __u32 generation; /* of the settings that `limits` comes from */
+  __u32 generation; /* of the settings that its limits come from */
   __u32 untold;     /* the news of the latest burst that found no room */
-  struct QueueLimits limits;
   struct QueueState state;
-  struct ProbedQueueId id;
   /* By adding and subtracting lengths, where the discipline itself has only parts on each processor. */
   __s64 backlog;
   __s64 packets;
   __u32 drops;
+  struct ProbedQueueId id;
 };
+
+enum { bucketPlaces = 8, buckets = 1024, queuePlaces = bucketPlaces * buckets };
+
+/* The first of the eight places that a queue may have. */
+static inline __u32 firstPlace(__u64 number) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+  return (__u32)(number * 0x9E3779B97F4A7C15ULL >> 54) * bucketPlaces;
+#pragma GCC diagnostic pop
+}
 
 struct ProbeNotice {
   __u64 queue; /* names it until it is gone */

@@ -69,12 +69,21 @@ QueueSource::QueueSource(CongestionSink& sink, Vorn::Config::PtrConst config,
       config_(config),
       hwStatus_(hwStatus),
       options_(std::move(options)),
-      means_(means),
       probeOptions_(probeOptions),
       sum_(sink),
       looks_(*this, std::move(config), std::move(hwStatus), options_),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (!timer_) throwErrno("cannot make a timer");
+  if (means == Means::poll) {
+    reason_ = "as asked for";
+  } else {
+    try {
+      probe_.emplace(probeOptions_, probeLimits());
+    } catch (ProbeRefused const& refused) {
+      if (means == Means::exact) throw;
+      reason_ = refused.what();
+    }
+  }
 }
 
 QueueSource::~QueueSource() {
@@ -85,27 +94,16 @@ QueueSource::~QueueSource() {
 
 void QueueSource::start(EventLoop& loop) {
   loop_ = &loop;
-  if (means_ == Means::poll) {
-    reason_ = "as asked for";
-  } else {
-    try {
-      probe_.emplace(probeOptions_, probeLimits());
-    } catch (ProbeRefused const& refused) {
-      if (means_ == Means::exact) throw;
-      reason_ = refused.what();
-      note(LOG_NOTICE, "not every packet is seen: " + reason_ + "; looking at the queues instead");
-    }
-  }
-  looks_.onDemandIs(probe_.has_value());
   if (probe_) {
+    note(LOG_INFO, "every packet is seen, by a probe in the kernel");
     sum_.coalescingIs(static_cast<U64>(coalescing().count()));
     loop.add(probe_->fd(), EPOLLIN, [this](std::uint32_t) { handleNotices(); });
     loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
-    note(LOG_INFO, "every packet is seen, by a probe in the kernel");
+    looks_.learnedHandlerIs([this] { probe_->limitsAre(probeLimits()); });
+  } else {
+    note(LOG_INFO, "looking at the queues, not seeing every packet: " + reason_);
   }
-  looks_.learnedHandlerIs([this] {
-    if (probe_) probe_->limitsAre(probeLimits());
-  });
+  looks_.onDemandIs(probe_.has_value());
   looks_.start(loop);
 }
 
@@ -140,9 +138,12 @@ void QueueSource::handleGone(QueueAddress const& queue) {
   // The probe has told how that ended which was congested when it went.
   if (probe_) handleNotices();
   below().handleGone(queue);
-  for (auto& [number, watched] : watched_)
-    if (watched.address && watched.address->intfId == queue.intfId && watched.address->key == queue.key)
-      watched.standing = Standing::unknown;
+  for (auto& [number, watched] : watched_) {
+    if (!watched.address || watched.address->intfId != queue.intfId || watched.address->key != queue.key)
+      continue;
+    watched.standing = Standing::unknown;
+    watched.address.reset();
+  }
 }
 
 CongestionSink& QueueSource::below() { return probe_ ? static_cast<CongestionSink&>(sum_) : sink_; }
@@ -171,17 +172,22 @@ void QueueSource::handleSwitch() {
 void QueueSource::handleNotice(ProbeNotice const& notice) {
   Watched& watched = watched_[notice.queue];
   QdiscId const id = idOf(notice.id);
-  if (watched.id != id) watched = {.id = id};
+  if (watched.id != id) {
+    finish(watched);
+    watched = {.id = id};
+  }
   if (watched.standing == Standing::unknown) place(watched);
   if (notice.news & burstBegins) {
     // Those that are over by now are no company for this one.
-    for (auto& [number, other] : watched_)
-      if (other.open && number != notice.queue) refresh(number, other, notice.burst.begin + seeingTime);
+    for (U64 const number : unsettled_)
+      if (number != notice.queue) refresh(number, watched_.at(number), notice.burst.begin + seeingTime);
     follow(watched, notice.before, true);
   }
   follow(watched, notice.burst, (notice.news & burstIsOver) != 0);
   if (notice.news & burstIsOver) watched.settled = true;
   if (notice.news & queueIsGone) watched.gone = true;
+  if (std::find(unsettled_.begin(), unsettled_.end(), notice.queue) == unsettled_.end())
+    unsettled_.push_back(notice.queue);
   timerIs(true);
 }
 
@@ -257,14 +263,20 @@ BurstFlows const* QueueSource::flowsOf(ProbedBurst const& burst) {
   return &flows_;
 }
 
+// Nothing more will come of its burst than is known.
+void QueueSource::finish(Watched& watched) {
+  ProbedBurst last = watched.burst;
+  if (last.end == 0) last.end = nanoseconds();
+  follow(watched, last, true);
+  watched.settled = true;
+}
+
 void QueueSource::refresh(U64 number, Watched& watched, U64 now) {
   auto const queue = probe_->queue(number);
   if (!queue) {
     // It has gone, and the notice found no room.
-    ProbedBurst last = watched.burst;
-    if (last.end == 0) last.end = now;
-    follow(watched, last, true);
-    watched.settled = watched.gone = true;
+    finish(watched);
+    watched.gone = true;
     return;
   }
   ProbedBurst const& burst = queue->state.burst;
@@ -280,28 +292,32 @@ void QueueSource::handleTimer() {
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
   handleNotices();
   U64 const now = nanoseconds();
-  bool unsettled = false;
-  std::vector<U64> numbers;
-  for (auto const& [number, watched] : watched_)
-    if (!watched.settled) numbers.push_back(number);
-  for (U64 const number : numbers) {
+  // What is looked at meanwhile may add to them.
+  for (std::size_t i = 0; i < unsettled_.size(); ++i) {
+    U64 const number = unsettled_[i];
     Watched& watched = watched_.at(number);
-    if (watched.standing == Standing::unknown) place(watched);
+    if (watched.settled) continue;
+    if (watched.standing == Standing::unknown && !watched.address) place(watched);
     refresh(number, watched, now);
-    unsettled |= !watched.settled;
   }
+  std::erase_if(unsettled_, [this](U64 number) { return watched_.at(number).settled; });
   sweep();
   if (looking_ && now > lookUntil_) {
     looking_ = false;
     looks_.demandEnds();
   }
-  if (!unsettled && !looking_) timerIs(false);
+  if (unsettled_.empty() && !looking_) timerIs(false);
 }
 
 // Forgets the queues that are gone, also those of which no notice came.
 void QueueSource::sweep() {
-  U64 const lost = probe_->counts().lostNotices;
-  bool const all = std::exchange(lostNotices_, lost) != lost;
+  ProbeCounts const counts = probe_->counts();
+  bool const all = counts.lostNotices != counts_.lostNotices;
+  if (all && counts_.lostNotices == 0)
+    note(LOG_WARNING, "the probe tells of bursts faster than they can be taken: some are told late, or lost");
+  if (counts.unseenQueues != counts_.unseenQueues && counts_.unseenQueues == 0)
+    note(LOG_WARNING, "the probe has no room for more queues: the congestion of some is not seen");
+  counts_ = counts;
   std::erase_if(watched_, [&](auto const& watched) {
     auto const& [number, queue] = watched;
     return queue.settled && (queue.gone || (all && !probe_->queue(number)));

@@ -4,11 +4,13 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "agent/burst/BurstSum.h"
 #include "agent/burst/Source.h"
 #include "agent/kernel/QdiscSource.h"
 #include "agent/probe/ControlGroups.h"
+#include "agent/probe/Means.h"
 #include "agent/probe/Probe.h"
 
 namespace Agent {
@@ -23,19 +25,13 @@ namespace Agent {
 // Where there is no probe, looks are all there is.
 class QueueSource final : public Source, private CongestionSink {
  public:
-  // How queues may be seen.
-  enum class Means : char {
-    automatic,  // by the probe, or else by looks; the journal says which, and why
-    exact,      // by the probe, or there is no source
-    poll        // by looks
-  };
-
-  // `sink` outlives the source.
+  // `sink` outlives the source. The probe is in the kernel from here on. Throws ProbeRefused if the means are
+  // exact and it cannot be had.
   QueueSource(CongestionSink& sink, Vorn::Config::PtrConst config, Vorn::Hardware::Status::PtrConst hwStatus,
               QdiscSourceOptions options, Means means, Probe::Options const& probeOptions);
   ~QueueSource() override;
 
-  // Throws ProbeRefused as well, if the means are exact.
+  // The journal says what the queues are seen by, and why.
   void start(EventLoop& loop) override;
   void optionsAre(QdiscSourceOptions const& options);
   SourceStatus status() const override;
@@ -65,6 +61,7 @@ class QueueSource final : public Source, private CongestionSink {
   void follow(Watched& watched, ProbedBurst const& burst, bool over);
   void tell(Watched& watched, ProbedBurst const& burst, CongestionUpdate update);
   void place(Watched& watched);
+  void finish(Watched& watched);
   void sweep();
   void handleSwitch();
   BurstFlows const* flowsOf(ProbedBurst const& burst);
@@ -76,7 +73,6 @@ class QueueSource final : public Source, private CongestionSink {
   Vorn::Config::PtrConst const config_;
   Vorn::Hardware::Status::PtrConst const hwStatus_;
   QdiscSourceOptions options_;
-  Means const means_;
   Probe::Options const probeOptions_;
   BurstSum sum_;
   QdiscSource looks_;
@@ -86,9 +82,10 @@ class QueueSource final : public Source, private CongestionSink {
   FileDescriptor timer_;
   EventLoop* loop_ = nullptr;
   std::unordered_map<Kes::U64, Watched> watched_;
-  BurstFlows flows_;         // of the burst that is told of
-  Kes::U64 lostBursts_ = 0;  // of which nothing is known but that they were
-  Kes::U64 lostNotices_ = 0;
+  BurstFlows flows_;                 // of the burst that is told of
+  Kes::U64 lostBursts_ = 0;          // of which nothing is known but that they were
+  std::vector<Kes::U64> unsettled_;  // those whose bursts are looked after
+  ProbeCounts counts_{};             // as last looked at
   Kes::U64 lookUntil_ = 0;  // nanoseconds: until when the queues of disciplines with classes are looked at
   bool on_ = true;          // the feature is
   bool taking_ = false;     // notices are being taken

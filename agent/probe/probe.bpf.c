@@ -20,7 +20,6 @@
 char LICENSE[] SEC("license") = "Dual BSD/GPL";
 
 enum {
-  maxQueues = 4096,
   maxTables = 64,
   maxIgnored = 4096,
   ringBytes = 1 << 18,
@@ -45,10 +44,14 @@ struct ProbeCounts counts = {};
 // Queues whose every packet matters.
 __u32 busyQueues = 0;
 
+// Which queue has which place, by its address in the kernel; 0: none.
+__u64 numbers[queuePlaces] = {};
+
 struct {
-  __uint(type, BPF_MAP_TYPE_HASH);
-  __uint(max_entries, maxQueues);
-  __type(key, __u64);
+  __uint(type, BPF_MAP_TYPE_ARRAY);
+  __uint(map_flags, BPF_F_MMAPABLE);
+  __uint(max_entries, queuePlaces);
+  __type(key, __u32);
   __type(value, struct ProbedQueue);
 } vorn_queues SEC(".maps");
 
@@ -93,9 +96,40 @@ struct {
     value_;                                                     \
   })
 
-static __always_inline struct ProbedQueue* seenBefore(struct Qdisc* qdisc) {
-  __u64 const key = (__u64)qdisc;
-  return bpf_map_lookup_elem(&vorn_queues, &key);
+enum { placeTaken = 1 };  // by one that is being made
+
+enum { nowhere = queuePlaces, processors = 1024 };
+
+// The verifier lets nobody calculate with a pointer that it knows, but with what is read from here.
+struct {
+  __u64 number;
+  __u64 unused[7];
+} scratch[processors] = {};
+
+static __always_inline __u64 numberOf(struct Qdisc* qdisc, int known) {
+  if (!known) return (__u64)qdisc;
+  __u32 const processor = bpf_get_smp_processor_id();
+  __u64 number = 0;
+  if (processor < processors) {
+    *(struct Qdisc* volatile*)&scratch[processor].number = qdisc;
+    return *(__u64 volatile*)&scratch[processor].number;
+  }
+  bpf_probe_read_kernel(&number, sizeof number, &qdisc);
+  return number;
+}
+
+static __always_inline __u32 placeOf(__u64 number) {
+  __u32 const first = firstPlace(number);
+  for (__u32 i = 0; i < bucketPlaces; ++i) {
+    __u32 const place = (first + i) & (queuePlaces - 1);
+    if (numbers[place] == number) return place;
+  }
+  return nowhere;
+}
+
+static __always_inline struct ProbedQueue* seenBefore(__u64 number) {
+  __u32 const place = placeOf(number);
+  return place == nowhere ? 0 : bpf_map_lookup_elem(&vorn_queues, &place);
 }
 
 static __always_inline int isLocked(struct ProbedQueue* queue) {
@@ -107,43 +141,63 @@ static __always_inline int isLocked(struct ProbedQueue* queue) {
 
 static __always_inline void unlock(struct ProbedQueue* queue) {
   ++queue->version;
-  __sync_val_compare_and_swap(&queue->lock, 1, 0);
+#ifdef VORN_STORES_IN_ORDER
+  barrier();
+  queue->lock = 0;
+#else
+  __sync_lock_test_and_set(&queue->lock, 0);
+#endif
 }
 
 static __always_inline void limitsAre(struct ProbedQueue* queue, struct net_device* device, int known) {
   __u32 const ifindex = queue->id.ifindex;
   __u16 const type = READ(known, device, type);
   __u32 const frame = READ(known, device, mtu) + (type == ethernet || type == loopback ? ethernetHeader : 0);
-  queue->limits.coalescing = settings.coalescing;
-  queue->limits.start = 2 * frame > settings.start ? 2 * frame : settings.start;
+  queue->state.coalescing = settings.coalescing;
+  queue->state.start = 2 * frame > settings.start ? 2 * frame : settings.start;
   // An interface that is not asked for is never congested.
-  if (bpf_map_lookup_elem(&vorn_ignored, &ifindex)) queue->limits.start = ~0U;
+  if (bpf_map_lookup_elem(&vorn_ignored, &ifindex)) queue->state.start = ~0U;
   queue->generation = settings.generation;
 }
 
+// Takes a place that nobody has, and that nobody finds yet.
+static __always_inline __u32 newPlace(__u64 number) {
+  __u32 const first = firstPlace(number);
+  for (__u32 i = 0; i < bucketPlaces; ++i) {
+    __u32 const place = (first + i) & (queuePlaces - 1);
+    if (__sync_val_compare_and_swap(&numbers[place], 0, placeTaken) == 0) return place;
+  }
+  __sync_fetch_and_add(&counts.unseenQueues, 1);
+  return nowhere;
+}
+
 // A queue of this namespace that is seen for the first time.
-static __always_inline struct ProbedQueue* newQueue(struct Qdisc* qdisc, __u32 drops, int known) {
-  __u64 const key = (__u64)qdisc;
+static __always_inline struct ProbedQueue* newQueue(struct Qdisc* qdisc, __u64 number, __u32 drops,
+                                                    int known) {
   struct netdev_queue* const slot = READ(known, qdisc, dev_queue);
   struct net_device* const device = READ(known, slot, dev);
   struct net* const net = READ(known, device, nd_net.net);
   if (READ(known, net, ns.inum) != ownNamespace) return 0;
-  struct ProbedQueue queue = {};
-  queue.id.ifindex = READ(known, device, ifindex);
-  queue.id.parent = READ(known, qdisc, parent);
-  queue.id.handle = READ(known, qdisc, handle);
+  __u32 const place = newPlace(number);
+  struct ProbedQueue* const queue = bpf_map_lookup_elem(&vorn_queues, &place);
+  if (!queue) return 0;
+  __builtin_memset(queue, 0, sizeof *queue);
+  queue->id.ifindex = READ(known, device, ifindex);
+  queue->id.parent = READ(known, qdisc, parent);
+  queue->id.handle = READ(known, qdisc, handle);
   const struct Qdisc_ops* const ops = READ(known, qdisc, ops);
-  bpf_core_read(&queue.id.kind, sizeof queue.id.kind, &ops->id);
-  queue.state.drops = drops;
-  limitsAre(&queue, device, known);
-  if (bpf_map_update_elem(&vorn_queues, &key, &queue, BPF_NOEXIST) == -7 /* E2BIG */) {
-    __sync_fetch_and_add(&counts.unseenQueues, 1);
-    return 0;
-  }
-  return seenBefore(qdisc);
+  bpf_core_read(&queue->id.kind, sizeof queue->id.kind, &ops->id);
+  queue->state.drops = drops;
+  limitsAre(queue, device, known);
+  __sync_lock_test_and_set(&numbers[place & (queuePlaces - 1)], number);
+  // Where two processors have made one at once, the first place counts.
+  __u32 const other = placeOf(number);
+  if (other == place) return queue;
+  numbers[place & (queuePlaces - 1)] = 0;
+  return bpf_map_lookup_elem(&vorn_queues, &other);
 }
 
-static __always_inline void tell(struct Qdisc* qdisc, struct ProbedQueue* queue, __u32 news) {
+static __always_inline void tell(__u64 number, struct ProbedQueue* queue, __u32 news) {
   news |= queue->untold;
   struct ProbeNotice* const notice = bpf_ringbuf_reserve(&vorn_notices, sizeof *notice, 0);
   if (!notice) {
@@ -157,7 +211,7 @@ static __always_inline void tell(struct Qdisc* qdisc, struct ProbedQueue* queue,
     }
     return;
   }
-  notice->queue = (__u64)qdisc;
+  notice->queue = number;
   notice->id = queue->id;
   notice->news = news;
   notice->burst = queue->state.burst;
@@ -167,14 +221,14 @@ static __always_inline void tell(struct Qdisc* qdisc, struct ProbedQueue* queue,
 }
 
 // What the queue is known to hold becomes part of its state. The caller has its lock. Returns what is new.
-static __always_inline __u32 observe(struct Qdisc* qdisc, struct ProbedQueue* queue,
+static __always_inline __u32 observe(struct Qdisc* qdisc, __u64 number, struct ProbedQueue* queue,
                                      const struct QueueObservation* seen, int known) {
   int const busy = needsObserving(&queue->state);
   if (queue->generation != settings.generation) {
     struct netdev_queue* const slot = READ(known, qdisc, dev_queue);
     limitsAre(queue, READ(known, slot, dev), known);
   }
-  __u32 const news = observeQueue(&queue->state, seen, &queue->limits);
+  __u32 const news = observeQueue(&queue->state, seen);
   if (news & burstBegins && settings.countFlows) {
     __u32 table = 0;
     if (bpf_map_pop_elem(&vorn_free_tables, &table) == 0)
@@ -184,7 +238,7 @@ static __always_inline __u32 observe(struct Qdisc* qdisc, struct ProbedQueue* qu
   }
   int const change = needsObserving(&queue->state) - busy;
   if (change) __sync_fetch_and_add(&busyQueues, change);
-  if (news || queue->untold) tell(qdisc, queue, news);
+  if (news || queue->untold) tell(number, queue, news);
   return news;
 }
 
@@ -219,7 +273,7 @@ static __always_inline void readFlow(struct FlowId* id, struct sk_buff* skb, int
   }
   if (id->etherType == bpf_htons(0x0800)) {
     __u32 word;
-    if (bpf_probe_read_kernel(header, 60, network)) return;
+    if (bpf_probe_read_kernel(header, 24, network)) return;
     __u32 const length = (header[0] & 0xF) * 4;
     id->protocol = header[9];
     __builtin_memcpy(&word, header + 12, 4);
@@ -236,7 +290,7 @@ static __always_inline void readFlow(struct FlowId* id, struct sk_buff* skb, int
       bpf_probe_read_kernel(&id->sourcePort, 4, network + length);
   } else if (id->etherType == bpf_htons(0x86DD)) {
     __u64 words[4];
-    if (bpf_probe_read_kernel(header, 64, network)) return;
+    if (bpf_probe_read_kernel(header, 56, network)) return;
     __builtin_memcpy(words, header + 8, 32);
     words[0] &= ipv6Mask[0];
     words[1] &= ipv6Mask[1];
@@ -299,9 +353,9 @@ static __always_inline void count(struct ProbedQueue* queue, __s64 bytes, __s64 
 
 static __always_inline __u32 atLeastNone(__s64 value) { return value < 0 ? 0 : value; }
 
+// No time is asked for until it is needed.
 static __always_inline void observation(struct QueueObservation* seen, struct Qdisc* qdisc,
                                         struct ProbedQueue* queue, int byProcessor, int known) {
-  seen->now = bpf_ktime_get_ns();
   if (byProcessor) {
     seen->backlog = atLeastNone(queue->backlog);
     seen->packets = atLeastNone(queue->packets);
@@ -313,36 +367,41 @@ static __always_inline void observation(struct QueueObservation* seen, struct Qd
   }
 }
 
+static __always_inline int isUnmoved(const struct ProbedQueue* queue) {
+  return !needsObserving(&queue->state) && queue->generation == settings.generation;
+}
+
 static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* skb, int known) {
   int const byProcessor = READ(known, qdisc, flags) & countsByProcessor;
   struct ProbedQueue* queue;
   struct QueueObservation seen;
   __u32 length = 0;
+  __u64 number;
   if (byProcessor) {
-    queue = seenBefore(qdisc);
-    if (!queue) queue = newQueue(qdisc, 0, known);
+    number = numberOf(qdisc, known);
+    queue = seenBefore(number);
+    if (!queue) queue = newQueue(qdisc, number, 0, known);
     if (!queue) return 0;
     length = lengthOf(skb, known);
     count(queue, length, 1);
-    if (queue->backlog <= queue->limits.start && !needsObserving(&queue->state)) return 0;
+    if (queue->backlog <= queue->state.start && isUnmoved(queue)) return 0;
   } else {
     __u32 const backlog = READ(known, qdisc, qstats.backlog);
     if (backlog <= settings.lowest && !busyQueues) return 0;
-    queue = seenBefore(qdisc);
+    number = numberOf(qdisc, known);
+    queue = seenBefore(number);
     if (!queue) {
       if (backlog <= settings.lowest) return 0;
-      queue = newQueue(qdisc, READ(known, qdisc, qstats.drops), known);
+      queue = newQueue(qdisc, number, READ(known, qdisc, qstats.drops), known);
     }
     if (!queue) return 0;
-    if (backlog <= queue->limits.start && !needsObserving(&queue->state) &&
-        queue->generation == settings.generation)
-      return 0;
+    if (backlog <= queue->state.start && isUnmoved(queue)) return 0;
   }
   if (!isLocked(queue)) return 0;
   observation(&seen, qdisc, queue, byProcessor, known);
   __u32 const before = queue->state.backlog;
   __u32 const packetsBefore = queue->state.packets;
-  __u32 const news = observe(qdisc, queue, &seen, known);
+  __u32 const news = observe(qdisc, number, queue, &seen, known);
   if (!byProcessor && seen.backlog > before) length = seen.backlog - before;
   __u32 packets = seen.packets - packetsBefore;
   // What stood there before the burst began was not seen to come.
@@ -360,7 +419,8 @@ static __always_inline int handleDequeue(struct Qdisc* qdisc, struct sk_buff* sk
   struct ProbedQueue* queue;
   struct QueueObservation seen;
   if (!byProcessor && !busyQueues) return 0;
-  queue = seenBefore(qdisc);
+  __u64 const number = numberOf(qdisc, known);
+  queue = seenBefore(number);
   if (!queue) return 0;
   if (byProcessor) {
     if (!skb) {
@@ -379,36 +439,37 @@ static __always_inline int handleDequeue(struct Qdisc* qdisc, struct sk_buff* sk
   if (!needsObserving(&queue->state)) return 0;
   if (!isLocked(queue)) return 0;
   observation(&seen, qdisc, queue, byProcessor, known);
-  observe(qdisc, queue, &seen, known);
+  observe(qdisc, number, queue, &seen, known);
   unlock(queue);
   return 0;
 }
 
 // The queue dropped a packet: one that it did not take, or one from inside.
-static __always_inline int handleDrop(struct sk_buff* skb, __u32 reason) {
+static __always_inline int handleDrop(struct sk_buff* skb, __u32 reason, int known) {
   if (reason < firstDropReason || reason > lastDropReason || !firstDropReason) return 0;
-  struct net_device* const device = BPF_CORE_READ(skb, dev);
+  struct net_device* const device = READ(known, skb, dev);
   if (!device) return 0;
-  __u64 const slot = (__u64)BPF_CORE_READ(device, _tx) +
-                     BPF_CORE_READ(skb, queue_mapping) * bpf_core_type_size(struct netdev_queue);
+  __u64 const slot = (__u64)READ(known, device, _tx) +
+                     READ(known, skb, queue_mapping) * bpf_core_type_size(struct netdev_queue);
   struct Qdisc* const qdisc = BPF_CORE_READ((struct netdev_queue*)slot, qdisc);
   if (!qdisc) return 0;
   int const byProcessor = BPF_CORE_READ(qdisc, flags) & countsByProcessor;
-  struct ProbedQueue* queue = seenBefore(qdisc);
-  if (!queue) queue = newQueue(qdisc, byProcessor ? 0 : BPF_CORE_READ(qdisc, qstats.drops) - 1, 0);
-  if (!queue || queue->limits.start == ~0U) return 0;
+  __u64 const number = (__u64)qdisc;
+  struct ProbedQueue* queue = seenBefore(number);
+  if (!queue) queue = newQueue(qdisc, number, byProcessor ? 0 : BPF_CORE_READ(qdisc, qstats.drops) - 1, 0);
+  if (!queue || queue->state.start == ~0U) return 0;
   if (!isLocked(queue)) return 0;
   struct QueueObservation seen;
   if (byProcessor) ++queue->drops;
   observation(&seen, qdisc, queue, byProcessor, 0);
-  observe(qdisc, queue, &seen, 0);
+  observe(qdisc, number, queue, &seen, 0);
   struct FlowTable* const table = flowsOf(queue);
   if (table) {
     struct FlowId id = {};
     int taken;
-    readFlow(&id, skb, 0);
+    readFlow(&id, skb, known);
     struct FlowEntry* const entry = flowEntry(table, &id, &taken);
-    if (taken) entry->cgroup = cgroupOf(skb, 0);
+    if (taken) entry->cgroup = cgroupOf(skb, known);
     ++entry->drops;
     ++table->drops;
   }
@@ -417,24 +478,25 @@ static __always_inline int handleDrop(struct sk_buff* skb, __u32 reason) {
 }
 
 static __always_inline int handleReset(struct Qdisc* qdisc, int goes) {
-  struct ProbedQueue* const queue = seenBefore(qdisc);
+  __u64 const number = (__u64)qdisc;
+  struct ProbedQueue* const queue = seenBefore(number);
   if (!queue) return 0;
   if (!isLocked(queue)) return 0;
   int const busy = needsObserving(&queue->state);
   if (!goes) {
     struct QueueObservation seen;
     observation(&seen, qdisc, queue, BPF_CORE_READ(qdisc, flags) & countsByProcessor, 0);
-    if (busy) observeQueue(&queue->state, &seen, &queue->limits);
+    if (busy) observeQueue(&queue->state, &seen);
   }
   __u32 news = emptyQueue(&queue->state, bpf_ktime_get_ns());
   queue->backlog = queue->packets = 0;
   if (busy) __sync_fetch_and_add(&busyQueues, -1);
   if (goes && queue->state.burst.number) news |= queueIsGone;
-  if (news) tell(qdisc, queue, news);
+  if (news) tell(number, queue, news);
   unlock(queue);
   if (goes) {
-    __u64 const key = (__u64)qdisc;
-    bpf_map_delete_elem(&vorn_queues, &key);
+    __u32 const place = placeOf(number);
+    if (place != nowhere) numbers[place & (queuePlaces - 1)] = 0;
   }
   return 0;
 }
@@ -461,8 +523,14 @@ int BPF_PROG(vorn_dequeue_raw, struct Qdisc* qdisc, const struct netdev_queue* s
   return handleDequeue(qdisc, skb, packets, 0);
 }
 
+SEC("tp_btf/kfree_skb")
+int BPF_PROG(vorn_drop, struct sk_buff* skb, void* location, __u32 reason) {
+  return handleDrop(skb, reason, 1);
+}
 SEC("raw_tp/kfree_skb")
-int BPF_PROG(vorn_drop, struct sk_buff* skb, void* location, __u32 reason) { return handleDrop(skb, reason); }
+int BPF_PROG(vorn_drop_raw, struct sk_buff* skb, void* location, __u32 reason) {
+  return handleDrop(skb, reason, 0);
+}
 
 SEC("raw_tp/qdisc_reset")
 int BPF_PROG(vorn_reset, struct Qdisc* qdisc) { return handleReset(qdisc, 0); }

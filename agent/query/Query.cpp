@@ -13,7 +13,7 @@ using Kes::U32;
 using Kes::U64;
 
 constexpr std::string_view word = "query";
-constexpr std::string_view reports[] = {"history", "stats", "global", "top", "timeline"};
+constexpr std::string_view reports[] = {"history", "stats", "global", "top", "timeline", "who"};
 constexpr std::string_view forms[] = {"text", "csv", "json", "html", "trace"};
 constexpr std::string_view orders[] = {"time", "length", "duration", "latency", "drops"};
 
@@ -82,6 +82,7 @@ void visitFields(Q& query, Visit visit) {
   visit("drops", query.drops);
   visit("latency", query.latency);
   visit("all", query.all);
+  visit("flows", query.flows);
   visit("sort", query.order);
   visit("reverse", query.reverse);
   visit("count", query.count);
@@ -177,6 +178,9 @@ Query queryFrom(std::string_view request) {
   if ((isPage && query.report != Query::Report::timeline) ||
       (isTrace && query.report != Query::Report::history))
     throw QueryError("html is a form of timeline, trace one of history");
+  if (query.flows && query.report != Query::Report::top) throw QueryError("flows are a form of top");
+  if (query.flows && query.order && *query.order != Query::Order::time && *query.order != Query::Order::drops)
+    throw QueryError("flows are ordered by bytes, or with --sort by time or drops");
   if (query.width > widest) throw QueryError("a picture has 10000 columns at most");
   return query;
 }

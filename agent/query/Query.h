@@ -20,7 +20,7 @@ class QueryError : public std::runtime_error {
 // What is asked of the history: which report, in which form, of what, in which order. It travels as one line
 // of text, so that it can be asked of an agent and of a saved history alike.
 struct Query {
-  enum class Report : Kes::U8 { history, stats, global, top, timeline };
+  enum class Report : Kes::U8 { history, stats, global, top, timeline, who };
   enum class Form : Kes::U8 { text, csv, json, html, trace };
   enum class Order : Kes::U8 { time, length, duration, latency, drops };
 
@@ -45,6 +45,7 @@ struct Query {
   bool drops = false;    // records with drops only; as text with the columns that tell of them
   bool latency = false;  // as text with the columns that tell of it
   bool all = false;      // the records of the global buffer as well
+  bool flows = false;    // of top: a line a flow, not a line a queue
 
   // Text: the newest, largest, longest... first. The other forms: oldest first, unless another order is asked
   // for. `count` keeps the first so many of an order, and of that by time the newest.

@@ -7,8 +7,10 @@
 
 #include "Vorn/PortMetaDataDumper.h"
 #include "agent/base/Printable.h"
+#include "agent/query/FlowReport.h"
 #include "agent/query/Heights.h"
 #include "agent/query/PerfettoTrace.h"
+#include "agent/query/ProgramForms.h"
 #include "agent/query/QueueSummary.h"
 #include "agent/query/TimelinePage.h"
 #include "agent/query/TimelineText.h"
@@ -29,27 +31,6 @@ using Form = Query::Form;
 using Report = Query::Report;
 
 void put(std::FILE* out, std::string const& text) { std::fwrite(text.data(), 1, text.size(), out); }
-
-template <class Row, std::size_t count>
-void writeRow(std::FILE* out, ReportColumns<Row, count> const& columns, Row const& row) {
-  ReportLine line;
-  addFields(line, columns, row);
-  line.write(out);
-}
-
-// All rows in a form for programs.
-template <class Row, std::size_t count, class Rows>
-void writeForPrograms(std::FILE* out, Form form, ReportColumns<Row, count> const& columns, Rows const& rows) {
-  if (form == Form::csv) {
-    put(out, fieldNames(columns));
-    for (std::size_t i = 0; i < rows.size(); ++i) writeRow(out, columns, Row(rows[i]));
-    return;
-  }
-  JsonStream json(out);
-  json.beginArray();
-  for (std::size_t i = 0; i < rows.size(); ++i) writeObject(json, columns, Row(rows[i]));
-  json.endArray();
-}
 
 std::vector<std::string> namesOf(Vorn::CongestionData const& recorder,
                                  std::vector<std::string> const& present) {
@@ -103,7 +84,8 @@ std::string QueryReport::write(std::FILE* out) {
     case Report::history:
     case Report::global: writeRecords(out); break;
     case Report::stats: writeStatistics(out); break;
-    case Report::top: writeTop(out); break;
+    case Report::top: query_.flows ? writeTopFlows(out) : writeTop(out); break;
+    case Report::who: writeWho(out); break;
     case Report::timeline: writeTimeline(out); break;
   }
   return unmatched_.empty() ? "" : "no interface matches " + printable(unmatched_, /*longest=*/200);
@@ -171,11 +153,23 @@ void QueryReport::writeNothing(std::FILE* out, RecordSet& records) {
   put(out, holesText(holes(records)));
 }
 
-void QueryReport::writeTop(std::FILE* out) {
+// Which records are counted and ordered is for what becomes of them.
+Query QueryReport::ofAllRecords() const {
   Query all = query_;
   all.count.reset();
   all.order.reset();
   all.reverse = false;
+  return all;
+}
+
+void QueryReport::writeSpan(std::FILE* out, TimeWindow const& span) const {
+  LocalZone& zone = LocalZone::ofReports();
+  put(out, "From " + std::string(zone.second(static_cast<std::time_t>(span.since / 1'000'000))));
+  put(out, " to " + std::string(zone.second(static_cast<std::time_t>(span.until / 1'000'000))) + '\n');
+}
+
+void QueryReport::writeTop(std::FILE* out) {
+  Query const all = ofAllRecords();
   RecordSet records(all, filter_, recorder_, ledger_);
   TimeWindow const span = records.span(now_);
   std::vector<QueueSummary> queues = summariesOf(records, span);
@@ -189,9 +183,7 @@ void QueryReport::writeTop(std::FILE* out) {
   if (query_.form != Form::text) return writeForPrograms(out, query_.form, summaryColumns, queues);
   writeHead(out);
   if (queues.empty()) return writeNothing(out, records);
-  LocalZone& zone = LocalZone::ofReports();
-  put(out, "From " + std::string(zone.second(static_cast<std::time_t>(span.since / 1'000'000))));
-  put(out, " to " + std::string(zone.second(static_cast<std::time_t>(span.until / 1'000'000))) + '\n');
+  writeSpan(out, span);
   put(out, summaryText.titles());
   constexpr std::size_t barWidth = 15;
   for (QueueSummary& queue : queues) {
@@ -201,6 +193,30 @@ void QueryReport::writeTop(std::FILE* out) {
     summaryText.addCells(line, queue);
     line.write(out);
   }
+}
+
+void QueryReport::writeWho(std::FILE* out) {
+  RecordSet records(query_, filter_, recorder_, ledger_);
+  if (query_.form != Form::text)
+    return writeForPrograms(out, query_.form, flowColumns, FlowsOfBursts(records));
+  writeHead(out);
+  if (records.size() + records.withoutFlows() == 0) return writeNothing(out, records);
+  if (records.size() != 0) writeFlowsOfBursts(records, viewOf(query_), out);
+  put(out, withoutFlowsText(records));
+  put(out, holesText(holes(records)));
+}
+
+void QueryReport::writeTopFlows(std::FILE* out) {
+  RecordSet records(ofAllRecords(), filter_, recorder_, ledger_);
+  FlowSums const sums(records, query_);
+  if (query_.form != Form::text) return writeForPrograms(out, query_.form, flowColumns, sums);
+  writeHead(out);
+  if (records.size() + records.withoutFlows() == 0) return writeNothing(out, records);
+  if (records.size() != 0) {
+    writeSpan(out, records.span(now_));
+    writeFlowSums(sums, out);
+  }
+  put(out, withoutFlowsText(records));
 }
 
 void QueryReport::writeTimeline(std::FILE* out) {

@@ -38,9 +38,13 @@ class QueryReport {
  private:
   void writeRecords(std::FILE* out);
   void writeTop(std::FILE* out);
+  void writeWho(std::FILE* out);
+  void writeTopFlows(std::FILE* out);
   void writeTimeline(std::FILE* out);
   void writeStatistics(std::FILE* out);
   void writeHead(std::FILE* out) const;
+  void writeSpan(std::FILE* out, TimeWindow const& span) const;
+  Query ofAllRecords() const;
   void writeNothing(std::FILE* out, RecordSet& records);
   std::vector<InterfaceHistory> holes(RecordSet const& records);
 

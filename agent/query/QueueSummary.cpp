@@ -13,13 +13,6 @@ namespace {
 
 using Kes::U64;
 
-constexpr U64 whole = 1'000'000;  // millionths
-
-U64 shareOf(U64 part, U64 all) {
-  return all == 0 ? 0
-                  : static_cast<U64>(static_cast<long double>(part) / static_cast<long double>(all) * whole);
-}
-
 // A queue's summary while it is made.
 struct Sum {
   QueueSummary summary{};
@@ -80,7 +73,7 @@ std::vector<QueueSummary> summariesOf(RecordSet const& records, TimeWindow const
   std::vector<QueueSummary> summaries;
   for (auto& [id, sum] : byQueue) {
     sum.finish(window);
-    sum.summary.share = shareOf(sum.summary.congested, window.until - window.since);
+    sum.summary.share = millionthsOf(sum.summary.congested, window.until - window.since);
     summaries.push_back(std::move(sum.summary));
   }
   std::stable_sort(summaries.begin(), summaries.end(),

@@ -80,12 +80,17 @@ RecordSet::RecordSet(Query const& query, RecordFilter& filter, Vorn::CongestionD
                      BurstLedger const& ledger)
     : filter_(filter), recorder_(recorder), ledger_(ledger), onlySum_(query.report == Query::Report::global) {
   bool const hasSum = onlySum_ || query.all;
-  // A start record has no figures that could be asked for.
-  bool const hasStarts = !query.drops && !query.latency && query.minLength == 0 && query.minDuration == 0 &&
-                         query.minLatency == 0;
+  bool const asksForFlows = query.report == Query::Report::who || query.flows;
+  // A start record has no figures that could be asked for, and no flows.
+  bool const hasStarts = !asksForFlows && !query.drops && !query.latency && query.minLength == 0 &&
+                         query.minDuration == 0 && query.minLatency == 0;
   walk(
-      [this](Found const& found, RecordRow const& row) {
+      [&](Found const& found, RecordRow const& row) {
         if (!filter_.holdsTime(row)) return;
+        if (asksForFlows && row.flows == nullptr) {
+          ++withoutFlows_;
+          return;
+        }
         found_.push_back(found);
         found_.back().key = row.timestamp;
       },

@@ -27,6 +27,8 @@ class RecordSet {
 
   std::size_t size() const { return found_.size(); }
   RecordRow operator[](std::size_t place) const { return rowOf(found_[place]); }
+  // Bursts that the query was about and whose flows nobody counted: a query for flows leaves them out.
+  std::size_t withoutFlows() const { return withoutFlows_; }
   // A number that tells the interface, or the sum, of the record at a place: short names may be alike.
   Kes::U32 logOf(std::size_t place) const { return found_[place].log; }
   // Those that the record at a place is judged by; 0 where none are known, as for a saved history.
@@ -64,6 +66,7 @@ class RecordSet {
   Vorn::CongestionData const& recorder_;
   BurstLedger const& ledger_;
   bool const onlySum_;
+  std::size_t withoutFlows_ = 0;
   std::vector<Vorn::PortData const*> logs_;  // of which records were looked at
   std::vector<Found> found_;
 };

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "agent/query/QueueSummary.h"
+#include "agent/record/FlowColumns.h"
 #include "agent/record/RecordColumns.h"
 #include "agent/record/StatisticsColumns.h"
 
@@ -85,9 +86,11 @@ void writeSchema(std::FILE* out) {
   for (char const* const report : {"history", "global", "timeline"}) writeArray(json, report, "record");
   writeArray(json, "top", "summary");
   writeArray(json, "stats", "statistics");
+  for (char const* const report : {"who", "top_flows"}) writeArray(json, report, "flow");
   writeObject(json, "record", recordColumns);
   writeObject(json, "summary", summaryColumns);
   writeObject(json, "statistics", statisticsColumns);
+  writeObject(json, "flow", flowColumns);
   json.endObject();
   json.endObject();
 }

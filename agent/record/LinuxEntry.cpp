@@ -1,7 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "agent/record/LinuxEntry.h"
 
+#include <algorithm>
+#include <new>
+
+#include "Kes/Exception.h"
 #include "agent/base/Saturated.h"
+#include "agent/record/FlowName.h"
 #include "agent/record/RecordColumns.h"
 
 namespace Agent {
@@ -18,7 +23,9 @@ LinuxEntry::LinuxEntry(QueueKey queue, U32 handle, CongestionUpdate const& updat
       handle_(handle),
       peakBound_(update.peakBound),
       drops_(update.drops),
-      latency_(update.latency) {}
+      latency_(update.latency) {
+  if (update.flows != nullptr) flowsAre(*update.flows);
+}
 
 LinuxEntry::~LinuxEntry() = default;
 
@@ -28,6 +35,27 @@ void LinuxEntry::updateIs(CongestionUpdate const& update, Vorn::Microseconds unt
   peakBound_ = update.peakBound;
   drops_ = saturated(U64{drops_} + update.drops);
   latency_ = update.latency;
+  if (update.flows != nullptr) flowsAre(*update.flows);
+}
+
+// Into the memory that those of the update before have, where it is enough.
+void LinuxEntry::flowsAre(BurstFlows const& flows) noexcept {
+  try {
+    if (!flows_) flows_ = std::make_unique<BurstFlows>();
+    flows_->bytes = flows.bytes;
+    flows_->packets = flows.packets;
+    std::size_t const kept = std::min(flows.largest.size(), BurstFlows::most);
+    flows_->largest.assign(flows.largest.begin(), flows.largest.begin() + static_cast<std::ptrdiff_t>(kept));
+    for (FlowShare& share : flows_->largest)
+      if (share.cgroup.size() > FlowShare::longestCgroup) share.cgroup.resize(FlowShare::longestCgroup);
+  } catch (std::bad_alloc const&) {
+    flows_.reset();
+  }
+}
+
+Kes::String LinuxEntry::flow(U32 place) const {
+  if (!flows_ || place >= flows_->largest.size()) throw Kes::RangeException("no flow at this place");
+  return Kes::String(flowText(flows_->largest[place]));
 }
 
 Kes::String LinuxEntry::queueName() const { return Kes::String(QueueName::ofKey(queue_).text()); }
@@ -46,7 +74,8 @@ RecordRow LinuxEntry::row(std::string_view interface) const {
           .length = qLen(),
           .peakBound = peakBound_,
           .latency = latency_,
-          .drops = drops_};
+          .drops = drops_,
+          .flows = flows()};
 }
 
 S32 LinuxEntry::dumpEntry(VoidPtr filePtr, CharPtrConst, CharPtrConst intfName, bool cvsFormat) const {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
+
 #include "Kes/Types.h"
 #include "Vorn/Entry.h"
 #include "agent/record/CongestionUpdate.h"
@@ -11,8 +13,8 @@ namespace Agent {
 
 // A congestion record of this machine's queues: beside the common fields (queue length in bytes, as sampled)
 // which queue it was, what its true peak cannot have exceeded, what was lost, and how long the last byte of
-// the sampled peak had to wait. Records of the global buffer are the sum over all queues; their queue is
-// noQueue.
+// the sampled peak had to wait; and who filled it, where its source counts that. Records of the global buffer
+// are the sum over all queues; their queue is noQueue.
 //
 // Every writer puts out one line, as told in RecordColumns.h, and returns 0, or -1 when the stream fails. The
 // drops report is about records with drops: for others its writer puts out nothing and returns 1.
@@ -41,6 +43,15 @@ class LinuxEntry final : public Vorn::Entry {
   Kes::U32 drops() const { return drops_; }
   // Microseconds that the last byte of qLen waited until it had left; 0 while unknown.
   Kes::U32 latency() const { return latency_; }
+  // Who filled the queue, the largest flows; null where nobody counted them, and where there was no memory to
+  // keep them: that costs the flows, not the record.
+  BurstFlows const* flows() const { return flows_.get(); }
+  void flowsAre(BurstFlows const& flows) noexcept;
+  // One of them in words. Throws Kes::RangeException for a place at which there is none.
+  Kes::String flow(Kes::U32 place) const;
+  // All that entered the queue while it was congested; 0 where that is not known.
+  Kes::U64 enteredBytes() const { return flows_ ? flows_->bytes : 0; }
+  Kes::U64 enteredPackets() const { return flows_ ? flows_->packets : 0; }
   // For every form of report; `open` is not for the record to know.
   RecordRow row(std::string_view interface) const;
 
@@ -61,6 +72,7 @@ class LinuxEntry final : public Vorn::Entry {
   Kes::U32 peakBound_;
   Kes::U32 drops_;
   Kes::U32 latency_;
+  std::unique_ptr<BurstFlows> flows_;
 };
 
 }  // namespace Agent

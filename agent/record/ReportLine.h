@@ -46,7 +46,7 @@ class ReportLine {
   void pad(std::size_t count);
   void beginColumn();
 
-  std::array<char, 512> text_;
+  std::array<char, 2048> text_;
   std::size_t length_ = 0;
   unsigned fields_ = 0;
 };

@@ -18,6 +18,11 @@ std::string fraction(Kes::U64 millionths) {
 
 }  // namespace
 
+Kes::U64 millionthsOf(Kes::U64 part, Kes::U64 whole) {
+  if (whole == 0) return 0;
+  return static_cast<Kes::U64>(static_cast<long double>(part) / static_cast<long double>(whole) * inAll);
+}
+
 void writeMember(JsonStream& json, std::string_view name, Unit unit, ReportValue const& value) {
   json.key(name);
   if (auto const* const text = std::get_if<std::string_view>(&value)) return json.text(*text);

@@ -28,6 +28,9 @@ enum class Unit : Kes::U8 {
 // they were taken from.
 using ReportValue = std::variant<std::monostate, Kes::U64, std::string_view, QueueName>;
 
+// The part of a whole in millionths, 0 of nothing; the part is not larger.
+Kes::U64 millionthsOf(Kes::U64 part, Kes::U64 whole);
+
 // As a member of a JSON object; null for none.
 void writeMember(JsonStream& json, std::string_view name, Unit unit, ReportValue const& value);
 

@@ -172,6 +172,10 @@ void writeAgent(AgentStatus const& status, Writing& writing) {
   writing.lone(status.beginning.wallTime.value(), Unit::microseconds);
   writing.gauge("vorn_queues", "", "Queues that are watched.");
   writing.lone(status.source.queues);
+  writing.gauge("vorn_probe_attached", "", "1 where a probe in the kernel sees every packet.");
+  writing.lone(status.source.means == SourceStatus::Means::probe ? 1 : 0);
+  writing.counter("vorn_probe_lost_bursts", "", "Bursts of which the probe could not tell.");
+  writing.lone(status.source.lostBursts);
   writing.counter("vorn_looks", "", "Looks at all queues since the agent began.");
   writing.lone(status.source.looks);
   writing.counter("vorn_late_looks", "", "Looks that came later than two intervals.");

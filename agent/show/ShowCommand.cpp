@@ -69,6 +69,7 @@ std::string wordFor(Report report) {
     case Report::globalBuffer: return "global";
     case Report::top: return "top";
     case Report::timeline: return "timeline";
+    case Report::who: return "who";
     case Report::follow: return "follow";
     case Report::raw: return "raw";
     case Report::status: return "status";
@@ -108,6 +109,10 @@ Known knownTo(Report report) {
       known = records;
       known.order = known.latency = false;
       return known;
+    case Report::who:
+      known = records;
+      known.all = known.latency = false;
+      return known;
     case Report::globalBuffer:
       known = records;
       known.interfaces = known.queues = known.all = known.latency = false;
@@ -136,6 +141,7 @@ void check(Query const& query) {
   }
   refuse(query.count == 0U, "--count takes 1 or more");
   refuse(query.all && query.latency, "--all does not apply to --latency");
+  refuse(query.all && query.flows, "--all does not apply to --flows: the sum over all queues has none");
   refuse(query.latency && query.form != Form::text,
          "--latency chooses columns of text: the other forms carry all of them anyway");
   try {
@@ -169,7 +175,13 @@ Query queryFor(ShowOptions const& options) {
 ShowCommand queryCommand(ShowOptions const& options, Query::Report report) {
   Query query = queryFor(options);
   query.report = report;
-  return {requestFor(query), options.html + options.trace, query.colour};
+  std::string const request = requestFor(query);
+  try {
+    queryFrom(request);
+  } catch (QueryError const& error) {
+    throw UsageError(error.what());
+  }
+  return {request, options.html + options.trace, query.colour};
 }
 
 std::string joined(std::vector<std::string> const& words) {
@@ -195,6 +207,7 @@ ShowCommand translate(ShowOptions const& options) {
     case Report::globalBuffer: return queryCommand(options, Query::Report::global);
     case Report::top: return queryCommand(options, Query::Report::top);
     case Report::timeline: return queryCommand(options, Query::Report::timeline);
+    case Report::who: return queryCommand(options, Query::Report::who);
     case Report::raw: return {joined(options.words)};
     case Report::status:
       return {std::string(options.json ? Protocol::jsonStatusRequest : Protocol::statusRequest)};
@@ -222,6 +235,7 @@ void refuseMeaningless(ShowOptions const& options) {
   only(!options.trace.empty(), "--trace", Report::history);
   refuse(options.follow && options.report != Report::follow, "--follow applies to history");
   only(options.watch.has_value(), "--watch", Report::top);
+  only(options.query.flows, "--flows", Report::top);
   only(options.depth.has_value(), "--depth", Report::get);
   refuse(options.depth == 0U, "--depth takes 1 or more levels; --all shows everything below the path");
   refuse(options.csv + options.json + !options.html.empty() + !options.trace.empty() > 1,

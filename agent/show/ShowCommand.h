@@ -25,6 +25,7 @@ struct ShowOptions {
     globalBuffer,
     top,
     timeline,
+    who,
     follow,
     raw,
     status,
