@@ -1,20 +1,23 @@
 # SPDX-License-Identifier: Apache-2.0
 """What packets say of the queue that they went through.
 
-A packet is stamped before it takes the queue's lock, and a packet that leaves may come in between. Where the order
-of the two matters, what the stamps tell is a span and not a moment: `possible` is what the queue held if each packet
-entered as early as it can have, `certain` if as late.
+A packet is stamped before it takes the queue's lock, and a packet that leaves may come in between. Where it may have,
+what the stamps tell is a span and not a moment: `possible` is what the queue held if each packet entered as early as it
+can have, `certain` if as late.
 """
+import bisect
+
 from measure_exact.link import ADDRESS, HEADERS, run
 
 
 class Packet:
-    __slots__ = ("enter", "inside", "leave", "bytes", "flow")
+    __slots__ = ("enter", "late", "inside", "leave", "bytes", "flow")
 
     def __init__(self, enter, inside, leave, length, flow):
-        # Nanoseconds since 1970; `leave` is 0 where it was dropped.
+        # Nanoseconds since 1970; `leave` is 0 where it was dropped. It enters before `inside`.
         self.enter, self.leave, self.bytes, self.flow = enter, leave, length, flow
         self.inside = min(inside, leave) if leave else inside
+        self.late = enter
 
 
 class Congestion:
@@ -61,6 +64,12 @@ def send(options, plan, threads=1):
         if enter == 0:
             raise RuntimeError("a packet without a stamp of its entry: the truth is not whole")
         sent.append(Packet(enter, inside, leave, plan[group][2] + HEADERS, plan[group][3]))
+    # Late is behind those that left meanwhile.
+    leaves = sorted(packet.leave for packet in sent)
+    for packet in sent:
+        before = bisect.bisect_left(leaves, packet.inside) - 1
+        if before >= 0 and leaves[before] > packet.enter:
+            packet.late = leaves[before] + 1
     return sent
 
 
@@ -101,7 +110,7 @@ def bursts(packets, threshold, coalescing):
     """All that may have been, with what of them was for certain."""
     found = [Burst(one) for one in congestions(packets, threshold, coalescing, "enter")]
     at = 0
-    for one in congestions(packets, threshold, coalescing, "inside"):
+    for one in congestions(packets, threshold, coalescing, "late"):
         while found[at].end < one.begin:
             at += 1
         found[at].certain.append(one)
