@@ -18,8 +18,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include <vorn_probe.skel.h>
 
@@ -142,16 +144,23 @@ struct Probe::Kernel {
   void makeReadable();
   void* map(bpf_map const* map, std::size_t bytes) const;
 
+  // One that throws keeps none of the others from being taken; the exception waits until they are.
   static int handle(void* context, void* data, std::size_t size) {
+    auto& kernel = *static_cast<Kernel*>(context);
     ProbeNotice notice{};
     std::memcpy(&notice, data, std::min(size, sizeof notice));
-    (*static_cast<Handler const*>(*static_cast<void**>(context)))(notice);
+    try {
+      (*kernel.handler)(notice);
+    } catch (...) {
+      if (!kernel.thrown) kernel.thrown = std::current_exception();
+    }
     return 0;
   }
 
   vorn_probe* skeleton = nullptr;
   ring_buffer* notices = nullptr;
-  void* handler = nullptr;  // of the call that takes notices
+  Handler const* handler = nullptr;  // of the call that takes notices
+  std::exception_ptr thrown;
   ProbedQueue* queues = nullptr;
   FlowTable* flows = nullptr;
   std::size_t flowBytes = 0;
@@ -190,10 +199,7 @@ bool Probe::Kernel::load(Options const& options, Limits const& limits, Reasons c
 }
 
 void Probe::Kernel::makeReadable() {
-  notices = ring_buffer__new(
-      bpf_map__fd(skeleton->maps.vorn_notices),
-      [](void* context, void* data, std::size_t size) { return handle(context, data, size); }, &handler,
-      nullptr);
+  notices = ring_buffer__new(bpf_map__fd(skeleton->maps.vorn_notices), handle, this, nullptr);
   if (notices == nullptr) throw ProbeRefused(reasonOf(errno));
   U32 const tables = bpf_map__max_entries(skeleton->maps.vorn_flows);
   flowBytes = tables * sizeof(FlowTable);
@@ -242,8 +248,9 @@ void Probe::ignoredIs(U32 ifindex, bool ignored) {
 int Probe::fd() const { return ring_buffer__epoll_fd(kernel_->notices); }
 
 void Probe::takeNotices(Handler const& handler) {
-  kernel_->handler = const_cast<Handler*>(&handler);
+  kernel_->handler = &handler;
   ring_buffer__consume(kernel_->notices);
+  if (auto const thrown = std::exchange(kernel_->thrown, nullptr)) std::rethrow_exception(thrown);
 }
 
 std::optional<ProbedQueue> Probe::queue(U64 number) const {

@@ -173,7 +173,7 @@ void QueueSource::handleNotice(ProbeNotice const& notice) {
   Watched& watched = watched_[notice.queue];
   QdiscId const id = idOf(notice.id);
   if (watched.id != id) {
-    finish(watched);
+    finish(watched, notice.burst.begin);
     watched = {.id = id};
   }
   if (watched.standing == Standing::unknown) place(watched);
@@ -220,6 +220,7 @@ void QueueSource::follow(Watched& watched, ProbedBurst const& burst, bool over) 
   U64 const now = nanoseconds();
   U64 const until = burst.end == 0 ? now : burst.end;
   if (begins) {
+    if (watched.open) finish(watched, burst.begin);
     if (watched.burst.number != 0) lostBursts_ += burst.number - watched.burst.number - 1;
     watched.burst = {};
     watched.open = true;
@@ -263,10 +264,10 @@ BurstFlows const* QueueSource::flowsOf(ProbedBurst const& burst) {
   return &flows_;
 }
 
-// Nothing more will come of its burst than is known.
-void QueueSource::finish(Watched& watched) {
+// Nothing more will come of its burst than is known; it was over by then.
+void QueueSource::finish(Watched& watched, U64 moment) {
   ProbedBurst last = watched.burst;
-  if (last.end == 0) last.end = nanoseconds();
+  if (last.end == 0) last.end = std::max<U64>(moment, last.begin);
   follow(watched, last, true);
   watched.settled = true;
 }
@@ -275,7 +276,7 @@ void QueueSource::refresh(U64 number, Watched& watched, U64 now) {
   auto const queue = probe_->queue(number);
   if (!queue) {
     // It has gone, and the notice found no room.
-    finish(watched);
+    finish(watched, now);
     watched.gone = true;
     return;
   }

@@ -61,7 +61,7 @@ class QueueSource final : public Source, private CongestionSink {
   void follow(Watched& watched, ProbedBurst const& burst, bool over);
   void tell(Watched& watched, ProbedBurst const& burst, CongestionUpdate update);
   void place(Watched& watched);
-  void finish(Watched& watched);
+  void finish(Watched& watched, Kes::U64 moment);
   void sweep();
   void handleSwitch();
   BurstFlows const* flowsOf(ProbedBurst const& burst);
