@@ -131,6 +131,8 @@ TEST(Who, TellsTheFlowsBelowTheirBursts) {
           "eth0,root,0,1795507468500000,1,1000,1,10.0.1.1:40000 > 10.0.1.9:9 "
           "udp,10.0.1.1,40000,10.0.1.9,9,udp,"
           "2048,,0,18446744073709551615,1000000,18446744073709551615,1,9,\n");
+  EXPECT_EQ(history.ask({.report = Query::Report::who, .since = "08:04:28"}).find("all others"),
+            std::string::npos);
   std::string const none =
       "Nobody counted the flows of 1 burst. Only the exact source does (vorn-agent --source, --no-flows).\n";
   for (auto const report : {Query::Report::who, Query::Report::top})

@@ -6,13 +6,16 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 
 #include "agent/burst/InterfaceLogs.h"
+#include "agent/history/FlowFields.h"
 #include "agent/history/HistoryFile.h"
 #include "agent/history/HistoryFormat.h"
 #include "agent/history/HistoryKeeper.h"
 #include "agent/history/HistoryWriter.h"
+#include "agent/query/QueryReport.h"
 #include "agent/record/LinuxEntry.h"
 #include "agent/record/LinuxPortMetaDataDumper.h"
 #include "agent/record/ReportFooter.h"
@@ -102,7 +105,11 @@ struct Recorder : Bench {
     }
     return names;
   }
-  std::string reports() { return report("-a") + report("csv -a") + report("-c") + report("-b"); }
+  std::string reports() {
+    Query const who{.report = Query::Report::who, .form = Query::Form::csv};
+    return report("-a") + report("csv -a") + report("-c") + report("-b") +
+           written([&](std::FILE* out) { QueryReport(who, *recorder, ledger, {}).write(out); });
+  }
   BurstLedger ledger;
   HistoryRead found;
 };
@@ -189,6 +196,24 @@ TEST(History, Totals_areReadWhereThereAreAny) {
   EXPECT_NE(after.found.fault.find("add up to is none"), std::string::npos) << after.found.fault;
   EXPECT_TRUE(after.ledger.accounts().empty());
   EXPECT_TRUE(after.port("eth0"));
+}
+
+// Of no record, or more than a record keeps: damage.
+TEST(History, Flows_areOfTheRecordBefore) {
+  Recorder before;
+  before.record(1, 60);
+  std::string whole = before.saved();
+  std::size_t const record = whole.find("\x05\0\x29\0"s);  // the first one of a chunk
+  ASSERT_NE(record, std::string::npos);
+  whole[record] = 9;
+  seal(whole);
+  EXPECT_NE(Recorder(whole).found.fault.find("flows are of no record"), std::string::npos);
+  for (auto const& [count, length] : std::map<std::size_t, std::size_t>{{5, 255}, {4, 256}, {6, 0}}) {
+    HistoryFormat::Fields fields;
+    addFlows(fields, {1, 1, std::vector<FlowShare>(count, {.cgroup = std::string(length, 'c')})});
+    HistoryFormat::FieldReader reader(fields.bytes());
+    EXPECT_EQ(takeFlows(reader).has_value(), count == 5) << count;
+  }
 }
 
 // Cut off or changed anywhere: all that stands before is there, and nothing else. Forged: it is sound.

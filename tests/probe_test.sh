@@ -110,6 +110,38 @@ awk -f "$here/../scripts/match-bursts" "$scratch/records" "$scratch/sent" >"$scr
 must_say '^agent: .* 1 looks so far$' status
 must_say '10\.0\.1\.1:[0-9]+ > 10\.0\.1\.2:9 udp' who
 
+# Frames of every sort, in one burst of five and one of four.
+frames() {
+  python3 - "$@" <<'PYTHON'
+import socket, struct, sys
+out = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+out.bind(("whole", 0))
+four = lambda rest, fragment=0, protocol=17, options=b"": b"\x08\x00" + struct.pack(
+    "!BBHHHBBHII", 0x45 + len(options) // 4, 0, 20 + len(options) + len(rest), 7, fragment, 64, protocol, 0,
+    0x0A000101, 0x0A000102) + options + rest
+six = lambda rest, following: b"\x86\xdd" + struct.pack("!IHBB", 6 << 28, len(rest), following, 64) + bytes.fromhex(
+    "20010db8000000000000000000000001" "20010db8000000000000000000000002") + rest
+ports = lambda source, destination: struct.pack("!HH", source, destination) + bytes(1000)
+sorts = [four(ports(1111, 53)), four(ports(1112, 54), options=bytes(8)), four(bytes(1000), fragment=185),
+         six(ports(2222, 443), 17), b"\x81\x00\x00\x07" + four(ports(3333, 80)),
+         b"\x81\x00\x00\x08" + six(bytes([6, 0, 0, 0, 0, 0, 0, 1]) + ports(4444, 22), 44), b"\x88\xb5" + bytes(800),
+         b"\x08\x06" + bytes(700), four(bytes(600), protocol=47)]
+for _ in range(8):
+    for sort in sys.argv[1:]:
+        out.send(bytes.fromhex("020000000002020000000001") + sorts[int(sort)])
+PYTHON
+}
+if command -v python3 >/dev/null; then
+  frames 0 1 2 3 4
+  sleep 0.1
+  frames 5 6 7 8
+  for flow in '10\.0\.1\.1:1111 > 10\.0\.1\.2:53 udp' '10\.0\.1\.1:1112 > 10\.0\.1\.2:54 udp' '10\.0\.1\.1 > 10\.0\.1\.2 udp fragment' \
+    '\[2001:db8::1\]:2222 > \[2001:db8::2\]:443 udp' '10\.0\.1\.1:3333 > 10\.0\.1\.2:80 udp vlan 7' \
+    '\[2001:db8::1\]:4444 > \[2001:db8::2\]:22 tcp vlan 8' 'ethertype 0x88b5' 'arp' '10\.0\.1\.1 > 10\.0\.1\.2 gre'; do
+    until_true says " $flow\$" who
+  done
+fi
+
 # What stands in a class is looked at while its root is congested, and only then.
 send split 5 8
 until_true says 'split +1:10 ' history

@@ -13,7 +13,7 @@ namespace {
 
 namespace files = std::filesystem;
 
-constexpr Kes::U64 pause = 1'000'000;
+constexpr Kes::U64 costShare = 20;
 
 // More than any machine has.
 constexpr std::size_t mostGroups = 100'000;
@@ -32,8 +32,11 @@ std::string const& ControlGroups::path(Kes::U64 number) {
   static std::string const none;
   if (number == 0) return none;
   auto found = paths_.find(number);
-  if (found == paths_.end() && (readAt_ == 0 || microseconds() - readAt_ > pause)) {
+  if (found == paths_.end() && microseconds() >= readAgain_) {
+    Kes::U64 const before = microseconds();
     readAll();
+    Kes::U64 const now = microseconds();
+    readAgain_ = now + costShare * (now - before);
     found = paths_.find(number);
   }
   return found == paths_.end() ? none : found->second;
@@ -42,12 +45,11 @@ std::string const& ControlGroups::path(Kes::U64 number) {
 // The number of a group is that of its directory's inode.
 void ControlGroups::readAll() {
   paths_.clear();
-  readAt_ = microseconds();
   for (files::path const root : roots) {
     std::error_code failure;
     if (!files::exists(root / "cgroup.controllers", failure)) continue;
     struct stat about {};
-    if (::stat(root.c_str(), &about) == 0) paths_.emplace(about.st_ino, "/");
+    if (::stat(root.c_str(), &about) == 0) paths_.emplace(about.st_ino, "");
     auto const options = files::directory_options::skip_permission_denied;
     for (files::recursive_directory_iterator at(root, options, failure), end; !failure && at != end;
          at.increment(failure)) {

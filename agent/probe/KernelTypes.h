@@ -80,6 +80,7 @@ struct sk_buff {
   __be16 protocol;
   __u16 vlan_tci;
   __u16 network_header;
+  __u16 mac_header;
   unsigned char* head;
 };
 

@@ -265,7 +265,8 @@ static __always_inline void readFlow(struct FlowId* id, struct sk_buff* skb, int
   id->etherType = protocol;
   id->vlan = tci & 0xFFF;
   if (protocol == bpf_htons(0x8100) || protocol == bpf_htons(0x88A8)) {
-    // A tag that stands in the packet: the network header is the tag.
+    // A tag that stands in the packet, behind the addresses; the network header may be either.
+    network = head + READ(known, skb, mac_header) + ethernetHeader;
     if (bpf_probe_read_kernel(header, 4, network)) return;
     id->vlan = (header[0] << 8 | header[1]) & 0xFFF;
     __builtin_memcpy(&id->etherType, header + 2, 2);

@@ -48,7 +48,8 @@ struct Query {
   bool flows = false;    // of top: a line a flow, not a line a queue
 
   // Text: the newest, largest, longest... first. The other forms: oldest first, unless another order is asked
-  // for. `count` keeps the first so many of an order, and of that by time the newest.
+  // for. `count` keeps the first so many of an order, and of that by time the newest. Flows of top stand by
+  // bytes, the most first, or by time or drops.
   std::optional<Order> order{};
   bool reverse = false;
   std::optional<Kes::U32> count{};
