@@ -80,6 +80,17 @@ class Agent:
         self.messages.seek(0)
         return self.messages.read()
 
+    def loaded(self):
+        """What it has in the kernel: programs and maps, as the kernel tells of each."""
+        told = []
+        directory = f"/proc/{self.process.pid}/fdinfo"
+        for fd in os.listdir(directory):
+            with open(f"{directory}/{fd}") as file:
+                fields = dict(line.split(":\t", 1) for line in file.read().splitlines() if ":\t" in line)
+            if "prog_id" in fields or "map_id" in fields:
+                told.append(fields)
+        return told
+
     def busy(self):
         """Nanoseconds of processor time so far."""
         with open(f"/proc/{self.process.pid}/schedstat") as file:

@@ -21,6 +21,8 @@ class Kind:
 
     def __init__(self, name, mbit, count, shortest_us, longest_us, gap_us, limit=LARGE, pieces=1):
         self.name, self.mbit, self.count, self.limit = name, mbit, count, limit
+        # One sender alone is hardly faster than the faster link.
+        self.threads = 2 if mbit > 500 else 1
         self.shortest_us, self.longest_us, self.gap_us, self.pieces = shortest_us, longest_us, gap_us, pieces
 
     def plan(self, chance):
@@ -37,9 +39,8 @@ class Kind:
                 # What passes at once, what may wait without being too much, and what waits longer.
                 length = BUCKET + THRESHOLD + lasting * self.mbit / 8
                 packets = max(2, round(length / frame))
-                # By two, since one sender alone is hardly faster than the faster link.
-                yield offset, (packets + 1) // 2, payload, 0
-                yield offset, packets // 2, payload, 1
+                for flow in range(self.threads):
+                    yield offset, (packets + flow) // self.threads, payload, flow
                 offset += length * 8 / self.mbit
             offset += self.gap_us
 
@@ -70,7 +71,9 @@ class Outcome:
             self.begins.append(outside(one.records[0]["begin"] * 1000, begin) / 1000)
             self.ends.append(outside(one.records[-1]["end"] * 1000, end) / 1000)
             self.peaks.append(outside(max(record["peak"] for record in one.records), peak))
-            self.latencies.append(max(record["latency"] for record in one.records) - one.latency() / 1000)
+            # Of which of two peaks that may have been alike?
+            if peak[0] == peak[1] and self.peaks[-1] == 0:
+                self.latencies.append(max(record["latency"] for record in one.records) - one.latency() / 1000)
             self.unsure += [begin[1] - begin[0] > WITHIN_US * 1000, end[1] - end[0] > WITHIN_US * 1000]
         self.drops = sum(one.drops for one in found)
         self.told = sum(record["drops"] for one in self.recorded for record in one.records)
@@ -83,31 +86,33 @@ class Outcome:
                 f"{lasting[0]:.0f} / {statistics.median(lasting):.0f} / {lasting[-1]:.0f} | {share:.2f} | "
                 f"{len(self.certain) - len(self.recorded)} | {self.twice} | {self.strangers} | {offs(self.begins)} | "
                 f"{offs(self.ends)} | {late(self.begins)} / {late(self.ends)} | {sum(self.unsure)} | "
-                f"{worst(self.peaks)} | "
+                f"{sum(abs(off) > FRAME for off in self.peaks)}: {worst(self.peaks):+d} | "
                 f"{offs(self.latencies)} | {self.drops} / {self.tc_drops} / {self.told} |")
 
     def failures(self):
-        """What is not as exact records have to be."""
+        """What is not as exact records have to be. Of a thousand values that are measured one may be off: where the
+        processor is taken away from the sender at the wrong moment, a stamp is late."""
         found = []
+        few = max(1, len(self.recorded) // 1000)
         if not self.certain or len(self.recorded) < 0.999 * len(self.certain):
             found.append(f"{len(self.certain) - len(self.recorded)} of {len(self.certain)} bursts are not recorded")
         if self.twice or self.strangers:
             found.append(f"{self.twice} bursts are recorded twice, {self.strangers} records are of none")
-        if abs(worst(self.peaks)) > FRAME:
-            found.append(f"a peak is off by {worst(self.peaks)} bytes")
         if self.drops != self.told or self.drops_differ or self.drops != self.tc_drops:
             found.append(f"{self.drops} packets were dropped (tc: {self.tc_drops}), records tell {self.told}; "
                          f"{self.drops_differ} tell another number than their burst had")
-        beyond = late(self.begins), late(self.ends)
-        if any(beyond):
-            found.append(f"{beyond[0]} begins and {beyond[1]} ends of {len(self.recorded)} are off by more than "
-                         f"{WITHIN_US} us")
+        beyond = sum(abs(off) > FRAME for off in self.peaks)
+        if beyond > few:
+            found.append(f"{beyond} peaks are off by more than a packet")
+        for what, offs in (("begins", self.begins), ("ends", self.ends)):
+            if late(offs) > few:
+                found.append(f"{late(offs)} {what} are off by more than {WITHIN_US} us")
         return [f"{self.kind.mbit} Mbit/s, {self.kind.name}: {text}" for text in found]
 
 
 HEADER = ("| Mbit/s | bursts | source | number (doubtful) | lasting, us: from / median / to | found, % | missed | twice | "
           f"of none | begin off, us | end off, us | begins / ends over {WITHIN_US} us | not known as well as that | "
-          "peak off, bytes | latency off, us | dropped: packets / tc / records |\n|---" + "|---" * 15 + "|")
+          "peaks off by a packet and more: worst, bytes | latency off, us | dropped: packets / tc / records |\n|---" + "|---" * 15 + "|")
 
 
 def outside(value, span):
@@ -116,11 +121,11 @@ def outside(value, span):
 
 
 def offs(microseconds):
-    """Median, what 99 of 100 keep, and the worst."""
+    """Median, what 99 of 100 keep, and the worst: positive where the record is late."""
     if not microseconds:
         return "-"
-    off = sorted(abs(value) for value in microseconds)
-    return f"{statistics.median(off):.1f} / {off[int(0.99 * (len(off) - 1))]:.1f} / {off[-1]:.1f}"
+    off = sorted(microseconds, key=abs)
+    return f"{abs(off[len(off) // 2]):.1f} / {abs(off[int(0.99 * (len(off) - 1))]):.1f} / {off[-1]:+.1f}"
 
 
 def late(microseconds):
@@ -160,10 +165,10 @@ def measure(options, link, kind, source):
     link.shape(kind.mbit, kind.limit)
     agent = Agent(options, source, "--interface", "link0", "--coalesce", str(COALESCING_MS[source]), *Quiet.OPTIONS)
     plan = list(kind.plan(random.Random(options.seed)))
-    packets = send(options, plan, threads=2)
+    packets = send(options, plan, kind.threads)
     time.sleep(0.2)
     records = [fields(row) for row in agent.records()]
-    outcome = Outcome(bursts_of(packets, THRESHOLD, COALESCING_MS[source] * 10**6), records, kind, source,
+    outcome = Outcome(bursts_of(packets, THRESHOLD, COALESCING_MS[source] * 10**6, WITHIN_US * 1000), records, kind, source,
                       link.dropped())
     if options.verbose:
         print(agent.show("status").strip())
@@ -176,6 +181,8 @@ def main(options, link):
     print(f"load average at the beginning: {' '.join(f'{load:.2f}' for load in os.getloadavg())}")
     print(HEADER)
     for kind in kinds(options.bursts):
+        if options.only not in f"{kind.mbit} Mbit/s, {kind.name}":
+            continue
         for source in options.sources:
             outcome = measure(options, link, kind, source)
             print(outcome.row(), flush=True)

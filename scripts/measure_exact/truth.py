@@ -106,11 +106,12 @@ def congestions(packets, threshold, coalescing, entry):
     return found
 
 
-def bursts(packets, threshold, coalescing):
-    """All that may have been, with what of them was for certain."""
-    found = [Burst(one) for one in congestions(packets, threshold, coalescing, "enter")]
+def bursts(packets, threshold, coalescing, within):
+    """All that may have been, with what of them was for certain. Whether two whose distance is about the coalescing
+    time are one burst, cannot be told from stamps either."""
+    found = [Burst(one) for one in congestions(packets, threshold, coalescing + within, "enter")]
     at = 0
-    for one in congestions(packets, threshold, coalescing, "late"):
+    for one in congestions(packets, threshold, coalescing - within, "late"):
         while found[at].end < one.begin:
             at += 1
         found[at].certain.append(one)
