@@ -178,8 +178,11 @@ sleep 0.1
 must_say '^0 bursts lost' status
 
 # Nothing stays in the kernel of an agent that is killed.
+programs=$(awk '$1 == "prog_id:" { print $2 }' "/proc/$agent"/fdinfo/* | sort -u)
+are_gone() { for program in $programs; do ! bpftool prog show id "$program" >"$scratch/out" 2>&1 || return 1; done; }
+! are_gone || fail "the agent has no program in the kernel"
 stop_agent -KILL
-until_true sh -c "! bpftool prog show | grep -q 'name vorn_'"
+until_true are_gone
 
 # Networks only, or nothing, of who sent it; and an agent that may not load a probe says so, and looks.
 start_agent --flow-prefix 24,64
