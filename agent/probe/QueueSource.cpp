@@ -142,10 +142,11 @@ void QueueSource::handlePresent(QueueAddress const& queue) { below().handlePrese
 void QueueSource::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
   CongestionUpdate known = update;
   // Packets are told apart where they enter: which of the classes they go to is not to be seen.
-  for (auto const& [number, watched] : watched_)
-    if (probe_ && watched.open && watched.standing == Standing::classes && watched.intfId == queue.intfId &&
-        !update.late)
-      known.flows = flowsOf(watched.burst);
+  for (auto& [number, watched] : watched_) {
+    if (!watched.open || !watched.whole || watched.whole->intfId != queue.intfId || update.late) continue;
+    watched.foundInside = true;
+    known.flows = flowsOf(watched.burst);
+  }
   below().handleUpdate(queue, known);
 }
 void QueueSource::handleTotal(CongestionUpdate const& update) { below().handleTotal(update); }
@@ -224,6 +225,7 @@ void QueueSource::place(Watched& watched) {
     watched.standing = roster.standing(watched.id);
   }
   watched.address.reset();
+  watched.whole.reset();
   if (watched.standing == Standing::queue) {
     watched.address = roster.address(watched.id);
   } else if (watched.standing == Standing::unknown) {
@@ -232,8 +234,8 @@ void QueueSource::place(Watched& watched) {
   } else if (watched.standing == Standing::unasked) {
     unasked_.insert(watched.id.ifindex);
     probe_->ignoredIs(watched.id.ifindex, true);
-  } else if (Interface const* const interface = looks_.interface(watched.id.ifindex)) {
-    watched.intfId = interface->intfId;
+  } else {
+    watched.whole = roster.address(watched.id);
   }
 }
 
@@ -250,6 +252,9 @@ void QueueSource::follow(Watched& watched, ProbedBurst const& burst, bool over) 
     watched.burst = {};
     watched.open = true;
     watched.settled = false;
+    watched.foundInside = false;
+    if (watched.standing == Standing::classes && watched.address)
+      watched.whole = std::exchange(watched.address, std::nullopt);
     CongestionUpdate update;
     update.begins = true;
     update.timestamp = burst.begin / inMicrosecond;
@@ -267,6 +272,15 @@ void QueueSource::follow(Watched& watched, ProbedBurst const& burst, bool over) 
   update.late = !watched.open;
   update.ends = over && watched.open;
   if (update.ends) update.coalescing = static_cast<U64>(coalescing().count());
+  if (over && watched.open && watched.whole && !watched.foundInside) {
+    // The first look came when all was over: it is known that the discipline was congested, and no more.
+    CongestionUpdate whole = {.begins = true, .timestamp = burst.begin / inMicrosecond, .qLen = burst.peak};
+    whole.peakBound = burst.peak;
+    sum_.handleUpdate(*watched.whole, whole);
+    watched.burst = {};
+    watched.burst.number = burst.number;
+    watched.address = std::exchange(watched.whole, std::nullopt);
+  }
   if (!begins || over) tell(watched, burst, update);
   if (over && std::exchange(watched.open, false) && burst.table != 0) probe_->giveBack(burst.table);
 }

@@ -43,10 +43,13 @@ class QueueSource final : public Source, private CongestionSink {
     QdiscId id{};
     QueueRoster::Standing standing = QueueRoster::Standing::unknown;
     std::optional<QueueAddress> address{};  // under which its bursts are told of, if they are
-    Pylo::IntfId intfId{};                  // of a discipline with classes
-    ProbedBurst burst{};                    // the latest, as last told of,
-    bool open = false;                      // whether its end has not been told yet,
-    bool settled = true;                    // and whether nothing more is to be expected of it
+    // Of a discipline with classes: its own address, and whether a look has found one of its queues
+    // congested.
+    std::optional<QueueAddress> whole{};
+    bool foundInside = false;
+    ProbedBurst burst{};  // the latest, as last told of,
+    bool open = false;    // whether its end has not been told yet,
+    bool settled = true;  // and whether nothing more is to be expected of it
     bool gone = false;
   };
 
