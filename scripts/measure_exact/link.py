@@ -32,7 +32,6 @@ class Link:
         self.far = f"/proc/{self.holder.pid}/ns/net"
         while os.readlink(self.far) == os.readlink("/proc/self/ns/net"):
             time.sleep(0.01)
-        self.queues = 0
 
     def make(self, name="link0", address="10.0.1.1/24"):
         far = f"far-{name}"
