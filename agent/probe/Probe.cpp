@@ -37,7 +37,7 @@ constexpr char const* typeInformation = "/sys/kernel/btf/vmlinux";
 // What the library said last, which is mostly the reason of a failure.
 thread_local std::string lastWords;
 
-int keepWords(libbpf_print_level level, char const* format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] int keepWords(libbpf_print_level level, char const* format, va_list arguments) {
   if (level != LIBBPF_WARN) return 0;
   std::array<char, 512> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
