@@ -105,10 +105,14 @@ class Agent:
     def show(self, *what):
         return run(*self.show_command, *what)
 
-    def records(self):
-        """Those that are closed, or would be by now, oldest first."""
-        rows = [row for row in csv.DictReader(self.show("--csv").splitlines()) if row["type"] == "record"]
-        return sorted(rows, key=lambda row: int(row["timestamp_us"]))
+    def records(self, interface):
+        """Oldest first."""
+        rows = csv.DictReader(self.show("--csv").splitlines())
+        own = [row for row in rows if row["type"] == "record" and row["interface"] == interface]
+        return sorted(own, key=lambda row: int(row["timestamp_us"]))
+
+    def status(self):
+        return json.loads(self.show("status", "--json"))
 
     def said(self):
         self.messages.seek(0)
