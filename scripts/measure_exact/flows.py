@@ -5,8 +5,8 @@ import json
 import random
 import time
 
-from measure_exact.link import BUCKET, FRAME, PAYLOAD, Agent, Quiet
-from measure_exact.records import COALESCING_MS, THRESHOLD, outside
+from measure_exact.link import BUCKET, FRAME, PAYLOAD
+from measure_exact.records import COALESCING_MS, THRESHOLD, outside, watcher
 from measure_exact.truth import bursts, passages, send
 
 FLOWS = 1000
@@ -69,11 +69,11 @@ def precision_and_recall(truth, certain, rows):
 
 def measure(options, link, name, mix, mbit):
     link.shape(mbit, 2 * 10**6)
-    agent = Agent(options, "exact", "--interface", "link0", "--coalesce", str(COALESCING_MS["exact"]), *Quiet.OPTIONS)
-    maps = [of for of in agent.loaded() if "map_id" in of]
+    agent = watcher(options, "exact", "--interface", "link0")
+    objects = [of for of in agent.loaded() if "memlock" in of]
     # The largest values are the tables of flows, one a congested queue.
-    table = max(int(of["value_size"]) for of in maps if int(of["max_entries"]) > 1)
-    memory = sum(int(of["memlock"]) for of in maps)
+    table = max(int(of["value_size"]) for of in objects if int(of.get("max_entries", 0)) > 1)
+    memory = sum(int(of["memlock"]) for of in objects)
     packets = send(options, list(plan(mix, mbit, 1, random.Random(options.seed))), threads=2)
     time.sleep(0.2)
     rows = json.loads(agent.show("who", "--json"))
