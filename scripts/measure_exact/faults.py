@@ -28,7 +28,7 @@ def plain(count):
 def settled(agent, queues):
     """What is wrong in the end, besides the records."""
     status = agent.status()
-    bad = {name: status[name] for name in ("bursts_lost", "missed_packets", "unseen_queues", "failures", "failed_looks",
+    bad = {name: status[name] for name in ("bursts_lost", "missed_packets", "failures", "failed_looks",
                                            "records_lost", "other_messages_lost", "clock_steps") if status[name]}
     if status["queues"] != queues:
         bad["queues"] = status["queues"]
