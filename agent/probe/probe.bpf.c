@@ -266,7 +266,8 @@ static __always_inline void countFlow(struct ProbedQueue* queue, struct sk_buff*
   int taken;
   readFlow(&id, skb, known);
   struct FlowEntry* const entry = flowEntry(table, &id, &taken);
-  if (taken) entry->cgroup = cgroupOf(skb, known);
+  // One that took another's place is asked for its sender when it comes again: most do not.
+  if (taken ? !entry->error : entry->packets == 1 && !entry->cgroup) entry->cgroup = cgroupOf(skb, known);
   entry->bytes += bytes;
   entry->packets += packets;
   table->bytes += bytes;
