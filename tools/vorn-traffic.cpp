@@ -39,6 +39,7 @@ using Steady = std::chrono::steady_clock;
 
 constexpr unsigned atOnce = 64;
 constexpr std::uint16_t discardPort = 9;
+constexpr unsigned firstPort = 20000;
 
 // Silence that is long enough to read stamps in, for all that was sent before it to have left, and for the
 // reading to be over in time.
@@ -70,7 +71,7 @@ std::int64_t wallTime() {
 
 class Flow {
  public:
-  Flow(in_addr to, bool stamped) : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  Flow(in_addr to, unsigned number, bool stamped) : fd_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     if (fd_ < 0) fail("socket");
     // No stamp may be lost for want of room, and sending never waits for the queue.
     set(SO_SNDBUFFORCE, socketBytes);
@@ -81,6 +82,8 @@ class Flow {
                                SOF_TIMESTAMPING_OPT_TSONLY);
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(firstPort + number));
+    if (bind(fd_, reinterpret_cast<sockaddr const*>(&address), sizeof address) < 0) fail("bind");
     address.sin_port = htons(discardPort);
     address.sin_addr = to;
     if (connect(fd_, reinterpret_cast<sockaddr const*>(&address), sizeof address) < 0) fail("connect");
@@ -176,7 +179,7 @@ class Sending {
       firsts_.push_back(packets_.size());
       packets_.resize(packets_.size() + plan_[i].packets, Packet{i, 0, 0, 0});
     }
-    for (unsigned i = 0; i < flows; ++i) flows_.emplace_back(to, stamped);
+    for (unsigned i = 0; i < flows; ++i) flows_.emplace_back(to, i, stamped);
   }
 
   void run(unsigned threads) {
@@ -236,7 +239,7 @@ class Sending {
 // As many packets as one processor can send. Prints how many a second, and the nanoseconds of processor time
 // that each took this process.
 void flood(double seconds, unsigned payloadBytes, in_addr to) {
-  Flow flow(to, false);
+  Flow flow(to, 0, false);
   std::vector<char> payload(payloadBytes);
   auto const begin = Steady::now();
   auto const end =

@@ -4,8 +4,11 @@ import csv
 import json
 import os
 import signal
+import socket
 import subprocess
 import sys
+import tempfile
+import threading
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -24,6 +27,38 @@ def run(*command, **others):
     return done.stdout
 
 
+def kernel_objects(process):
+    """What a process has in the kernel: programs, maps and links, as the kernel tells of each."""
+    told = []
+    directory = f"/proc/{process}/fdinfo"
+    for fd in os.listdir(directory):
+        try:
+            with open(f"{directory}/{fd}") as file:
+                fields = dict(line.split(":\t", 1) for line in file.read().splitlines() if ":\t" in line)
+        except FileNotFoundError:
+            continue
+        if not fields.keys().isdisjoint(("prog_id", "map_id", "link_id")):
+            told.append(fields)
+    return told
+
+
+def take_log():
+    """A system log for those in this namespace, where the machine has none: to be asked again and again would cost."""
+    if os.path.exists("/dev/log"):
+        return
+    with tempfile.TemporaryDirectory() as devices:
+        run("mount", "-t", "tmpfs", "none", devices)
+        run("cp", "-a", *(f"/dev/{name}" for name in ("null", "zero", "full", "random", "urandom")), devices)
+        run("mount", "--move", devices, "/dev")
+    log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    log.bind("/dev/log")
+
+    def read():
+        while log.recv(4096):
+            pass
+    threading.Thread(target=read, daemon=True).start()
+
+
 class Link:
     """link0 here, its other end in a namespace that goes with this process."""
 
@@ -32,7 +67,6 @@ class Link:
         self.far = f"/proc/{self.holder.pid}/ns/net"
         while os.readlink(self.far) == os.readlink("/proc/self/ns/net"):
             time.sleep(0.01)
-        self.queues = 0
 
     def make(self, name="link0", address="10.0.1.1/24"):
         far = f"far-{name}"
@@ -43,10 +77,10 @@ class Link:
             run("ip", "address", "add", address, "dev", name)
             run("ip", "neighbour", "add", ADDRESS, "lladdr", NOBODY, "dev", name, "nud", "permanent")
 
-    def shape(self, mbit, limit, name="link0"):
+    def shape(self, mbit, limit, name="link0", bucket=BUCKET):
         """A queue that has dropped nothing yet."""
         subprocess.run(["tc", "qdisc", "del", "dev", name, "root"], capture_output=True)
-        run("tc", "qdisc", "add", "dev", name, "root", "tbf", "rate", f"{mbit}mbit", "burst", str(BUCKET),
+        run("tc", "qdisc", "add", "dev", name, "root", "tbf", "rate", f"{mbit}mbit", "burst", str(bucket),
             "limit", str(limit))
 
     def dropped(self, name="link0"):
@@ -71,30 +105,27 @@ class Agent:
     def show(self, *what):
         return run(*self.show_command, *what)
 
-    def records(self):
-        """Those that are closed, or would be by now, oldest first."""
-        rows = [row for row in csv.DictReader(self.show("--csv").splitlines()) if row["type"] == "record"]
-        return sorted(rows, key=lambda row: int(row["timestamp_us"]))
+    def records(self, interface):
+        """Oldest first."""
+        rows = csv.DictReader(self.show("--csv").splitlines())
+        own = [row for row in rows if row["type"] == "record" and row["interface"] == interface]
+        return sorted(own, key=lambda row: int(row["timestamp_us"]))
+
+    def status(self):
+        return json.loads(self.show("status", "--json"))
 
     def said(self):
         self.messages.seek(0)
         return self.messages.read()
 
     def loaded(self):
-        """What it has in the kernel: programs and maps, as the kernel tells of each."""
-        told = []
-        directory = f"/proc/{self.process.pid}/fdinfo"
-        for fd in os.listdir(directory):
-            with open(f"{directory}/{fd}") as file:
-                fields = dict(line.split(":\t", 1) for line in file.read().splitlines() if ":\t" in line)
-            if "prog_id" in fields or "map_id" in fields:
-                told.append(fields)
-        return told
+        return kernel_objects(self.process.pid)
 
     def busy(self):
-        """Nanoseconds of processor time so far."""
+        """Nanoseconds of processor time so far, and how often it was on a processor."""
         with open(f"/proc/{self.process.pid}/schedstat") as file:
-            return int(file.read().split()[0])
+            nanoseconds, _, times = map(int, file.read().split())
+            return nanoseconds, times
 
     def stop(self, how=signal.SIGTERM):
         self.process.send_signal(how)

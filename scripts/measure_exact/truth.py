@@ -54,7 +54,8 @@ class Burst:
 
 
 def send(options, plan, threads=1):
-    """Sends groups of (microseconds, packets, payload, flow), and returns their packets as the kernel stamped them."""
+    """Sends groups of (microseconds, packets, payload, flow), and returns their packets as the kernel stamped them, in
+    the order of the plan."""
     text = "".join(f"{offset:.0f} {packets} {payload} {flow}\n" for offset, packets, payload, flow in plan)
     lines = run(*options.real_time_sender, options.traffic, "--to", ADDRESS, "--stamps", "--threads", str(threads),
                 input=text).splitlines()
@@ -73,17 +74,20 @@ def send(options, plan, threads=1):
     return sent
 
 
-def congestions(packets, threshold, coalescing, entry):
-    """Every congestion of the queue; what follows another within `coalescing` nanoseconds is the same one. `entry`
-    is the packet's member that tells when it entered."""
-    # Those that were dropped enter and stay outside.
+def passages(packets, entry):
+    """(moment, way, packet), way 1 in and 2 out, in order of time. Those that were dropped go in and stay outside.
+    `entry` is the packet's member that tells when it entered."""
     events = [(getattr(packet, entry), 1, packet) for packet in packets]
     events += [(packet.leave, 2, packet) for packet in packets if packet.leave]
-    events.sort(key=lambda event: event[:2])
+    return sorted(events, key=lambda event: event[:2])
+
+
+def congestions(packets, threshold, coalescing, entry):
+    """Every congestion of the queue; what follows another within `coalescing` nanoseconds is the same one."""
     found = []
     backlog = 0
     now_open = None
-    for moment, way, packet in events:
+    for moment, way, packet in passages(packets, entry):
         dropped = not packet.leave
         if not dropped:
             backlog += packet.bytes if way == 1 else -packet.bytes
