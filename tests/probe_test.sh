@@ -94,7 +94,7 @@ tc class add dev split parent 1: classid 1:10 htb rate 50mbit burst 5kb cburst 5
 
 # Each burst once, its drops to the packet, and no look at the queues meanwhile.
 start_agent --source exact
-grep -q 'every packet is seen' "$scratch/messages" || fail "the agent does not say what it sees"
+grep -q 'every packet is seen, by a probe in the kernel$' "$scratch/messages" || fail "the agent does not say what it sees"
 [ $((0x$(sed -n 's/^CapEff:\t//p' "/proc/$agent/status") >> 38 & 3)) = 0 ] || fail "the agent keeps its capabilities"
 send() { # send LINK COUNT DURATION-MS
   "${sender[@]}" --to "10.0.$([ "$1" = whole ] && echo 1 || echo 2).2" --count "$2" --duration-ms "$3" --gap-ms 20 |
@@ -178,8 +178,10 @@ sleep 0.1
 must_say '^0 bursts lost' status
 
 # Nothing stays in the kernel of an agent that is killed.
+loaded=$(sed -n 's/^prog_id:\t//p' "/proc/$agent/fdinfo/"* | sort -u)
+[ "$(wc -w <<<"$loaded")" -ge 5 ] || fail "programs of the agent: $loaded"
 stop_agent -KILL
-until_true sh -c "! bpftool prog show | grep -q 'name vorn_'"
+for id in $loaded; do until_true sh -c "! bpftool prog show id $id >/dev/null 2>&1"; done
 
 # Networks only, or nothing, of who sent it; and an agent that may not load a probe says so, and looks.
 start_agent --flow-prefix 24,64

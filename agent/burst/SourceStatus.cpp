@@ -10,10 +10,8 @@ std::string SourceStatus::text() const {
   if (means == Means::probe) {
     return Kes::format(
                "every packet is seen, by a probe in the kernel; %u %s\n"
-               "%u bursts lost, %u without their flows, %u notices late, %u packets missed, "
-               "%u queues without room",
-               queues, queues == 1 ? "queue" : "queues", lostBursts, flowlessBursts, lostNotices, lostEvents,
-               unseenQueues)
+               "%u bursts lost, %u without their flows, %u notices late, %u packets missed",
+               queues, queues == 1 ? "queue" : "queues", lostBursts, flowlessBursts, lostNotices, lostEvents)
         .str();
   }
   std::string const last = lastFailure.empty() || !fault.empty() ? "" : " (last: " + lastFailure + ")";

@@ -29,7 +29,6 @@ struct SourceStatus {
   Kes::U64 lostNotices = 0;     // of the probe, that found no room
   Kes::U64 lostBursts = 0;      // of which nothing is known for that reason
   Kes::U64 lostEvents = 0;      // packets that the probe was not called for or could not count
-  Kes::U64 unseenQueues = 0;    // times that a queue found no room
   Kes::U64 flowlessBursts = 0;  // of which is not known who filled the queue
 
   // For people: some lines, without the last newline.

@@ -114,11 +114,10 @@ void QdiscSource::handleTimer() {
   std::uint64_t expirations = 0;
   // Several expirations at once are one late tick; none at all means that the timer was set anew meanwhile.
   if (read(timer_.get(), &expirations, sizeof expirations) < 0) return;
+  bool const once = std::exchange(soon_, false);
+  if (once) timerInterval_ = 0;
   if (!Vorn::isVornEnabled(config_, hwStatus_)) return forgetAll();
-  if (std::exchange(soon_, false)) {
-    timerInterval_ = 0;
-    return look();
-  }
+  if (once) return look();
   double const before = microsecondsOf(CLOCK_THREAD_CPUTIME_ID);
   long const faultsBefore = pageFaults();
   look();
@@ -174,6 +173,8 @@ bool QdiscSource::takeChanges() {
 void QdiscSource::onDemandIs(bool onDemand) {
   onDemand_ = onDemand;
   roster_.probedIs(onDemand);
+  interfacesChanged_ = true;
+  if (!onDemand && loop_ != nullptr) timerIs(wantedInterval());
 }
 
 void QdiscSource::demand(U32 ifindex, U64 since, U64 sent) {

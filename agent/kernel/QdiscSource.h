@@ -55,7 +55,7 @@ class QdiscSource final : public Source {
   void start(EventLoop& loop) override;
 
   // For another source, which sees the queues that stand at devices by itself: looks run only while they are
-  // demanded, and those queues are learned but not read. To be called before start.
+  // demanded, and those queues are learned but not read. No more, should that one fail.
   void onDemandIs(bool onDemand);
   // The other source has found an interface congested, whose queues have not been congested before `since`,
   // nor sent more than `sent` from then on (QueueRoster::quietUntil). The first look is at once.

@@ -183,7 +183,10 @@ QueueRoster::Standing QueueRoster::standing(QdiscId const& id) const {
   return inside ? Standing::classes : Standing::unasked;
 }
 
-QueueAddress const& QueueRoster::address(QdiscId const& id) const { return find(id)->sampled.address(); }
+std::optional<QueueAddress> QueueRoster::address(QdiscId const& id) const {
+  Queue const* const queue = find(id);
+  return queue == nullptr ? std::nullopt : std::optional(queue->sampled.address());
+}
 
 void QueueRoster::quietUntil(U32 ifindex, U64 since, U64 sent, std::span<QdiscSample const> samples) {
   for (Queue& queue : queues_) {

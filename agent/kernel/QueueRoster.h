@@ -46,8 +46,8 @@ class QueueRoster {
     classes   // a discipline that spreads packets over queues, which are read here
   };
   Standing standing(QdiscId const& id) const;
-  // Of a queue.
-  QueueAddress const& address(QdiscId const& id) const;
+  // Of what is a queue; empty for others.
+  std::optional<QueueAddress> address(QdiscId const& id) const;
 
   // Nobody has looked for a while, and nothing in the interface was congested before `since` (microseconds,
   // monotonic), nor have more than `sent` bytes left it from then on: its queues are to be read as if they

@@ -37,6 +37,7 @@ std::string const& ControlGroups::path(Kes::U64 number) {
     readAll();
     Kes::U64 const now = microseconds();
     readAgain_ = now + costShare * (now - before);
+    paths_.try_emplace(number);  // not to be looked for at every turn
     found = paths_.find(number);
   }
   return found == paths_.end() ? none : found->second;

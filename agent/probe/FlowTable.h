@@ -74,20 +74,21 @@ static inline struct FlowEntry* flowEntry(struct FlowTable* table, const struct 
   __u32 const tag = (__u32)hash | 1;
   struct FlowSet* const set = &table->sets[hash >> 58];
   struct FlowEntry* entry;
-  __u64 fewest = ~0ULL;
+  __u64 fewest = ~0ULL; /* and 1; 0: free */
   unsigned least = 0;
   *taken = 0;
   for (unsigned i = 0; i < flowWays; ++i) {
     if (set->tags[i] == tag && isFlow(&set->entries[i].id, id)) return &set->entries[i];
-    if (set->entries[i].bytes < fewest) {
-      fewest = set->entries[i].bytes;
+    __u64 const weight = set->tags[i] ? set->entries[i].bytes + 1 : 0;
+    if (weight < fewest) {
+      fewest = weight;
       least = i;
     }
   }
   entry = &set->entries[least & (flowWays - 1)];
   set->tags[least & (flowWays - 1)] = tag;
   entry->id = *id;
-  entry->error = fewest;
+  entry->error = fewest ? fewest - 1 : 0;
   entry->packets = 0;
   entry->drops = 0;
   entry->cgroup = 0;

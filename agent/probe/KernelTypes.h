@@ -34,12 +34,19 @@ struct netdev_queue {
   struct Qdisc* qdisc;
 };
 
+struct sk_buff_head {
+  __u32 qlen;
+};
 struct qdisc_skb_head {
   __u32 qlen;
 };
 struct gnet_stats_queue {
+  __u32 qlen;
   __u32 backlog;
   __u32 drops;
+};
+struct bpf_array {
+  void* pptrs[0];
 };
 struct Qdisc_ops {
   char id[16];
@@ -50,6 +57,8 @@ struct Qdisc {
   __u32 handle;
   __u32 parent;
   struct netdev_queue* dev_queue;
+  struct gnet_stats_queue* cpu_qstats;
+  struct sk_buff_head gso_skb;
   struct qdisc_skb_head q;
   struct gnet_stats_queue qstats;
 };

@@ -35,7 +35,7 @@ BurstFlows largestFlows(FlowTable const& table, Probe::Options const& options, C
   for (FlowSet const& set : table.sets) {
     for (unsigned way = 0; way < flowWays; ++way) {
       FlowEntry const* entry = &set.entries[way];
-      if (set.tags[way] == 0 || entry->bytes <= entry->error) continue;
+      if (set.tags[way] == 0 || (entry->bytes <= entry->error && entry->drops == 0)) continue;
       for (FlowEntry const*& place : largest)
         if (entry != nullptr && (place == nullptr || entry->bytes > place->bytes)) std::swap(place, entry);
     }

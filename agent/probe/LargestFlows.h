@@ -8,7 +8,7 @@
 
 namespace Agent {
 
-// The largest flows of a table. One whose bytes may all be its error is none.
+// The largest flows of a table. One whose bytes may all be its error is none, unless it lost packets.
 BurstFlows largestFlows(FlowTable const& table, Probe::Options const& options, ControlGroups& groups);
 
 }  // namespace Agent

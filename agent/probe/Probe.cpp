@@ -37,7 +37,7 @@ constexpr char const* typeInformation = "/sys/kernel/btf/vmlinux";
 // What the library said last, which is mostly the reason of a failure.
 thread_local std::string lastWords;
 
-int keepWords(libbpf_print_level level, char const* format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] int keepWords(libbpf_print_level level, char const* format, va_list arguments) {
   if (level != LIBBPF_WARN) return 0;
   std::array<char, 512> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
@@ -140,7 +140,7 @@ struct Probe::Kernel {
   Kernel(Kernel const&) = delete;
   Kernel& operator=(Kernel const&) = delete;
 
-  bool load(Options const& options, Limits const& limits, Reasons const& reasons, bool checked);
+  bool load(Options const& options, Reasons const& reasons, bool checked);
   void makeReadable();
   void* map(bpf_map const* map, std::size_t bytes) const;
 
@@ -165,10 +165,11 @@ struct Probe::Kernel {
   FlowTable* flows = nullptr;
   std::size_t flowBytes = 0;
   int error = 0;
+  std::string slowBecause;
 };
 
 // `checked`: the kernel checks what the programs read when they are loaded. If not, they are slower.
-bool Probe::Kernel::load(Options const& options, Limits const& limits, Reasons const& reasons, bool checked) {
+bool Probe::Kernel::load(Options const& options, Reasons const& reasons, bool checked) {
   skeleton = vorn_probe__open();
   if (skeleton == nullptr) throw ProbeRefused(reasonOf(errno));
   struct stat own {};
@@ -181,7 +182,6 @@ bool Probe::Kernel::load(Options const& options, Limits const& limits, Reasons c
   constants->firstDropReason = reasons.first;
   constants->lastDropReason = reasons.last;
   skeleton->bss->settings.countFlows = options.countFlows;
-  (void)limits;
   auto const& programs = skeleton->progs;
   bpf_program__set_autoload(programs.vorn_enqueue, checked);
   bpf_program__set_autoload(programs.vorn_dequeue, checked);
@@ -218,8 +218,10 @@ void* Probe::Kernel::map(bpf_map const* map, std::size_t bytes) const {
 Probe::Probe(Options const& options, Limits const& limits) : kernel_(std::make_unique<Kernel>()) {
   auto const types = kernelTypes();
   Reasons const reasons = dropReasons(*types);
-  if (!kernel_->load(options, limits, reasons, true) && !kernel_->load(options, limits, reasons, false))
-    throw ProbeRefused(reasonOf(kernel_->error));
+  if (!kernel_->load(options, reasons, true)) {
+    kernel_->slowBecause = reasonOf(kernel_->error);
+    if (!kernel_->load(options, reasons, false)) throw ProbeRefused(reasonOf(kernel_->error));
+  }
   kernel_->makeReadable();
   limitsAre(limits);
   dropCapabilities();
@@ -253,6 +255,14 @@ void Probe::takeNotices(Handler const& handler) {
   if (auto const thrown = std::exchange(kernel_->thrown, nullptr)) std::rethrow_exception(thrown);
 }
 
+void Probe::takeUntold(Handler const& handler) {
+  for (U64 const number : kernel_->skeleton->bss->numbers) {
+    auto const found = number == 0 ? std::nullopt : queue(number);
+    if (found && found->untold != 0)
+      handler({number, found->id, found->untold, found->state.burst, found->state.before});
+  }
+}
+
 std::optional<ProbedQueue> Probe::queue(U64 number) const {
   auto const& numbers = kernel_->skeleton->bss->numbers;
   auto const* const first = numbers + firstPlace(number);
@@ -280,6 +290,8 @@ void Probe::giveBack(U32 table) {
   std::memset(&kernel_->flows[number], 0, sizeof(FlowTable));
   bpf_map_update_elem(bpf_map__fd(kernel_->skeleton->maps.vorn_free_tables), nullptr, &number, BPF_ANY);
 }
+
+std::string const& Probe::slowBecause() const { return kernel_->slowBecause; }
 
 ProbeCounts Probe::counts() const { return kernel_->skeleton->bss->counts; }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
 
 #include "Kes/Types.h"
 #include "agent/probe/FlowTable.h"
@@ -52,6 +53,8 @@ class Probe {
   // Calls the handler with each that is there, in their order.
   using Handler = std::function<void(ProbeNotice const&)>;
   void takeNotices(Handler const& handler);
+  // The same with what has found no room so far. It may come as a notice as well.
+  void takeUntold(Handler const& handler);
 
   // What is kept of a queue, by the number that its notices have. Empty where it is gone.
   std::optional<ProbedQueue> queue(Kes::U64 number) const;
@@ -60,6 +63,10 @@ class Probe {
   // emptied.
   FlowTable const& flows(Kes::U32 table) const;
   void giveBack(Kes::U32 table);
+
+  // Why the kernel could not check beforehand what is read, so that every read has to be tried, and takes
+  // longer. Empty: it could.
+  std::string const& slowBecause() const;
 
   // What has been lost so far.
   ProbeCounts counts() const;

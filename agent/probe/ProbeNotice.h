@@ -19,10 +19,13 @@ struct ProbedQueue {
   __u32 generation; /* of the settings that its limits come from */
   __u32 untold;     /* the news of the latest burst that found no room */
   struct QueueState state;
-  /* By adding and subtracting lengths, where the discipline itself has only parts on each processor. */
+  /* Where the discipline itself has only parts on each processor: their sum. */
   __s64 backlog;
   __s64 packets;
+  __s64 leftover; /* what this says is left when the discipline is empty */
   __u32 drops;
+  __u32 place;
+  __u32 serial; /* tells it from another that had the same place */
   struct ProbedQueueId id;
 };
 

@@ -95,11 +95,17 @@ QueueSource::~QueueSource() {
 void QueueSource::start(EventLoop& loop) {
   loop_ = &loop;
   if (probe_) {
-    note(LOG_INFO, "every packet is seen, by a probe in the kernel");
+    std::string const& slow = probe_->slowBecause();
+    note(LOG_INFO, "every packet is seen, by a probe in the kernel" +
+                       (slow.empty() ? "" : "; its faster form was refused: " + slow));
     sum_.coalescingIs(static_cast<U64>(coalescing().count()));
     loop.add(probe_->fd(), EPOLLIN, [this](std::uint32_t) { handleNotices(); });
     loop.add(timer_.get(), EPOLLIN, [this](std::uint32_t) { handleTimer(); });
-    looks_.learnedHandlerIs([this] { probe_->limitsAre(probeLimits()); });
+    looks_.learnedHandlerIs([this] {
+      if (!probe_) return;
+      probe_->limitsAre(probeLimits());
+      askAgain();
+    });
   } else {
     note(LOG_INFO, "looking at the queues, not seeing every packet: " + reason_);
   }
@@ -113,10 +119,14 @@ void QueueSource::optionsAre(QdiscSourceOptions const& options) {
   if (!probe_) return;
   probe_->limitsAre(probeLimits());
   sum_.coalescingIs(static_cast<U64>(coalescing().count()));
-  for (auto& [number, watched] : watched_) {
-    if (watched.standing == Standing::unasked) probe_->ignoredIs(watched.id.ifindex, false);
-    watched.standing = Standing::unknown;
-  }
+  askAgain();
+}
+
+// Interfaces may have been given another name, or be asked for now.
+void QueueSource::askAgain() {
+  for (U32 const ifindex : std::exchange(unasked_, {})) probe_->ignoredIs(ifindex, false);
+  for (auto& [number, watched] : watched_)
+    if (watched.standing != Standing::queue) watched.standing = Standing::unknown;
 }
 
 std::chrono::microseconds QueueSource::coalescing() const {
@@ -130,7 +140,14 @@ Probe::Limits QueueSource::probeLimits() const {
 // What the looks tell of.
 void QueueSource::handlePresent(QueueAddress const& queue) { below().handlePresent(queue); }
 void QueueSource::handleUpdate(QueueAddress const& queue, CongestionUpdate const& update) {
-  below().handleUpdate(queue, update);
+  CongestionUpdate known = update;
+  // Packets are told apart where they enter: which of the classes they go to is not to be seen.
+  for (auto& [number, watched] : watched_) {
+    if (!watched.open || !watched.whole || watched.whole->intfId != queue.intfId || update.late) continue;
+    watched.foundInside = true;
+    known.flows = flowsOf(watched.burst);
+  }
+  below().handleUpdate(queue, known);
 }
 void QueueSource::handleTotal(CongestionUpdate const& update) { below().handleTotal(update); }
 
@@ -155,7 +172,13 @@ void QueueSource::handleNotices() {
     ~Taken() { taking = false; }
   } const taken{taking_};
   handleSwitch();
-  probe_->takeNotices([this](ProbeNotice const& notice) { handleNotice(notice); });
+  auto const handler = [this](ProbeNotice const& notice) { handleNotice(notice); };
+  probe_->takeNotices(handler);
+  U64 const lost = probe_->counts().lostNotices;
+  if (std::exchange(lostNotices_, lost) == lost) return;
+  if (!std::exchange(losing_, true))
+    note(LOG_WARNING, "the probe tells of bursts faster than they can be taken: some are told late, or lost");
+  probe_->takeUntold(handler);
 }
 
 // The feature may have been switched on or off since.
@@ -202,13 +225,17 @@ void QueueSource::place(Watched& watched) {
     watched.standing = roster.standing(watched.id);
   }
   watched.address.reset();
+  watched.whole.reset();
   if (watched.standing == Standing::queue) {
     watched.address = roster.address(watched.id);
   } else if (watched.standing == Standing::unknown) {
     if (Interface const* const interface = looks_.interface(watched.id.ifindex))
       watched.address = {interface->intfId, keyOf(watched.id), watched.id.handle, watched.id.kind};
   } else if (watched.standing == Standing::unasked) {
+    unasked_.insert(watched.id.ifindex);
     probe_->ignoredIs(watched.id.ifindex, true);
+  } else {
+    watched.whole = roster.address(watched.id);
   }
 }
 
@@ -225,6 +252,9 @@ void QueueSource::follow(Watched& watched, ProbedBurst const& burst, bool over) 
     watched.burst = {};
     watched.open = true;
     watched.settled = false;
+    watched.foundInside = false;
+    if (watched.standing == Standing::classes && watched.address)
+      watched.whole = std::exchange(watched.address, std::nullopt);
     CongestionUpdate update;
     update.begins = true;
     update.timestamp = burst.begin / inMicrosecond;
@@ -242,6 +272,15 @@ void QueueSource::follow(Watched& watched, ProbedBurst const& burst, bool over) 
   update.late = !watched.open;
   update.ends = over && watched.open;
   if (update.ends) update.coalescing = static_cast<U64>(coalescing().count());
+  if (over && watched.open && watched.whole && !watched.foundInside) {
+    // The first look came when all was over: it is known that the discipline was congested, and no more.
+    CongestionUpdate whole = {.begins = true, .timestamp = burst.begin / inMicrosecond, .qLen = burst.peak};
+    whole.peakBound = burst.peak;
+    sum_.handleUpdate(*watched.whole, whole);
+    watched.burst = {};
+    watched.burst.number = burst.number;
+    watched.address = std::exchange(watched.whole, std::nullopt);
+  }
   if (!begins || over) tell(watched, burst, update);
   if (over && std::exchange(watched.open, false) && burst.table != 0) probe_->giveBack(burst.table);
 }
@@ -303,6 +342,7 @@ void QueueSource::handleTimer() {
   }
   std::erase_if(unsettled_, [this](U64 number) { return watched_.at(number).settled; });
   sweep();
+  if (probe_->counts().unseenQueues != 0) return giveUp();
   if (looking_ && now > lookUntil_) {
     looking_ = false;
     looks_.demandEnds();
@@ -312,17 +352,25 @@ void QueueSource::handleTimer() {
 
 // Forgets the queues that are gone, also those of which no notice came.
 void QueueSource::sweep() {
-  ProbeCounts const counts = probe_->counts();
-  bool const all = counts.lostNotices != counts_.lostNotices;
-  if (all && counts_.lostNotices == 0)
-    note(LOG_WARNING, "the probe tells of bursts faster than they can be taken: some are told late, or lost");
-  if (counts.unseenQueues != counts_.unseenQueues && counts_.unseenQueues == 0)
-    note(LOG_WARNING, "the probe has no room for more queues: the congestion of some is not seen");
-  counts_ = counts;
   std::erase_if(watched_, [&](auto const& watched) {
     auto const& [number, queue] = watched;
-    return queue.settled && (queue.gone || (all && !probe_->queue(number)));
+    return queue.settled && (queue.gone || !probe_->queue(number));
   });
+}
+
+// There are more queues than the probe has room for: the others would not be seen at all.
+void QueueSource::giveUp() {
+  reason_ = "there are more queues than the probe has room for";
+  note(LOG_ERR, "looking at the queues from now on: " + reason_);
+  for (auto& [number, watched] : watched_)
+    if (watched.open) finish(watched, nanoseconds());
+  watched_.clear();
+  unsettled_.clear();
+  timerIs(false);
+  loop_->remove(probe_->fd());
+  loop_->remove(timer_.get());
+  probe_.reset();
+  looks_.onDemandIs(false);
 }
 
 void QueueSource::timerIs(bool runs) {
@@ -340,7 +388,6 @@ SourceStatus QueueSource::status() const {
   ProbeCounts const counts = probe_->counts();
   status.lostNotices = counts.lostNotices;
   status.lostBursts = lostBursts_;
-  status.unseenQueues = counts.unseenQueues;
   status.flowlessBursts = counts.flowlessBursts;
   status.lostEvents = counts.crowdedEvents + probe_->missedRuns();
   return status;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -42,9 +43,13 @@ class QueueSource final : public Source, private CongestionSink {
     QdiscId id{};
     QueueRoster::Standing standing = QueueRoster::Standing::unknown;
     std::optional<QueueAddress> address{};  // under which its bursts are told of, if they are
-    ProbedBurst burst{};                    // the latest, as last told of,
-    bool open = false;                      // whether its end has not been told yet,
-    bool settled = true;                    // and whether nothing more is to be expected of it
+    // Of a discipline with classes: its own address, and whether a look has found one of its queues
+    // congested.
+    std::optional<QueueAddress> whole{};
+    bool foundInside = false;
+    ProbedBurst burst{};  // the latest, as last told of,
+    bool open = false;    // whether its end has not been told yet,
+    bool settled = true;  // and whether nothing more is to be expected of it
     bool gone = false;
   };
 
@@ -64,6 +69,8 @@ class QueueSource final : public Source, private CongestionSink {
   void finish(Watched& watched, Kes::U64 moment);
   void sweep();
   void handleSwitch();
+  void askAgain();
+  void giveUp();
   BurstFlows const* flowsOf(ProbedBurst const& burst);
   Probe::Limits probeLimits() const;
   std::chrono::microseconds coalescing() const;
@@ -85,7 +92,9 @@ class QueueSource final : public Source, private CongestionSink {
   BurstFlows flows_;                 // of the burst that is told of
   Kes::U64 lostBursts_ = 0;          // of which nothing is known but that they were
   std::vector<Kes::U64> unsettled_;  // those whose bursts are looked after
-  ProbeCounts counts_{};             // as last looked at
+  Kes::U64 lostNotices_ = 0;         // as last looked at
+  bool losing_ = false;              // that was noted
+  std::set<Kes::U32> unasked_;       // interfaces that the probe is to leave out
   Kes::U64 lookUntil_ = 0;  // nanoseconds: until when the queues of disciplines with classes are looked at
   bool on_ = true;          // the feature is
   bool taking_ = false;     // notices are being taken

@@ -4,7 +4,7 @@
 //
 // A packet of a queue that is not congested costs a comparison of the backlog that the discipline itself
 // counts. Disciplines without a lock of their own (pfifo_fast) count by processor, so their backlog is kept
-// here, by adding what enters and subtracting what leaves; it starts anew whenever they are empty.
+// here, by adding what each processor has counted since it was last looked at.
 #include <linux/bpf.h>
 
 #include "agent/probe/KernelTypes.h"
@@ -17,25 +17,25 @@
 #include "agent/probe/FlowTable.h"
 #include "agent/probe/ProbeNotice.h"
 
+const volatile __u32 ipv4Mask = 0xFFFFFFFF;  // in network order
+const volatile __u64 ipv6Mask[2] = {~0ULL, ~0ULL};
+
+#include "agent/probe/PacketFlow.h"
+
 char LICENSE[] SEC("license") = "Dual BSD/GPL";
 
 enum {
   maxTables = 64,
   maxIgnored = 4096,
   ringBytes = 1 << 18,
-  maxTries = 256,  // at a lock, which is held for less than a microsecond
-  maxBulk = 128,   // packets that a lock-free discipline hands out at once, and are looked at
-  ethernet = 1,    // ARPHRD_ETHER
-  loopback = 772,  // ARPHRD_LOOPBACK
-  ethernetHeader = 14,
+  maxTries = 256,            // at a lock, which is held for less than a microsecond
+  maxSegments = 64,          // of a packet that is cut up
+  ethernet = 1,              // ARPHRD_ETHER
+  loopback = 772,            // ARPHRD_LOOPBACK
   countsByProcessor = 0x20,  // TCQ_F_CPUSTATS
-  stateTimeWait = 6,         // TCP_TIME_WAIT
-  stateNewSynRecv = 12,      // TCP_NEW_SYN_RECV
 };
 
 const volatile __u32 ownNamespace = 0;
-const volatile __u32 ipv4Mask = 0xFFFFFFFF;  // in network order
-const volatile __u64 ipv6Mask[2] = {~0ULL, ~0ULL};
 const volatile __u32 firstDropReason = 0;  // 0: the kernel tells none
 const volatile __u32 lastDropReason = 0;
 
@@ -43,6 +43,8 @@ struct ProbeSettings settings = {};
 struct ProbeCounts counts = {};
 // Queues whose every packet matters.
 __u32 busyQueues = 0;
+
+__u32 lastSerial = 0;
 
 // Which queue has which place, by its address in the kernel; 0: none.
 __u64 numbers[queuePlaces] = {};
@@ -54,6 +56,20 @@ struct {
   __type(key, __u32);
   __type(value, struct ProbedQueue);
 } vorn_queues SEC(".maps");
+
+// What each processor had counted of a discipline when it was last looked at.
+struct ProcessorShare {
+  __u32 serial;
+  __u32 backlog;
+  __u32 packets;
+  __u32 drops;
+};
+struct {
+  __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+  __uint(max_entries, queuePlaces);
+  __type(key, __u32);
+  __type(value, struct ProcessorShare);
+} vorn_shares SEC(".maps");
 
 // Interfaces that nobody asked for.
 struct {
@@ -83,39 +99,27 @@ struct {
   __type(value, __u32);
 } vorn_free_tables SEC(".maps");
 
-// Of a pointer that the kernel's verifier knows, or of a mere address. The compiler is not to make one load
-// of this and another, since the verifier wants to know what each reads.
-#define READ(known, pointer, field)                             \
-  ({                                                            \
-    typeof((pointer)->field) value_;                            \
-    if (known)                                                  \
-      value_ = (pointer)->field;                                \
-    else                                                        \
-      bpf_core_read(&value_, sizeof value_, &(pointer)->field); \
-    asm volatile("" : "+r"(value_));                            \
-    value_;                                                     \
-  })
-
 enum { placeTaken = 1 };  // by one that is being made
 
 enum { nowhere = queuePlaces, processors = 1024 };
 
 // The verifier lets nobody calculate with a pointer that it knows, but with what is read from here.
 struct {
-  __u64 number;
-  __u64 unused[7];
+  __u64 address;
+  __u64 variables;
+  __u64 unused[6];
 } scratch[processors] = {};
 
-static __always_inline __u64 numberOf(struct Qdisc* qdisc, int known) {
-  if (!known) return (__u64)qdisc;
+static __always_inline __u64 addressOf(void const* pointer, int known) {
+  if (!known) return (__u64)pointer;
   __u32 const processor = bpf_get_smp_processor_id();
-  __u64 number = 0;
+  __u64 address = 0;
   if (processor < processors) {
-    *(struct Qdisc* volatile*)&scratch[processor].number = qdisc;
-    return *(__u64 volatile*)&scratch[processor].number;
+    *(void const* volatile*)&scratch[processor].address = pointer;
+    return *(__u64 volatile*)&scratch[processor].address;
   }
-  bpf_probe_read_kernel(&number, sizeof number, &qdisc);
-  return number;
+  bpf_probe_read_kernel(&address, sizeof address, &pointer);
+  return address;
 }
 
 static __always_inline __u32 placeOf(__u64 number) {
@@ -188,6 +192,8 @@ static __always_inline struct ProbedQueue* newQueue(struct Qdisc* qdisc, __u64 n
   const struct Qdisc_ops* const ops = READ(known, qdisc, ops);
   bpf_core_read(&queue->id.kind, sizeof queue->id.kind, &ops->id);
   queue->state.drops = drops;
+  queue->place = place;
+  queue->serial = __sync_fetch_and_add(&lastSerial, 1) + 1;
   limitsAre(queue, device, known);
   __sync_lock_test_and_set(&numbers[place & (queuePlaces - 1)], number);
   // Where two processors have made one at once, the first place counts.
@@ -198,10 +204,11 @@ static __always_inline struct ProbedQueue* newQueue(struct Qdisc* qdisc, __u64 n
 }
 
 static __always_inline void tell(__u64 number, struct ProbedQueue* queue, __u32 news) {
+  __u32 const fresh = news;
   news |= queue->untold;
   struct ProbeNotice* const notice = bpf_ringbuf_reserve(&vorn_notices, sizeof *notice, 0);
   if (!notice) {
-    if (news & ~queue->untold) __sync_fetch_and_add(&counts.lostNotices, 1);
+    if (fresh) __sync_fetch_and_add(&counts.lostNotices, 1);
     queue->untold = news;
     // Nobody would give it back if the burst is never told of.
     __u32 const table = queue->state.burst.table - 1;
@@ -228,6 +235,8 @@ static __always_inline __u32 observe(struct Qdisc* qdisc, __u64 number, struct P
     struct netdev_queue* const slot = READ(known, qdisc, dev_queue);
     limitsAre(queue, READ(known, slot, dev), known);
   }
+  // Where the kernel does not tell of drops, nobody knows when those were that came before a burst.
+  if (!lastDropReason && queue->state.phase != queueAbove) queue->state.drops = seen->drops;
   __u32 const news = observeQueue(&queue->state, seen);
   if (news & burstBegins && settings.countFlows) {
     __u32 table = 0;
@@ -246,79 +255,6 @@ static __always_inline struct FlowTable* flowsOf(struct ProbedQueue* queue) {
   __u32 const table = queue->state.burst.table - 1;
   if (queue->state.phase != queueAbove) return 0;
   return bpf_map_lookup_elem(&vorn_flows, &table);
-}
-
-static __always_inline void readPorts(struct FlowId* id, __u8 const* header) {
-  __builtin_memcpy(&id->sourcePort, header, 4);
-}
-
-static __always_inline int hasPorts(__u8 protocol) {
-  return protocol == 6 || protocol == 17 || protocol == 132 || protocol == 33 || protocol == 136;
-}
-
-static __always_inline void readFlow(struct FlowId* id, struct sk_buff* skb, int known) {
-  __u8 header[64];
-  __u16 const protocol = READ(known, skb, protocol);
-  __u16 const tci = READ(known, skb, vlan_tci);
-  unsigned char* const head = READ(known, skb, head);
-  unsigned char* network = head + READ(known, skb, network_header);
-  id->etherType = protocol;
-  id->vlan = tci & 0xFFF;
-  if (protocol == bpf_htons(0x8100) || protocol == bpf_htons(0x88A8)) {
-    // A tag that stands in the packet, behind the addresses; the network header may be either.
-    network = head + READ(known, skb, mac_header) + ethernetHeader;
-    if (bpf_probe_read_kernel(header, 4, network)) return;
-    id->vlan = (header[0] << 8 | header[1]) & 0xFFF;
-    __builtin_memcpy(&id->etherType, header + 2, 2);
-    network += 4;
-  }
-  if (id->etherType == bpf_htons(0x0800)) {
-    __u32 word;
-    if (bpf_probe_read_kernel(header, 24, network)) return;
-    __u32 const length = (header[0] & 0xF) * 4;
-    id->protocol = header[9];
-    __builtin_memcpy(&word, header + 12, 4);
-    word &= ipv4Mask;
-    __builtin_memcpy(id->source, &word, 4);
-    __builtin_memcpy(&word, header + 16, 4);
-    word &= ipv4Mask;
-    __builtin_memcpy(id->destination, &word, 4);
-    id->fragment = ((header[6] & 0x1F) | header[7]) != 0;
-    if (id->fragment || !hasPorts(id->protocol)) return;
-    if (length == 20)
-      readPorts(id, header + 20);
-    else
-      bpf_probe_read_kernel(&id->sourcePort, 4, network + length);
-  } else if (id->etherType == bpf_htons(0x86DD)) {
-    __u64 words[4];
-    if (bpf_probe_read_kernel(header, 56, network)) return;
-    __builtin_memcpy(words, header + 8, 32);
-    words[0] &= ipv6Mask[0];
-    words[1] &= ipv6Mask[1];
-    words[2] &= ipv6Mask[0];
-    words[3] &= ipv6Mask[1];
-    __builtin_memcpy(id->source, words, 16);
-    __builtin_memcpy(id->destination, words + 2, 16);
-    id->protocol = header[6];
-    if (id->protocol == 44) {  // a fragment header
-      id->protocol = header[40];
-      id->fragment = ((header[42] << 8 | header[43]) & 0xFFF8) != 0;
-      if (!id->fragment && hasPorts(id->protocol)) readPorts(id, header + 48);
-    } else if (hasPorts(id->protocol)) {
-      readPorts(id, header + 40);
-    }
-  }
-}
-
-static __always_inline __u64 cgroupOf(struct sk_buff* skb, int known) {
-  struct sock* const socket = READ(known, skb, sk);
-  if (!socket) return 0;
-  __u8 const state = READ(known, socket, __sk_common.skc_state);
-  if (state == stateTimeWait || state == stateNewSynRecv) return 0;  // no whole socket
-  struct cgroup* const cgroup = READ(known, socket, sk_cgrp_data.cgroup);
-  if (!cgroup) return 0;
-  struct kernfs_node* const node = READ(known, cgroup, kn);
-  return node ? READ(known, node, id) : 0;
 }
 
 // The packet has entered a queue that is congested.
@@ -346,10 +282,55 @@ static __always_inline __u32 lengthOf(struct sk_buff* skb, int known) {
   return length;
 }
 
-// What a discipline that counts by processor holds, once `bytes` have been added to it.
-static __always_inline void count(struct ProbedQueue* queue, __s64 bytes, __s64 packets) {
+// Where this processor's variables are, as seen from the addresses that all processors have in common: there
+// is one of ours of which both are known.
+static __always_inline __u64 ownVariables(void) {
+  __u32 const processor = bpf_get_smp_processor_id();
+  __u32 const first = 0;
+  __u64 common = 0;
+  if (processor < processors && scratch[processor].variables) return scratch[processor].variables;
+  struct bpf_array* const shares = (struct bpf_array*)addressOf(&vorn_shares, 1);
+  void* const own = bpf_map_lookup_elem(&vorn_shares, &first);
+  if (!own || bpf_core_read(&common, sizeof common, &shares->pptrs[0])) return 0;
+  __u64 const variables = addressOf(own, 1) - common;
+  if (processor < processors) scratch[processor].variables = variables;
+  return variables;
+}
+
+// Takes over what a discipline that counts by processor has counted on this one since the last time. The
+// packet itself is only asked for the first time: it may have left already, and be another's. Returns how
+// many bytes more there are.
+static __always_inline __s64 takeShare(struct ProbedQueue* queue, struct Qdisc* qdisc, __s64 bytes,
+                                       __s64 packets, int known) {
+  struct gnet_stats_queue counted = {};
+  __u64 const parts = addressOf(READ(known, qdisc, cpu_qstats), known);
+  __u32 const place = queue->place;
+  struct ProcessorShare* const share = bpf_map_lookup_elem(&vorn_shares, &place);
+  if (!share || bpf_probe_read_kernel(&counted, 3 * sizeof(__u32), (void*)(parts + ownVariables())))
+    return bytes;
+  if (share->serial == queue->serial) {
+    bytes = (__s32)(counted.backlog - share->backlog);
+    packets = (__s32)(counted.qlen - share->packets);
+    __sync_fetch_and_add(&queue->drops, counted.drops - share->drops);
+  }
+  share->serial = queue->serial;
+  share->backlog = counted.backlog;
+  share->packets = counted.qlen;
+  share->drops = counted.drops;
   __sync_fetch_and_add(&queue->backlog, bytes);
   __sync_fetch_and_add(&queue->packets, packets);
+  return bytes;
+}
+
+// It is empty. What seems to be left may be on its way, told of before or after this; what seems to be left
+// twice is not there.
+static __always_inline void handleEmpty(struct ProbedQueue* queue) {
+  __s64 const left = queue->backlog;
+  if (left && left == queue->leftover) {
+    __sync_fetch_and_add(&queue->backlog, -left);
+    __sync_fetch_and_add(&queue->packets, -queue->packets);
+  }
+  queue->leftover = left;
 }
 
 static __always_inline __u32 atLeastNone(__s64 value) { return value < 0 ? 0 : value; }
@@ -379,17 +360,16 @@ static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* sk
   __u32 length = 0;
   __u64 number;
   if (byProcessor) {
-    number = numberOf(qdisc, known);
+    number = addressOf(qdisc, known);
     queue = seenBefore(number);
     if (!queue) queue = newQueue(qdisc, number, 0, known);
     if (!queue) return 0;
-    length = lengthOf(skb, known);
-    count(queue, length, 1);
+    length = takeShare(queue, qdisc, lengthOf(skb, known), 1, known);
     if (queue->backlog <= queue->state.start && isUnmoved(queue)) return 0;
   } else {
     __u32 const backlog = READ(known, qdisc, qstats.backlog);
     if (backlog <= settings.lowest && !busyQueues) return 0;
-    number = numberOf(qdisc, known);
+    number = addressOf(qdisc, known);
     queue = seenBefore(number);
     if (!queue) {
       if (backlog <= settings.lowest) return 0;
@@ -400,16 +380,16 @@ static __always_inline int handleEnqueue(struct Qdisc* qdisc, struct sk_buff* sk
   }
   if (!isLocked(queue)) return 0;
   observation(&seen, qdisc, queue, byProcessor, known);
-  __u32 const before = queue->state.backlog;
-  __u32 const packetsBefore = queue->state.packets;
-  __u32 const news = observe(qdisc, number, queue, &seen, known);
-  if (!byProcessor && seen.backlog > before) length = seen.backlog - before;
-  __u32 packets = seen.packets - packetsBefore;
-  // What stood there before the burst began was not seen to come.
-  if (news & burstBegins || byProcessor || packets > 64) {
-    packets = 1;
-    length = lengthOf(skb, known);
-  }
+  __u32 const phase = queue->state.phase;
+  __u32 const backlog = queue->state.backlog;
+  __u32 packets = queue->state.packets;
+  observe(qdisc, number, queue, &seen, known);
+  // A discipline may have cut up the packet, and does not hold it itself any more then. What else stands
+  // there was not seen to come.
+  packets = seen.packets - packets;
+  int const cutUp = phase == queueAbove && packets > 1 && packets <= maxSegments && seen.backlog > backlog;
+  if (byProcessor || !cutUp) packets = 1;
+  if (!byProcessor) length = cutUp ? seen.backlog - backlog : lengthOf(skb, known);
   countFlow(queue, skb, length, packets, known);
   unlock(queue);
   return 0;
@@ -420,22 +400,12 @@ static __always_inline int handleDequeue(struct Qdisc* qdisc, struct sk_buff* sk
   struct ProbedQueue* queue;
   struct QueueObservation seen;
   if (!byProcessor && !busyQueues) return 0;
-  __u64 const number = numberOf(qdisc, known);
+  __u64 const number = addressOf(qdisc, known);
   queue = seenBefore(number);
   if (!queue) return 0;
   if (byProcessor) {
-    if (!skb) {
-      queue->backlog = queue->packets = 0;
-    } else {
-      __s64 bytes = lengthOf(skb, known);
-      for (int i = 1; i < packets && i < maxBulk; ++i) {
-        struct sk_buff* const next = READ(known, skb, next);
-        if (!next) break;
-        skb = next;
-        bytes += lengthOf(skb, known);
-      }
-      count(queue, -bytes, -packets);
-    }
+    takeShare(queue, qdisc, skb ? -(__s64)lengthOf(skb, known) : 0, skb ? -packets : 0, known);
+    if (!skb && !READ(known, qdisc, gso_skb.qlen)) handleEmpty(queue);
   }
   if (!needsObserving(&queue->state)) return 0;
   if (!isLocked(queue)) return 0;
@@ -461,7 +431,7 @@ static __always_inline int handleDrop(struct sk_buff* skb, __u32 reason, int kno
   if (!queue || queue->state.start == ~0U) return 0;
   if (!isLocked(queue)) return 0;
   struct QueueObservation seen;
-  if (byProcessor) ++queue->drops;
+  if (byProcessor) takeShare(queue, qdisc, 0, 0, 0);
   observation(&seen, qdisc, queue, byProcessor, 0);
   observe(qdisc, number, queue, &seen, 0);
   struct FlowTable* const table = flowsOf(queue);
@@ -482,7 +452,8 @@ static __always_inline int handleReset(struct Qdisc* qdisc, int goes) {
   __u64 const number = (__u64)qdisc;
   struct ProbedQueue* const queue = seenBefore(number);
   if (!queue) return 0;
-  if (!isLocked(queue)) return 0;
+  // One that goes cannot wait; no packet comes that another would count.
+  if (!isLocked(queue) && !goes) return 0;
   int const busy = needsObserving(&queue->state);
   if (!goes) {
     struct QueueObservation seen;
@@ -490,7 +461,8 @@ static __always_inline int handleReset(struct Qdisc* qdisc, int goes) {
     if (busy) observeQueue(&queue->state, &seen);
   }
   __u32 news = emptyQueue(&queue->state, bpf_ktime_get_ns());
-  queue->backlog = queue->packets = 0;
+  queue->backlog = queue->packets = queue->leftover = 0;
+  queue->serial = __sync_fetch_and_add(&lastSerial, 1) + 1;
   if (busy) __sync_fetch_and_add(&busyQueues, -1);
   if (goes && queue->state.burst.number) news |= queueIsGone;
   if (news) tell(number, queue, news);

@@ -166,7 +166,6 @@ void AgentStatus::writeJson(std::FILE* out) const {
       .number("bursts_without_flows", source.flowlessBursts)
       .number("late_notices", source.lostNotices)
       .number("missed_packets", source.lostEvents)
-      .number("unseen_queues", source.unseenQueues)
       .number("asked_interval_us", source.askedInterval)
       .number("interval_us", source.interval)
       .real("achieved_interval_us", source.achievedInterval)
