@@ -110,9 +110,10 @@ class Outcome:
         return [f"{self.kind.mbit} Mbit/s, {self.kind.name}: {text}" for text in found]
 
 
-HEADER = ("| Mbit/s | bursts | source | number (doubtful) | lasting, us: from / median / to | found, % | missed | twice | "
-          f"of none | begin off, us | end off, us | begins / ends over {WITHIN_US} us | not known as well as that | "
-          "peaks off by a packet and more: worst, bytes | latency off, us | dropped: packets / tc / records |\n|---" + "|---" * 15 + "|")
+COLUMNS = ("Mbit/s", "bursts", "source", "number (doubtful)", "lasting, us: from / median / to", "found, %",
+           "missed", "twice", "of none", "begin off, us", "end off, us", f"begins / ends over {WITHIN_US} us", "not known as well as that",
+           "peaks off by a packet and more: worst, bytes", "latency off, us", "dropped: packets / tc / records")
+HEADER = f"| {' | '.join(COLUMNS)} |\n{'|---' * len(COLUMNS)}|"
 
 
 def outside(value, span):
