@@ -26,7 +26,8 @@ class EmptyPrograms:
     def __init__(self, options):
         binary = f"{options.scratch}/empty.bpf.o"
         headers = f"/usr/include/{platform.machine()}-linux-gnu"
-        run("clang", "-target", "bpf", "-O2", "-g", "-idirafter", headers, "-c", f"{ROOT}/tools/empty.bpf.c", "-o", binary)
+        run("clang", "-target", "bpf", "-O2", "-g", "-idirafter", headers, "-c", f"{ROOT}/tools/empty.bpf.c",
+            "-o", binary)
         self.library = ctypes.CDLL("libbpf.so.1", use_errno=True)
         for name in ("open_file", "next_program"):
             getattr(self.library, f"bpf_object__{name}").restype = ctypes.c_void_p
@@ -141,8 +142,8 @@ def time_programs(options, link):
 def throughput(options, link):
     """Interleaved: each round has all of them, so that what else the machine does meets all alike."""
     everybody = ("nobody", "empty programs", "exact --no-flows", "exact", "poll")
-    print(f"\nPackets a second that one processor sends, {options.rounds} rounds, and beside nobody watching in the same "
-          "round:\n\n| queue | who watches | median | best round | ratio, median and quartiles | best rounds' |\n"
+    print(f"\nPackets a second that one processor sends, {options.rounds} rounds, and beside nobody watching in the "
+          "same round:\n\n| queue | who watches | median | best round | ratio, median and quartiles | best rounds' |\n"
           "|---|---|---|---|---|---|")
     for name in ("never congested", "full, most are dropped"):
         rates = {who: [] for who in everybody}
@@ -160,8 +161,8 @@ def throughput(options, link):
 
 
 def idle(options, link):
-    print(f"\nThe agent while nothing happens, {IDLE_SECONDS} s:\n\n| source | % of one processor | times it was on one |\n"
-          "|---|---|---|")
+    print(f"\nThe agent while nothing happens, {IDLE_SECONDS} s:\n\n"
+          "| source | % of one processor | times it was on one |\n|---|---|---|")
     for source in ("exact", "poll"):
         link.shape(100, 60_000)
         with watching(options, source) as agent:

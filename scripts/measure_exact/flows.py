@@ -85,22 +85,23 @@ def measure(options, link, name, mix, mbit):
     most = max(truth.values()) / sum(truth.values())
     whole = sum(truth.values())
     off = outside(rows[0]["queue_bytes"] if rows else 0, (sum(certain.values()), whole))
-    print(f"| {mbit} | {name} | {(longest.end - longest.begin) / 1e6:.0f} | {len(truth)} | {100 * most:.1f} | {len(large)} | "
-          f"{100 * precision:.0f} | {100 * recall:.0f} | {len(rows)} | {len(wrong)} | {off:+d} of {whole} | "
-          f"{table / 1024:.1f} | {memory / 1024:.0f} |", flush=True)
+    print(f"| {mbit} | {name} | {(longest.end - longest.begin) / 1e6:.0f} | {len(truth)} | {100 * most:.1f} | "
+          f"{len(large)} | {100 * precision:.0f} | {100 * recall:.0f} | {len(rows)} | {len(wrong)} | "
+          f"{off:+d} of {whole} | {table / 1024:.1f} | {memory / 1024:.0f} |", flush=True)
     failures = []
     if precision < 1 or recall < 1:
         failures.append(f"of flows with 5 % and more, {100 * precision:.0f} % precision, {100 * recall:.0f} % recall")
     if len(rows) != min(MOST, len(truth)) or wrong or abs(off) > unsure(whole):
-        failures.append(f"{len(rows)} flows are reported, {len(wrong)} of them with bytes beyond their error; the sum is "
-                        f"off by {off}")
+        failures.append(f"{len(rows)} flows are reported, {len(wrong)} of them with bytes beyond their error; the sum "
+                        f"is off by {off}")
     return [f"{mbit} Mbit/s, {name}: {text}" for text in failures]
 
 
 def main(options, link):
     failures = []
     print("| Mbit/s | flows | congested, ms | flows in it | largest, % | of 5 % and more | precision, % | recall, % | "
-          "reported | beyond their error | sum off, bytes | KiB a congested queue | KiB in all |\n|---" + "|---" * 12 + "|")
+          "reported | beyond their error | sum off, bytes | KiB a congested queue | KiB in all |\n|---"
+          + "|---" * 12 + "|")
     for mbit in (100, 500):
         for name, mix in MIXES.items():
             failures += measure(options, link, name, mix, mbit)
