@@ -67,15 +67,31 @@ static inline int isFlow(const struct FlowId* one, const struct FlowId* other) {
   return a[0] == b[0] && a[1] == b[1] && a[2] == b[2] && a[3] == b[3] && a[4] == b[4] && a[5] == b[5];
 }
 
+/* What the compiler is not to make part of other calculations, so that the kernel's verifier can follow. */
+#ifdef __bpf__
+#define APART(value) asm volatile("" : "+r"(value))
+#else
+#define APART(value)
+#endif
+
+/* An index below a power of two. */
+static inline __u32 within(__u32 index, __u32 size) {
+  APART(index);
+  return index & (size - 1);
+}
+
 /* The flow's entry, which it may have to take over from another; then `*taken` is set, and the caller fills
  * in what the id does not tell. */
 static inline struct FlowEntry* flowEntry(struct FlowTable* table, const struct FlowId* id, int* taken) {
   __u64 const hash = hashFlow(id);
   __u32 const tag = (__u32)hash | 1;
-  struct FlowSet* const set = &table->sets[hash >> 58];
+  struct FlowSet* set = table->sets;
   struct FlowEntry* entry;
   __u64 fewest = ~0ULL; /* and 1; 0: free */
   unsigned least = 0;
+  APART(set);
+  set += within((__u32)(hash >> 58), flowSets);
+  APART(set);
   *taken = 0;
   for (unsigned i = 0; i < flowWays; ++i) {
     if (set->tags[i] == tag && isFlow(&set->entries[i].id, id)) return &set->entries[i];
@@ -85,8 +101,9 @@ static inline struct FlowEntry* flowEntry(struct FlowTable* table, const struct 
       least = i;
     }
   }
-  entry = &set->entries[least & (flowWays - 1)];
-  set->tags[least & (flowWays - 1)] = tag;
+  least = within(least, flowWays);
+  entry = &set->entries[least];
+  set->tags[least] = tag;
   entry->id = *id;
   entry->error = fewest ? fewest - 1 : 0;
   entry->packets = 0;

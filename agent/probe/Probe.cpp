@@ -55,7 +55,7 @@ bool isLockedDown() {
 }
 
 std::string reasonOf(int error) {
-  if (error == EPERM || error == EACCES) {
+  if (error == EPERM) {
     return isLockedDown() ? "the kernel's lockdown forbids it"
                           : "no privilege: it takes CAP_BPF and CAP_PERFMON";
   }
@@ -216,6 +216,10 @@ void* Probe::Kernel::map(bpf_map const* map, std::size_t bytes) const {
 }
 
 Probe::Probe(Options const& options, Limits const& limits) : kernel_(std::make_unique<Kernel>()) {
+  // Nothing else takes them, also where it comes to nothing.
+  struct Drop {
+    ~Drop() { dropCapabilities(); }
+  } const drop;
   auto const types = kernelTypes();
   Reasons const reasons = dropReasons(*types);
   if (!kernel_->load(options, reasons, true)) {
@@ -224,7 +228,6 @@ Probe::Probe(Options const& options, Limits const& limits) : kernel_(std::make_u
   }
   kernel_->makeReadable();
   limitsAre(limits);
-  dropCapabilities();
 }
 
 Probe::~Probe() = default;
